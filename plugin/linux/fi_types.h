@@ -1,0 +1,60 @@
+#ifndef PLUGIN_LINUX_FI_TYPES_H
+#define PLUGIN_LINUX_FI_TYPES_H
+
+// Records of the item calling contract shared with the diagnosis agent.
+// Their layouts are fixed by the agent: do not reorder or resize fields.
+
+#include <stdint.h>
+#include <sys/types.h>
+
+typedef struct tagFI_PARAM_S {
+    char name[100];
+    char value[400];
+} FI_PARAM_S;
+
+typedef struct tagFI_CONTEXT_S {
+    int steppointer;
+    char contextbuff[1024];
+} FI_CONTEXT_S;
+
+typedef struct tagFI_RESULT_S {
+    int result;
+    char reason[1024];
+    int pid;
+    unsigned int hangflowid;
+} FI_RESULT_S;
+
+// Layouts an item keeps at the start of contextbuff. contextbuff sits at
+// offset 4 of FI_CONTEXT_S, so these are copied in and out with memcpy
+// rather than dereferenced in place (the 64-bit fields would be misaligned).
+typedef struct {
+    pid_t pid;
+    uint64_t syscputime;
+    uint64_t procputime;
+} process_cpu_context_t;
+
+typedef struct {
+    pid_t pid;
+} process_mem_context_t;
+
+typedef struct {
+    pid_t pid;
+} process_handle_context_t;
+
+typedef struct {
+    pid_t pid;
+} process_exist_context_t;
+
+typedef struct {
+    uint64_t totaltime;
+    uint64_t idletime;
+} sys_cpu_context_t;
+
+typedef struct {
+    uint64_t totaltime;
+    uint64_t uesrtime;
+} sys_usr_cpu_context_t;
+
+typedef float (*FI_ITEM_FN)(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI_RESULT_S* result);
+
+#endif

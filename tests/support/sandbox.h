@@ -1,0 +1,110 @@
+#ifndef TESTS_SUPPORT_SANDBOX_H
+#define TESTS_SUPPORT_SANDBOX_H
+
+// Test harness shared by every test executable.
+//
+// RunSandboxed forks a child, which enters a private mount namespace whose
+// root is an overlay of the host's "/" (every write is copy-on-write and
+// vanishes with the child), with fresh tmpfs at /dev/shm, /tmp, /ZUK,
+// /etc/nox and /startup_disk, a private /dev/log socket drained into the
+// syslog capture, and the build and source trees bound back in. The body runs
+// in the child; gtest failures there fail the test in the parent, as do a
+// crash, a non-zero exit or running past the time limit.
+
+#include <gtest/gtest.h>
+#include <sys/types.h>
+
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace kt {
+
+struct SandboxOptions {
+    int timeout_s = 60;       // the child is killed (SIGKILL) after this
+    bool new_net = false;     // also unshare the network namespace
+};
+
+// False when namespaces cannot be created (not root, seccomp, ...).
+bool SandboxAvailable();
+void RunSandboxed(const std::function<void()>& body, const SandboxOptions& opts = {});
+
+// ---- syslog capture (valid inside the sandbox only) ----
+struct SyslogLine {
+    int priority;         // PRI & 7
+    std::string ident;    // text before "[pid]:" or ":"
+    std::string message;  // text after "ident[pid]: " exactly as sent (trailing newline kept)
+};
+// Lines received so far, in order. Waits until the socket is quiet for a
+// short moment first so lines just logged are not missed.
+std::vector<SyslogLine> SyslogLines();
+void SyslogClear();
+// Number of captured lines whose message contains `needle` (and, when
+// priority >= 0, has that priority).
+int SyslogCount(const std::string& needle, int priority = -1);
+
+// ---- files (any path; inside the sandbox) ----
+void WriteFile(const std::string& path, const std::string& content, mode_t mode = 0644);
+std::string ReadFile(const std::string& path);   // "" when unreadable
+void MakeDirs(const std::string& path);
+// Bind-mounts a file holding `content` over an existing path (e.g. /proc/stat).
+void BindFileOver(const std::string& target, const std::string& content);
+
+// ---- fake commands on PATH ----
+// Creates an executable `name` in a directory put first on PATH. Each run
+// appends its arguments (argv[1..], one call per line, arguments separated
+// by '\x1f') to a record and exits with `exit_status`; `stdout_text` is printed.
+class FakeCommand {
+public:
+    explicit FakeCommand(const std::string& name, int exit_status = 0, const std::string& stdout_text = "");
+    std::vector<std::vector<std::string>> Calls() const;
+    const std::string& name() const { return name_; }
+private:
+    std::string name_;
+    std::string record_;
+};
+
+// ---- real child processes ----
+// A child whose kernel name ("Name:" in status, the comm) is `kernel_name`
+// (cut to 15 characters by the kernel) and whose /proc/PID/cmdline is exactly
+// `argv` joined by NULs. It sleeps until killed; the destructor kills and
+// reaps it.
+class Child {
+public:
+    Child(const std::string& kernel_name, const std::vector<std::string>& argv);
+    ~Child();
+    Child(Child&& other) noexcept;
+    Child& operator=(Child&&) = delete;
+    Child(const Child&) = delete;
+    pid_t pid() const { return pid_; }
+    void Kill();          // SIGKILL and reap now
+private:
+    pid_t pid_ = -1;
+};
+// A name unique to this test run, for process names and command lines.
+std::string UniqueName(const std::string& stem);
+
+// ---- fake of the kernel module's control files (/proc/nox/...) ----
+// open/openat/ioctl/close of the test executable are intercepted: a path under
+// /proc/nox/ with a registered handler opens as a memfd, and ioctl on it calls
+// the handler; without a handler such an open fails with ENOENT. Everything
+// else goes straight to the kernel.
+using NoxHandler = std::function<int(unsigned long request, void* arg)>;
+void NoxSetHandler(const std::string& path, NoxHandler handler);
+void NoxRemove(const std::string& path);
+void NoxReset();
+int NoxOpenCount(const std::string& path);   // successful opens so far
+
+}  // namespace kt
+
+// TEST whose body runs inside the sandbox; skipped with a message where
+// namespaces are not available.
+#define SANDBOX_TEST(suite, name)                                                      \
+    static void suite##_##name##_SandboxBody();                                        \
+    TEST(suite, name) {                                                                \
+        if (!kt::SandboxAvailable()) GTEST_SKIP() << "needs root and mount namespaces"; \
+        kt::RunSandboxed(&suite##_##name##_SandboxBody);                               \
+    }                                                                                  \
+    static void suite##_##name##_SandboxBody()
+
+#endif
