@@ -1,0 +1,86 @@
+#ifndef OS_BASE_KIRA_RAII_H
+#define OS_BASE_KIRA_RAII_H
+
+// Tiny owners for descriptors, streams, directories and heap blocks, so that
+// every early return releases what was acquired. Internal only: the exported
+// interface stays plain C.
+
+#include <dirent.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <unistd.h>
+
+namespace kira {
+
+class UniqueFd {
+public:
+    UniqueFd() = default;
+    explicit UniqueFd(int fd) : fd_(fd) {}
+    ~UniqueFd() { reset(); }
+    UniqueFd(UniqueFd&& o) noexcept : fd_(o.release()) {}
+    UniqueFd& operator=(UniqueFd&& o) noexcept {
+        if (this != &o) reset(o.release());
+        return *this;
+    }
+    UniqueFd(const UniqueFd&) = delete;
+    UniqueFd& operator=(const UniqueFd&) = delete;
+
+    int get() const { return fd_; }
+    bool valid() const { return fd_ >= 0; }
+    int release() {
+        int fd = fd_;
+        fd_ = -1;
+        return fd;
+    }
+    // close() is never retried: on Linux the descriptor is gone even on EINTR.
+    void reset(int fd = -1) {
+        if (fd_ >= 0) ::close(fd_);
+        fd_ = fd;
+    }
+
+private:
+    int fd_ = -1;
+};
+
+template <typename T, int (*Closer)(T*)>
+class UniqueHandle {
+public:
+    UniqueHandle() = default;
+    explicit UniqueHandle(T* p) : p_(p) {}
+    ~UniqueHandle() { reset(); }
+    UniqueHandle(UniqueHandle&& o) noexcept : p_(o.release()) {}
+    UniqueHandle& operator=(UniqueHandle&& o) noexcept {
+        if (this != &o) reset(o.release());
+        return *this;
+    }
+    UniqueHandle(const UniqueHandle&) = delete;
+    UniqueHandle& operator=(const UniqueHandle&) = delete;
+
+    T* get() const { return p_; }
+    explicit operator bool() const { return p_ != nullptr; }
+    T* release() {
+        T* p = p_;
+        p_ = nullptr;
+        return p;
+    }
+    void reset(T* p = nullptr) {
+        if (p_ != nullptr) Closer(p_);
+        p_ = p;
+    }
+
+private:
+    T* p_ = nullptr;
+};
+
+inline int FreeBlock(void* p) {
+    ::free(p);
+    return 0;
+}
+
+using UniqueFile = UniqueHandle<FILE, ::fclose>;
+using UniqueDir = UniqueHandle<DIR, ::closedir>;
+using UniqueBlock = UniqueHandle<void, FreeBlock>;
+
+}  // namespace kira
+
+#endif
