@@ -2,15 +2,51 @@
 #define SAFEC_SECUREC_H
 
 // Bounds-checked copy, format and scan routines. Every routine takes the
-// size of its destination; none writes past it.
+// size of its destination; none writes past it. Sizes of wide routines are
+// counted in wchar_t elements.
 //
-// Return convention of the copy routines (errno_t): EOK (0) on success,
-// otherwise a non-zero error code; where a destination string is given and
-// its size is usable, it is left NUL-terminated (empty on most failures).
-// The format routines return the number of characters written, or -1 on a
-// bad argument or truncation (the output is then still terminated).
-// The scan routines return the number of fields assigned, or -1 (EOF) on
-// input failure before the first conversion.
+// Copy routines (errno_t): EOK (0) on success, otherwise one of
+//   ERANGE  destMax is 0 or above the *_MAX_LEN limit (nothing written), or
+//           the data does not fit (count > destMax, or the text plus its
+//           terminator longer than destMax, or count above the limit);
+//   EINVAL  a null pointer (or, for the *cat_s routines, a destination that
+//           holds no terminator within destMax);
+//   EOVERLAP_AND_RESET  source and destination overlap where the plain C
+//           routine forbids it (memcpy_s, str*cpy_s, str*cat_s).
+// Checks run in this order: destMax, destination, source, sizes, overlap.
+// On a failure after the destMax/destination checks the destination is reset:
+//   - strings: dest[0] = 0 (an empty string);
+//   - memcpy_s/memmove_s: the first destMax bytes are zeroed, so no partial
+//     copy can pass for valid data;
+//   - memset_s with count > destMax: destMax bytes are filled with c (the
+//     whole buffer is set as asked, only the excess is refused), ERANGE.
+//
+// strncpy_s copies at most count characters and always terminates; when
+// that text plus its terminator does not fit in destMax it fails (ERANGE,
+// dest empty). strncat_s appends at most count characters likewise.
+// strtok_s/wcstok_s follow strtok_r; a null delimiter set or context, or a
+// null token with a null saved context, gives null.
+//
+// Format routines return the number of characters written, or -1:
+//   snprintf_s/vsnprintf_s write at most min(count, destMax - 1) characters
+//   and terminate. On truncation they return -1 and keep the cut, terminated
+//   text (1024/1023 keeps the first 1023 characters).
+//   sprintf_s/vsprintf_s/swprintf_s/vswprintf_s have no count: the limit is
+//   destMax - 1, and on truncation dest is emptied and -1 returned.
+//   A null dest or format, or destMax 0 or above the limit, gives -1; dest
+//   is emptied when it is non-null and destMax usable.
+//
+// Scan routines return the number of fields assigned, or -1 (EOF) when the
+// input ends (or a null argument is given) before the first conversion
+// completes. %s, %c and %[ take a buffer size right after the buffer
+// pointer, read as unsigned int (callers pass sizeof(buf)); it counts
+// elements of the target type. A field that does not fit (for %s and %[
+// including its terminator) ends the scan: that field is not assigned or
+// counted and its buffer is set empty. Supported: whitespace directives,
+// literals, %%, '*', widths, hh h l ll j z t L (q as ll), d i u o x X p n,
+// f e g E G a A F, s c [ (with ^, a leading ], ranges a-z). %ls/%lc/%l[ in
+// the narrow forms store wide characters and %s/%c/%[ in the wide forms
+// store multibyte text, both through the current locale.
 
 #include <stdarg.h>
 #include <stddef.h>
@@ -19,6 +55,11 @@
 
 #ifndef EOK
 #define EOK 0
+#endif
+
+// Overlapping source and destination; the destination was reset.
+#ifndef EOVERLAP_AND_RESET
+#define EOVERLAP_AND_RESET 54
 #endif
 
 #ifdef __cplusplus
@@ -31,6 +72,8 @@ typedef int errno_t;
 // negative size and refused.
 #define SECUREC_STRING_MAX_LEN (0x7fffffffUL)
 #define SECUREC_MEM_MAX_LEN (0x7fffffffUL)
+#define SECUREC_WCHAR_STRING_MAX_LEN (SECUREC_STRING_MAX_LEN / sizeof(wchar_t))
+#define SECUREC_WCHAR_MEM_MAX_LEN (SECUREC_MEM_MAX_LEN / sizeof(wchar_t))
 
 errno_t memcpy_s(void* dest, size_t destMax, const void* src, size_t count);
 errno_t memmove_s(void* dest, size_t destMax, const void* src, size_t count);

@@ -1,0 +1,23 @@
+// strcat_s, strncat_s and their wide forms.
+
+#include "safec/safec_internal.h"
+
+extern "C" {
+
+errno_t strcat_s(char* strDest, size_t destMax, const char* strSrc) {
+    return safec::AppendText(strDest, destMax, strSrc, destMax);
+}
+
+errno_t strncat_s(char* strDest, size_t destMax, const char* strSrc, size_t count) {
+    return safec::AppendText(strDest, destMax, strSrc, count);
+}
+
+errno_t wcscat_s(wchar_t* strDest, size_t destMax, const wchar_t* strSrc) {
+    return safec::AppendText(strDest, destMax, strSrc, destMax);
+}
+
+errno_t wcsncat_s(wchar_t* strDest, size_t destMax, const wchar_t* strSrc, size_t count) {
+    return safec::AppendText(strDest, destMax, strSrc, count);
+}
+
+}  // extern "C"
