@@ -6,6 +6,7 @@
 // interface stays plain C.
 
 #include <dirent.h>
+#include <pthread.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <unistd.h>
@@ -80,6 +81,22 @@ inline int FreeBlock(void* p) {
 using UniqueFile = UniqueHandle<FILE, ::fclose>;
 using UniqueDir = UniqueHandle<DIR, ::closedir>;
 using UniqueBlock = UniqueHandle<void, FreeBlock>;
+
+// Holds a lock for the scope: Lock/Unlock are the pthread pair.
+template <typename L, int (*Lock)(L*), int (*Unlock)(L*)>
+class ScopedLock {
+public:
+    explicit ScopedLock(L* lock) : lock_(lock) { (void)Lock(lock_); }
+    ~ScopedLock() { (void)Unlock(lock_); }
+    ScopedLock(const ScopedLock&) = delete;
+    ScopedLock& operator=(const ScopedLock&) = delete;
+
+private:
+    L* lock_;
+};
+
+using SpinGuard = ScopedLock<pthread_spinlock_t, ::pthread_spin_lock, ::pthread_spin_unlock>;
+using MutexGuard = ScopedLock<pthread_mutex_t, ::pthread_mutex_lock, ::pthread_mutex_unlock>;
 
 }  // namespace kira
 
