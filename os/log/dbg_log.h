@@ -3,6 +3,13 @@
 
 // Diagnostic logging entry points: a level filter per module, a rate limit
 // per group of modules, one fixed-format line to syslog.
+//
+// Sections: levels and the shared default-level block; the two entry points
+// and their helpers; module levels and names (kernel side through
+// "/proc/nox/log_level"); group rate limits.
+//
+// Every call that reads the tables, the shared block or the control file
+// first runs the once-per-process initialisation (KIRA_DebugModuleInit).
 
 #include <stdint.h>
 
@@ -21,14 +28,65 @@ typedef enum tagDBG_LOG_TYPE {
 
 #define PID_CTRL_ZADIMONITOR 424
 
+// Content of "/dev/shm/dbglog.cfg", shared by every process of the node.
+#define DBG_CFG_MAGIC 0x78ABC001u
+typedef struct tagDBG_CFG_S {
+    uint32_t uiMagic;
+    uint8_t ucDefLevel;
+    uint8_t aucReserved1[3];
+    uint8_t aucReserved2[8];
+} DBG_CFG_S;
+
+// A module's configuration record; its layout is private to the library.
+typedef struct tagDBG_PID_CONF_S DBG_PID_CONF_S;
+
 #ifdef __cplusplus
 extern "C" {
 #endif
 
+// ---- entry points ----
+// pid is the module number (424 for the monitoring plug-in), logCode a
+// 16-bit code of the caller. KIRA_log ends the line with "name,pid".
 KIRA_EXPORT void DBG_Log(uint32_t pid, int32_t level, const char* func, int32_t line, uint32_t logCode,
                          const char* format, ...) __attribute__((format(printf, 6, 7)));
 KIRA_EXPORT void KIRA_log(uint32_t pid, int32_t level, const char* func, int32_t line, uint32_t logCode,
                           const char* format, ...) __attribute__((format(printf, 6, 7)));
+
+KIRA_EXPORT void KIRA_DebugModuleInit(void);
+
+// "CRI", "ERR", "WARN", "INFO", "DBG"; "Default" for 0 and 6 or more.
+KIRA_EXPORT const char* DBG_GetLevelName(uint8_t level);
+// 1 when stored; only a root-group process may change the default.
+KIRA_EXPORT int32_t DBG_SetDefLogLevel(uint8_t level);
+KIRA_EXPORT DBG_CFG_S* DBG_GetLogConfig(void);
+KIRA_EXPORT void DBG_SetDefaultCfg(DBG_CFG_S* cfg);
+// 1 when a line of this level is wanted for the module; caches the module's
+// level in conf (may be null).
+KIRA_EXPORT int32_t DBG_CheckArgs(DBG_PID_CONF_S* conf, uint32_t pid, int32_t level);
+// name itself when shorter than width, else width-1 characters in buffer:
+// the head, "..", and the last character.
+KIRA_EXPORT const char* DBG_GetTruncFuncName(const char* name, char* buffer, uint32_t width);
+
+// ---- module levels and names ----
+// The module's name, or "<pid>" in a buffer shared by all callers.
+KIRA_EXPORT const char* DBG_GetPidName(uint32_t pid);
+KIRA_EXPORT void DBG_SetPidName(uint32_t pid, const char* name);
+KIRA_EXPORT uint32_t DBG_GetPidLevel(uint32_t pid);
+KIRA_EXPORT int32_t DBG_SetPidLevel(uint32_t pid, uint8_t level);
+// array's element layout belongs to the kernel side; capacity is its count.
+KIRA_EXPORT int32_t DBG_GetAllPidLevel(void* array, uint32_t capacity);
+KIRA_EXPORT uint32_t KIRA_get_num_of_pid(void);
+KIRA_EXPORT int32_t KIRA_save_log_level(void);
+KIRA_EXPORT int32_t save_pid_log_level(void);
+
+// ---- group rate limits ----
+KIRA_EXPORT int32_t KIRA_reset_log_ratelimit(void);
+KIRA_EXPORT int32_t KIRA_loglimit_init(void);
+// gid 0xFFFFFFFF scales every group.
+KIRA_EXPORT int32_t KIRA_set_log_ratelimit(uint32_t gid, uint32_t multiple);
+KIRA_EXPORT int32_t KIRA_save_log_ratelimit(void);
+KIRA_EXPORT int32_t KIRA_set_log_num_interval(uint32_t gid, uint32_t num, uint32_t interval);
+KIRA_EXPORT int32_t KIRA_get_log_num_interval(uint32_t gid, uint32_t* num, uint32_t* interval);
 
 #ifdef __cplusplus
 }

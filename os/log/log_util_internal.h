@@ -1,0 +1,67 @@
+#ifndef OS_LOG_LOG_UTIL_INTERNAL_H
+#define OS_LOG_LOG_UTIL_INTERNAL_H
+
+// Small helpers shared by the group and module tables: lock holders, the
+// relaxed atomics the lock-free readers rely on, and the configuration file
+// reading and saving that both tables do the same way.
+
+#include <pthread.h>
+#include <stddef.h>
+#include <stdint.h>
+
+class SpinGuard {
+public:
+    explicit SpinGuard(pthread_spinlock_t* lock) : lock_(lock) { pthread_spin_lock(lock_); }
+    ~SpinGuard() { pthread_spin_unlock(lock_); }
+    SpinGuard(const SpinGuard&) = delete;
+    SpinGuard& operator=(const SpinGuard&) = delete;
+
+private:
+    pthread_spinlock_t* lock_;
+};
+
+class MutexGuard {
+public:
+    explicit MutexGuard(pthread_mutex_t* mutex) : mutex_(mutex) { pthread_mutex_lock(mutex_); }
+    ~MutexGuard() { pthread_mutex_unlock(mutex_); }
+    MutexGuard(const MutexGuard&) = delete;
+    MutexGuard& operator=(const MutexGuard&) = delete;
+
+private:
+    pthread_mutex_t* mutex_;
+};
+
+template <typename T>
+inline T RelaxedLoad(const T* p) {
+    return __atomic_load_n(p, __ATOMIC_RELAXED);
+}
+template <typename T>
+inline void RelaxedStore(T* p, T v) {
+    __atomic_store_n(p, v, __ATOMIC_RELAXED);
+}
+
+// A configuration line that begins with a newline or holds '#' anywhere
+// carries nothing.
+bool DbgIsIgnoredConfLine(const char* line);
+// Module files accept commas and blanks alike as separators.
+void DbgCommasToBlanks(char* line);
+
+// Reads path line by line (256-byte pieces) and hands each to parse(line,
+// arg); a negative answer logs "<reader>: <path> <parser> fail, (<line>)".
+// A file that cannot be opened is skipped silently.
+void DbgReadConfFile(const char* path, const char* reader, const char* parser,
+                     int32_t (*parse)(char* line, uint32_t arg), uint32_t arg);
+// Reads DBG_CONF_DIR/name with reader when name begins with prefix.
+void DbgReadPrefixedConf(const char* name, const char* prefix, void (*reader)(const char* path));
+// Hands every entry name of DBG_CONF_DIR to fn while holding mutex. False
+// when the directory cannot be opened.
+bool DbgForEachConfEntry(const char* caller, pthread_mutex_t* mutex, void (*fn)(const char* name));
+
+// Produces the next saved line into buf; false when there is none.
+typedef bool (*DbgSaveLineFn)(void** cursor, char* buf, size_t size);
+// Writes every line to "<finalPath>.new" synchronously, then renames it with
+// "mv -f", all under mutex. Returns the command's status, or the failed
+// open's result, or the count of a short write.
+int32_t DbgSaveConf(const char* caller, const char* finalPath, pthread_mutex_t* mutex, DbgSaveLineFn next);
+
+#endif
