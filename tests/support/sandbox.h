@@ -22,12 +22,46 @@ namespace kt {
 
 struct SandboxOptions {
     int timeout_s = 60;       // the child is killed (SIGKILL) after this
-    bool new_net = false;     // also unshare the network namespace
+    bool new_net = false;     // also unshare the network namespace (loopback is brought up)
+    int timeout_ms = 0;       // when non-zero, replaces timeout_s (for short limits)
 };
 
 // False when namespaces cannot be created (not root, seccomp, ...).
 bool SandboxAvailable();
+// Failures, skips and crashes of the body are reported in the calling test
+// with the file and line where they happened inside the child.
 void RunSandboxed(const std::function<void()>& body, const SandboxOptions& opts = {});
+
+// A gtest result (failure or skip) that happened inside the sandboxed child.
+struct SandboxReport {
+    ::testing::TestPartResult::Type type;
+    std::string file;
+    int line;
+    std::string message;
+};
+
+// How a sandboxed run ended, for callers that judge it themselves instead of
+// failing the current test (RunSandboxed reports it).
+struct SandboxOutcome {
+    enum class Kind {
+        kPassed,
+        kFailed,       // a gtest failure inside the body
+        kSkipped,      // GTEST_SKIP inside the body
+        kCrashed,      // killed by a signal
+        kTimedOut,     // still running at the time limit; killed
+        kExited,       // exit() or _exit() before the body returned (sanitizer reports too)
+        kSetupFailed,  // the sandbox could not be built
+        kLeaked,       // LeakSanitizer found leaks after the body (sanitizer builds)
+    };
+    Kind kind = Kind::kPassed;
+    int status = 0;                       // exit status, or the signal for kCrashed
+    std::string message;                  // what the parent reports; empty for kPassed
+    std::vector<SandboxReport> reports;   // in the order they happened
+};
+SandboxOutcome RunSandboxedOutcome(const std::function<void()>& body, const SandboxOptions& opts = {});
+
+// True inside a sandboxed body (and its threads).
+bool InSandbox();
 
 // ---- syslog capture (valid inside the sandbox only) ----
 struct SyslogLine {
@@ -48,12 +82,16 @@ void WriteFile(const std::string& path, const std::string& content, mode_t mode 
 std::string ReadFile(const std::string& path);   // "" when unreadable
 void MakeDirs(const std::string& path);
 // Bind-mounts a file holding `content` over an existing path (e.g. /proc/stat).
+// Sandbox only; calling it again on the same target replaces what is seen.
 void BindFileOver(const std::string& target, const std::string& content);
 
-// ---- fake commands on PATH ----
+// ---- fake commands on PATH (sandbox only) ----
 // Creates an executable `name` in a directory put first on PATH. Each run
 // appends its arguments (argv[1..], one call per line, arguments separated
 // by '\x1f') to a record and exits with `exit_status`; `stdout_text` is printed.
+// A `name` holding '/' is created at exactly that path instead (platform
+// scripts run by absolute path). A call without arguments and a call with one
+// empty argument both read back as an empty argument list.
 class FakeCommand {
 public:
     explicit FakeCommand(const std::string& name, int exit_status = 0, const std::string& stdout_text = "");
@@ -67,8 +105,11 @@ private:
 // ---- real child processes ----
 // A child whose kernel name ("Name:" in status, the comm) is `kernel_name`
 // (cut to 15 characters by the kernel) and whose /proc/PID/cmdline is exactly
-// `argv` joined by NULs. It sleeps until killed; the destructor kills and
-// reaps it.
+// `argv` joined by NULs (an empty `argv` means {kernel_name}). It sleeps until
+// killed (any terminating signal, default dispositions); the destructor kills
+// and reaps it. It is a native program even in cross builds, holds only
+// descriptors 0, 1 and 2, and dies with the thread that started it. The
+// constructor returns once it runs, its name and command line in place.
 class Child {
 public:
     Child(const std::string& kernel_name, const std::vector<std::string>& argv);
@@ -81,7 +122,10 @@ public:
 private:
     pid_t pid_ = -1;
 };
-// A name unique to this test run, for process names and command lines.
+// A name unique to this test run, for process names and command lines:
+// `stem`, "_" and six more characters (seven from the 37th name on, eight
+// from the 1297th). The kernel keeps 15 characters of a process name: keep
+// stems used for process names within 6 characters.
 std::string UniqueName(const std::string& stem);
 
 // ---- fake of the kernel module's control files (/proc/nox/...) ----
