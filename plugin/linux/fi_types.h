@@ -27,10 +27,13 @@ typedef struct tagFI_RESULT_S {
 // Layouts an item keeps at the start of contextbuff. contextbuff sits at
 // offset 4 of FI_CONTEXT_S, so these are copied in and out with memcpy
 // rather than dereferenced in place (the 64-bit fields would be misaligned).
+// The 64-bit counters are unsigned long long (not uint64_t, which is
+// unsigned long on LP64) so that the sampling methods can take them by
+// reference straight from a sample table element.
 typedef struct {
     pid_t pid;
-    uint64_t syscputime;
-    uint64_t procputime;
+    unsigned long long syscputime;
+    unsigned long long procputime;
 } process_cpu_context_t;
 
 typedef struct {
@@ -46,13 +49,13 @@ typedef struct {
 } process_exist_context_t;
 
 typedef struct {
-    uint64_t totaltime;
-    uint64_t idletime;
+    unsigned long long totaltime;
+    unsigned long long idletime;
 } sys_cpu_context_t;
 
 typedef struct {
-    uint64_t totaltime;
-    uint64_t uesrtime;
+    unsigned long long totaltime;
+    unsigned long long uesrtime;  // the spelling is the established field name
 } sys_usr_cpu_context_t;
 
 typedef float (*FI_ITEM_FN)(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI_RESULT_S* result);

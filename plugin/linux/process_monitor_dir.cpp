@@ -1,0 +1,110 @@
+// The heartbeat directory: opening it without following a planted link,
+// walking its regular files, and ClearHeartBeatFile, which removes the files
+// of processes that are gone, relative to the directory it walked and only
+// when the entry is still a regular file.
+
+#include <errno.h>
+#include <fcntl.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "os/base/kira_raii.h"
+#include "plugin/linux/process_monitor.h"
+#include "plugin/linux/process_monitor_internal.h"
+#include "safec/securec.h"
+
+namespace {
+
+// Never removes through a link or anything but a plain file: a link, FIFO or
+// directory swapped in after the walk saw the entry is left alone.
+void RemoveRegularFile(const char* filePath, const char* filename, const zadi::HeartbeatDirRef* ref) {
+    struct stat st;
+    if (ref != nullptr) {
+        if (fstatat(ref->dirFd, filename, &st, AT_SYMLINK_NOFOLLOW) == 0 && S_ISREG(st.st_mode)) {
+            (void)unlinkat(ref->dirFd, filename, 0);
+        }
+        return;
+    }
+    if (lstat(filePath, &st) == 0 && S_ISREG(st.st_mode)) {
+        (void)unlink(filePath);
+    }
+}
+
+}  // namespace
+
+namespace zadi {
+
+DIR* OpenDirNoFollow(const char* dirPath) {
+    char path[kHeartbeatPathSize];
+    if (dirPath == nullptr || strcpy_s(path, sizeof(path), dirPath) != EOK) {
+        errno = EINVAL;
+        return nullptr;
+    }
+    size_t len = strlen(path);
+    while (len > 1 && path[len - 1] == '/') {
+        path[--len] = '\0';
+    }
+    kira::UniqueFd fd(open(path, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    if (!fd.valid()) {
+        return nullptr;
+    }
+    DIR* dir = fdopendir(fd.get());
+    if (dir != nullptr) {
+        (void)fd.release();
+    }
+    return dir;
+}
+
+int WalkDir(DIR* dir, const char* dirPath, ZADI_DIR_ITER_FN iterfunc, void* pContext) {
+    char path[kHeartbeatPathSize];
+    for (struct dirent* entry = readdir(dir); entry != nullptr; entry = readdir(dir)) {
+        if (strcmp(entry->d_name, ".") == 0 || strcmp(entry->d_name, "..") == 0 || entry->d_type != DT_REG) {
+            continue;
+        }
+        // A path that does not fit would name some other file.
+        if (snprintf_s(path, sizeof(path), sizeof(path) - 1, "%s/%s", dirPath, entry->d_name) < 0) {
+            continue;
+        }
+        if (iterfunc(path, entry->d_name, pContext) != 0) {
+            break;
+        }
+    }
+    return 0;
+}
+
+}  // namespace zadi
+
+int ForeachDir(const char* dirPath, ZADI_DIR_ITER_FN iterfunc, void* pContext) {
+    kira::UniqueDir dir(zadi::OpenDirNoFollow(dirPath));
+    if (!dir) {
+        return -1;
+    }
+    return zadi::WalkDir(dir.get(), dirPath, iterfunc, pContext);
+}
+
+int CheckHeartBeatFileValid(const char* filePath, const char* filename, void* pContext) {
+    char copy[zadi::kHeartbeatPathSize];
+    if (strcpy_s(copy, sizeof(copy), filename) != EOK) {
+        return 0;
+    }
+    char* fields[3] = {nullptr, nullptr, nullptr};
+    SpliteHeartFileName(copy, sizeof(copy), fields);
+    if (!CheckProcIdAndProcName(fields[2], fields[0])) {
+        RemoveRegularFile(filePath, filename, static_cast<const zadi::HeartbeatDirRef*>(pContext));
+    }
+    return 0;
+}
+
+float ClearHeartBeatFile(int /*argc*/, FI_PARAM_S* /*argv*/, FI_CONTEXT_S* /*context*/, FI_RESULT_S* result) {
+    kira::UniqueDir dir(zadi::OpenDirNoFollow(ZADI_HEARTBEAT_DIR));
+    if (dir) {
+        zadi::HeartbeatDirRef ref{dirfd(dir.get())};
+        (void)zadi::WalkDir(dir.get(), ZADI_HEARTBEAT_DIR, CheckHeartBeatFileValid, &ref);
+    }
+    // The agent always passes a result here; a null one is still not written.
+    if (result != nullptr) {
+        result->result = 0;
+    }
+    return 1.0f;
+}

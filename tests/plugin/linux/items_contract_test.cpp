@@ -1,0 +1,168 @@
+// The item contract: record layouts, parameter lookup, the argument checks
+// and their order, the fault marker and reason writing.
+
+#include <stddef.h>
+
+#include <type_traits>
+
+#include "plugin/linux/common_plugin_internal.h"
+#include "tests/plugin/linux/items_test_util.h"
+#include "tests/support/sandbox.h"
+
+using itest::Args;
+using itest::Bits;
+using itest::kMarkerBits;
+
+// Layouts the agent depends on.
+static_assert(sizeof(FI_PARAM_S) == 500, "FI_PARAM_S size");
+static_assert(offsetof(FI_PARAM_S, value) == 100, "FI_PARAM_S.value");
+static_assert(sizeof(FI_CONTEXT_S) == 1028, "FI_CONTEXT_S size");
+static_assert(offsetof(FI_CONTEXT_S, contextbuff) == 4, "contextbuff offset");
+static_assert(sizeof(FI_RESULT_S) == 1036, "FI_RESULT_S size");
+static_assert(offsetof(FI_RESULT_S, reason) == 4, "reason offset");
+static_assert(offsetof(FI_RESULT_S, pid) == 1028, "pid offset");
+static_assert(offsetof(FI_RESULT_S, hangflowid) == 1032, "hangflowid offset");
+static_assert(sizeof(process_cpu_context_t) == 24, "cpu context (128 of them are 3072 bytes)");
+static_assert(offsetof(process_cpu_context_t, syscputime) == 8, "syscputime offset");
+static_assert(offsetof(process_cpu_context_t, procputime) == 16, "procputime offset");
+static_assert(sizeof(sys_cpu_context_t) == 16 && offsetof(sys_cpu_context_t, idletime) == 8, "sys cpu context");
+static_assert(sizeof(sys_usr_cpu_context_t) == 16 && offsetof(sys_usr_cpu_context_t, uesrtime) == 8,
+              "sys usr cpu context");
+static_assert(sizeof(process_mem_context_t) == 4 && sizeof(process_handle_context_t) == 4 &&
+                  sizeof(process_exist_context_t) == 4,
+              "pid contexts");
+// One data member, no virtual operations, no constructor.
+static_assert(sizeof(ZADI_Linux_Plugin) == sizeof(int), "one int member");
+static_assert(!std::is_polymorphic<ZADI_Linux_Plugin>::value, "no virtual operations");
+static_assert(std::is_trivially_default_constructible<ZADI_Linux_Plugin>::value, "no constructor");
+static_assert(PROCESS_RESOURCE_MEM == 0 && PROCESS_RESOURCE_HANDLE == 1 && PROCESS_RESOURCE_EXIST == 2 &&
+                  PROCESS_RESOURCE_MAX == 3,
+              "resource numbering");
+
+TEST(ItemContract, FaultMarkerIsSmallestNormalFloatBitExact) {
+    EXPECT_EQ(Bits(zadi::FaultMarker()), kMarkerBits);
+    EXPECT_EQ(zadi::FaultMarker(), 1.17549435e-38f);
+}
+
+TEST(ItemContract, GetParaValueReturnsFirstEqualNameInPlace) {
+    Args a({{"A", "1"}, {"ProcessName", "first"}, {"ProcessName", "second"}, {"ProcessNameX", "x"}});
+    char* v = GetParaValue(a.argc(), a.argv(), "ProcessName");
+    ASSERT_NE(v, nullptr);
+    EXPECT_EQ(v, a.params[1].value);  // a pointer into argv, not a copy
+    EXPECT_EQ(GetParaValue(a.argc(), a.argv(), "ProcessNameX"), a.params[3].value);
+    EXPECT_EQ(GetParaValue(a.argc(), a.argv(), "processname"), nullptr);  // case-sensitive
+    EXPECT_EQ(GetParaValue(a.argc(), a.argv(), "Process"), nullptr);      // whole-name compare
+    EXPECT_EQ(GetParaValue(0, a.argv(), "A"), nullptr);
+    EXPECT_EQ(GetParaValue(-3, a.argv(), "A"), nullptr);
+}
+
+namespace {
+
+using Check = bool (ZADI_Linux_Plugin::*)(int, FI_PARAM_S*, FI_CONTEXT_S*, FI_RESULT_S*);
+
+struct CheckCase {
+    const char* label;
+    Check check;
+    std::vector<std::pair<std::string, std::string>> params;
+    bool null_argv;
+    bool null_context;
+    bool ok;
+    const char* reason;
+};
+
+}  // namespace
+
+TEST(ItemContract, ChecksRunInOrderWithExactTexts) {
+    ZADI_Linux_Plugin p;
+    const auto plain = &ZADI_Linux_Plugin::input_para_check;
+    const auto precmd = &ZADI_Linux_Plugin::input_para_check_precmd;
+    const auto period = &ZADI_Linux_Plugin::input_para_check_cfgperiod;
+    const std::pair<std::string, std::string> pn{"ProcessName", "x"}, pc{"PreCmd", "c"}, rk{"RetKeyWords", "k"},
+        pe{"Period", "1"};
+    const CheckCase cases[] = {
+        {"plain ok, name ignored", plain, {{"Whatever", "x"}}, false, false, true, ""},
+        {"plain argc 0", plain, {}, false, false, false, "Input parameter number error."},
+        {"plain argc 2", plain, {pn, pn}, false, false, false, "Input parameter number error."},
+        {"plain argv null", plain, {pn}, true, true, false, "Input parameter argv is NULL."},
+        {"plain context null", plain, {pn}, false, true, false, "Input parameter context is NULL."},
+        {"precmd ok", precmd, {pn, pc, rk}, false, false, true, ""},
+        {"precmd argc", precmd, {pn, pc}, false, false, false, "Input parameter number error."},
+        {"precmd argv before names", precmd, {pn, pc, rk}, true, false, false, "Input parameter argv is NULL."},
+        {"precmd order matters", precmd, {pc, pn, rk}, false, false, false, "Input parameter error."},
+        {"precmd third name", precmd, {pn, pc, {"RetKeyWord", "k"}}, false, false, false, "Input parameter error."},
+        {"precmd name with suffix", precmd, {{"ProcessNameX", "x"}, pc, rk}, false, false, false,
+         "Input parameter error."},
+        {"precmd names before context", precmd, {pc, pn, rk}, false, true, false, "Input parameter error."},
+        {"precmd context null", precmd, {pn, pc, rk}, false, true, false, "Input parameter context is NULL."},
+        {"period ok", period, {pn, pe}, false, false, true, ""},
+        {"period argc 1", period, {pn}, false, false, false, "Input parameter number error."},
+        {"period names swapped", period, {pe, pn}, false, false, false, "Input parameter error."},
+        {"period names before context", period, {pn, {"period", "1"}}, false, true, false,
+         "Input parameter error."},
+        {"period context null", period, {pn, pe}, false, true, false, "Input parameter context is NULL."},
+    };
+    for (const CheckCase& c : cases) {
+        SCOPED_TRACE(c.label);
+        Args a(c.params);
+        const int argc = a.argc();
+        const bool ok = (p.*c.check)(argc, c.null_argv ? nullptr : a.argv(), c.null_context ? nullptr : &a.context,
+                                     &a.result);
+        EXPECT_EQ(ok, c.ok);
+        if (c.ok) {
+            EXPECT_EQ(a.result.result, 77);  // nothing written on success
+            EXPECT_EQ(a.reason(), "untouched");
+        } else {
+            EXPECT_EQ(a.result.result, -1);
+            EXPECT_EQ(a.reason(), c.reason);
+        }
+        EXPECT_EQ(a.result.pid, -5);
+        EXPECT_EQ(a.result.hangflowid, 99u);
+        // A null result stops every check before anything else.
+        EXPECT_FALSE((p.*c.check)(argc, a.argv(), &a.context, nullptr));
+    }
+}
+
+TEST(ItemContract, ReasonIsCutTo1023AndTerminated) {
+    FI_RESULT_S r;
+    memset(&r, 'Z', sizeof(r));
+    const std::string longText(3000, 'r');
+    zadi::SetFault(&r, "%s", longText.c_str());
+    EXPECT_EQ(r.result, -1);
+    EXPECT_EQ(strnlen(r.reason, sizeof(r.reason)), 1023u);
+    EXPECT_EQ(r.reason[1023], '\0');
+    // The fields after reason are not touched by the cut text.
+    int pid;
+    memcpy(&pid, reinterpret_cast<char*>(&r) + offsetof(FI_RESULT_S, pid), sizeof(pid));
+    EXPECT_EQ(pid, 0x5A5A5A5A);
+}
+
+TEST(ItemContract, ContextOverlayRoundTripsAtMisalignedOffset) {
+    // UBSan would flag a dereference of a cast pointer into contextbuff.
+    FI_CONTEXT_S ctx;
+    memset(&ctx, 0, sizeof(ctx));
+    process_cpu_context_t in = {1234, 0x1122334455667788ull, 0x99AABBCCDDEEFF00ull};
+    zadi::StoreContext(&ctx, in);
+    const auto out = zadi::LoadContext<process_cpu_context_t>(&ctx);
+    EXPECT_EQ(out.pid, 1234);
+    EXPECT_EQ(out.syscputime, 0x1122334455667788ull);
+    EXPECT_EQ(out.procputime, 0x99AABBCCDDEEFF00ull);
+    int pid;
+    memcpy(&pid, ctx.contextbuff, sizeof(pid));
+    EXPECT_EQ(pid, 1234);  // pid sits at the very start of contextbuff
+}
+
+TEST(ItemContract, ConvertStr2PeriodUSFollowsTheWrappingProduct) {
+    const struct {
+        const char* text;
+        int us;
+    } cases[] = {
+        {"1", 1000000},          {"240", 240000000},   {"241", 240000000}, {"2147", 240000000},
+        {"2148", 500000},        {"3600", 500000},     {"0", 500000},      {"-5", 500000},
+        {"abc", 500000},         {"", 500000},         {"7s", 7000000},    {"4295", 500000},
+        {"4296", 1032704},       {"4300", 5032704},    {"8590", 500000},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.text);
+        EXPECT_EQ(ConvertStr2PeriodUS(c.text), c.us);
+    }
+}

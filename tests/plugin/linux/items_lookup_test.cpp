@@ -1,0 +1,213 @@
+// Finding processes by command line: the wildcard matcher's quirks, the
+// cmdline text rules, the /proc readers, exact/prefix/wildcard lookups
+// against real processes, and the stored-pid re-use.
+
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "plugin/linux/common_plugin_internal.h"
+#include "tests/plugin/linux/items_test_util.h"
+#include "tests/support/sandbox.h"
+
+using P = ZADI_Linux_Plugin;
+
+TEST(FuzzyMatch, KeepsItsAnchoringAndRestartQuirks) {
+    const struct {
+        const char* str;
+        const char* pattern;
+        bool match;
+    } cases[] = {
+        {"ab", "ab", true},       {"axab", "ab", true},     {"xab", "ab", false},  // anchored only at first char
+        {"abab", "ab", false},    {"abc", "ab", false},     {"abc", "ab*", true},
+        {"abc", "a?c", true},     {"abc", "*", true},       {"", "*", true},
+        {"abc", "", false},       {"", "", true},           {"aab", "ab", true},
+        {"abc", "*c", true},      {"abc", "*x", false},     {"abc", "a*c", true},
+        {"abc", "***", true},     {"abc", "?", false},      {"abc", "???", true},
+        {"abc", "????", false},   {"a", "a**", true},       {"/usr/bin/app -x", "*app*", true},
+        {"/usr/bin/app -x", "/usr/*/app -?", true},         {"xyz", "x*z?", false},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(std::string(c.str) + " ~ " + c.pattern);
+        EXPECT_EQ(P::str_fuzzy_match(c.str, c.pattern), c.match);
+    }
+    EXPECT_FALSE(P::str_fuzzy_match(nullptr, "*"));
+    EXPECT_FALSE(P::str_fuzzy_match("a", nullptr));
+}
+
+TEST(CmdlineText, NulsBecomeSpacesUntilAnEmptyArgument) {
+    char a[] = {'a', '\0', 'b', '\0', '\0', '\0'};
+    P::change_cmdlie_to_str(a, sizeof(a));
+    EXPECT_STREQ(a, "a b");
+    char b[] = {'p', 'r', 'o', 'g', '\0', '\0', 'x', '\0', '\0'};
+    P::change_cmdlie_to_str(b, sizeof(b));
+    EXPECT_STREQ(b, "prog");  // arguments after an empty one are lost
+    // The last byte is never turned into a space, so the text stays terminated.
+    char c[] = {'a', '\0', 'b', '\0'};
+    P::change_cmdlie_to_str(c, 3);
+    EXPECT_EQ(std::string(c, 4), std::string("a b\0", 4));
+}
+
+TEST(CmdlineText, GetItemsCountsSingleSpaces) {
+    const char* line = "1 (a) S 4 5";
+    EXPECT_EQ(P::get_items(nullptr, 3), nullptr);
+    EXPECT_EQ(P::get_items(line, 1), line);
+    EXPECT_EQ(P::get_items(line, -4), line);
+    EXPECT_STREQ(P::get_items(line, 3), "S 4 5");
+    EXPECT_STREQ(P::get_items(line, 5), "5");
+    EXPECT_STREQ(P::get_items(line, 9), "");  // the terminator, not null
+    EXPECT_STREQ(P::get_items("a  b", 3), "b");  // runs are not merged
+    // A name with a space shifts the fields: accepted.
+    EXPECT_EQ(zadi::ParseStatLineTicks("9 (x) S 1 1 1 0 -1 0 0 0 0 0 7 8 0 0"), 15u);
+    EXPECT_EQ(zadi::ParseStatLineTicks("9 (x y) S 1 1 1 0 -1 0 0 0 0 0 7 8 0 0"), 7u);
+}
+
+SANDBOX_TEST(ReadFile, KeepsTwoNulsAndReadsTheRequestedLine) {
+    kt::WriteFile("/tmp/rf", "first line\nsecond\nthird");
+    char buf[16];
+    memset(buf, 'x', sizeof(buf));
+    ASSERT_EQ(P::read_file("/tmp/rf", buf, sizeof(buf), 1), 0);
+    EXPECT_STREQ(buf, "first line\n");
+    ASSERT_EQ(P::read_file("/tmp/rf", buf, sizeof(buf), 3), 0);
+    EXPECT_STREQ(buf, "third");
+    EXPECT_EQ(P::read_file("/tmp/rf", buf, sizeof(buf), 4), -1);
+    // At most size - 2 characters: the rest of the buffer is cleared.
+    char small[6];
+    ASSERT_EQ(P::read_file("/tmp/rf", small, sizeof(small), 1), 0);
+    EXPECT_EQ(std::string(small, 6), std::string("firs\0\0", 6));
+    memset(buf, 'x', sizeof(buf));
+    EXPECT_EQ(P::read_file("/tmp/rf", buf, sizeof(buf), 0), 0);  // nothing read
+    EXPECT_EQ(buf[0], 'x');
+    EXPECT_EQ(P::read_file("/tmp/none", buf, sizeof(buf), 1), -1);
+    EXPECT_EQ(P::read_file(nullptr, buf, sizeof(buf), 1), -1);
+    EXPECT_EQ(P::read_file("/tmp/rf", nullptr, sizeof(buf), 1), -1);
+    EXPECT_EQ(P::read_file("/tmp/rf", buf, 0, 1), -1);
+    kt::WriteFile("/tmp/empty", "");
+    EXPECT_EQ(P::read_file("/tmp/empty", buf, sizeof(buf), 1), -1);
+    // A command line with a newline: only the part before it is compared.
+    kt::WriteFile("/tmp/cl", std::string("prog\0a\nb\0", 9));
+    EXPECT_TRUE(P::check_with_cmdline("/tmp/cl", "prog a\n", CMDLINE_MATCH_EXACT));
+    EXPECT_TRUE(P::check_with_cmdline("/tmp/cl", "prog", CMDLINE_MATCH_PREFIX));
+    EXPECT_TRUE(P::check_with_cmdline("/tmp/cl", "*g a?", CMDLINE_MATCH_FUZZY));
+    EXPECT_TRUE(P::check_with_cmdline("/tmp/cl", "prog a\n", 7));  // unknown mode means exact
+    EXPECT_FALSE(P::check_with_cmdline("/tmp/cl", "prog", 7));
+}
+
+SANDBOX_TEST(Lookup, ExactPrefixAndWildcardAgainstRealProcesses) {
+    const std::string u = kt::UniqueName("lk");
+    kt::Child a("lka", {"/opt/" + u + "/srv", "--id", "1"});
+    kt::Child gap("lkg", {"/opt/" + u + "/gap", "", "x"});
+    const std::string nameA = "/opt/" + u + "/srv --id 1";
+    int pid = 0;
+    EXPECT_EQ(P::get_pid_byname(nameA.c_str(), pid), a.pid());
+    EXPECT_EQ(pid, a.pid());
+    pid = 0;
+    EXPECT_EQ(P::get_pid_byname(("/opt/" + u + "/srv").c_str(), pid), 0);  // exact means whole text
+    // An empty middle argument ends the text.
+    pid = 0;
+    EXPECT_EQ(P::get_pid_byname(("/opt/" + u + "/gap").c_str(), pid), gap.pid());
+    pid = 0;
+    EXPECT_EQ(P::get_pid_byname(("/opt/" + u + "/gap  x").c_str(), pid), 0);
+
+    process_cpu_context_t table[4];
+    memset(table, 0, sizeof(table));
+    unsigned int count = 99;
+    P::get_allpid(("/opt/" + u + "/").c_str(), table, 4, &count, CMDLINE_MATCH_PREFIX);
+    EXPECT_EQ(count, 2u);
+    count = 99;
+    P::get_allpid(("*" + u + "/s?v*").c_str(), table, 4, &count, CMDLINE_MATCH_FUZZY);
+    ASSERT_EQ(count, 1u);
+    EXPECT_EQ(table[0].pid, a.pid());
+    EXPECT_EQ(table[0].syscputime, 0u);  // only pids are written
+    count = 99;
+    P::get_allpid(("/opt/" + u).c_str(), table, 1, &count, CMDLINE_MATCH_PREFIX);
+    EXPECT_EQ(count, 1u);  // max reached: the walk stops
+    count = 99;
+    P::get_allpid(("/opt/" + u).c_str(), table, 4, &count, CMDLINE_MATCH_EXACT);
+    EXPECT_EQ(count, 0u);
+
+    char buf[64];
+    ASSERT_EQ(P::get_procname_bypid(a.pid(), buf, sizeof(buf)), 0);
+    EXPECT_STREQ(buf, "lka");
+    ASSERT_EQ(P::get_cmdline_bypid(a.pid(), buf, sizeof(buf)), 0);
+    EXPECT_EQ(std::string(buf), nameA);
+    a.Kill();
+    EXPECT_EQ(P::get_procname_bypid(a.pid(), buf, sizeof(buf)), -1);
+    EXPECT_EQ(P::get_cmdline_bypid(a.pid(), buf, sizeof(buf)), -1);
+    EXPECT_EQ(P::get_cmdline_bypid(gap.pid(), nullptr, 10), -1);
+}
+
+SANDBOX_TEST(Lookup, KernelThreadsNeverMatch) {
+    // kthreadd (pid 2 in the initial pid namespace) has an empty cmdline.
+    char name[32] = {0};
+    if (P::get_procname_bypid(2, name, sizeof(name)) != 0 || std::string(name) != "kthreadd") {
+        GTEST_SKIP() << "no kthreadd visible";
+    }
+    EXPECT_FALSE(P::check_with_cmdline("/proc/2/cmdline", "", CMDLINE_MATCH_EXACT));
+    EXPECT_FALSE(P::check_with_cmdline("/proc/2/cmdline", "*", CMDLINE_MATCH_FUZZY));
+    EXPECT_EQ(P::get_phy_mem(2), 0u);  // no VmRSS line
+}
+
+SANDBOX_TEST(Lookup, StoredPidIsReusedWhileItRunsTheSameCommandLine) {
+    const std::string name = "/opt/" + kt::UniqueName("twin") + " run";
+    kt::Child first("tw1", {name.substr(0, name.size() - 4), "run"});
+    kt::Child second("tw2", {name.substr(0, name.size() - 4), "run"});
+    const bool firstEarlier = itest::ProcOrder(first.pid()) < itest::ProcOrder(second.pid());
+    const pid_t earlier = firstEarlier ? first.pid() : second.pid();
+    const pid_t later = firstEarlier ? second.pid() : first.pid();
+
+    // A walk finds the earlier one in directory order ...
+    int pid = 0;
+    unsigned long long sys = 5, proc = 6;
+    EXPECT_EQ(P::get_pid_byname(name.c_str(), pid, sys, proc), earlier);
+    EXPECT_EQ(sys, 0u);
+    EXPECT_EQ(proc, 0u);
+    // ... but a stored pid that still matches is kept with its samples,
+    // which shows no walk happened.
+    pid = later;
+    sys = 5;
+    proc = 6;
+    EXPECT_EQ(P::get_pid_byname(name.c_str(), pid, sys, proc), later);
+    EXPECT_EQ(sys, 5u);
+    EXPECT_EQ(proc, 6u);
+
+    // The pid now runs another program: samples dropped, /proc walked again.
+    kt::Child other("oth", {"/opt/" + kt::UniqueName("other")});
+    pid = other.pid();
+    sys = 5;
+    proc = 6;
+    EXPECT_EQ(P::get_pid_byname(name.c_str(), pid, sys, proc), earlier);
+    EXPECT_EQ(sys, 0u);
+    EXPECT_EQ(proc, 0u);
+    // A stored pid that is gone, and nothing matching at all.
+    first.Kill();
+    second.Kill();
+    pid = later;
+    EXPECT_EQ(P::get_pid_byname(name.c_str(), pid, sys, proc), 0);
+    EXPECT_EQ(pid, 0);
+}
+
+SANDBOX_TEST(PreCmd, OutputMustBeginWithTheKeywords) {
+    char active[] = "echo active-primary";
+    char blank[] = "true";
+    char longOut[] = "echo 0123456789012345678901234567890123456789";
+    char kw[] = "active";
+    char other[] = "standby";
+    char empty[] = "";
+    char longKw[] = "0123456789012345678901234567890123456789";
+    char first31[] = "0123456789012345678901234567890";
+    EXPECT_EQ(P::exec_pre_cmd(active, kw), 0);
+    EXPECT_EQ(P::exec_pre_cmd(active, other), -1);
+    EXPECT_EQ(P::exec_pre_cmd(blank, empty), 0);
+    EXPECT_EQ(P::exec_pre_cmd(blank, kw), -1);
+    EXPECT_EQ(P::exec_pre_cmd(longOut, longKw), -1);  // only 31 characters count
+    EXPECT_EQ(P::exec_pre_cmd(longOut, first31), 0);
+    EXPECT_EQ(P::exec_pre_cmd(nullptr, kw), -1);
+    EXPECT_EQ(P::exec_pre_cmd(active, nullptr), -1);
+    // The command is waited for, so no zombie is left behind.
+    EXPECT_LE(waitpid(-1, nullptr, WNOHANG), 0);
+}
+
+TEST(Lookup, CoreCountIsTheOnlineProcessorCount) {
+    EXPECT_EQ(P::get_cpu_core_num(), static_cast<unsigned int>(sysconf(_SC_NPROCESSORS_ONLN)));
+}

@@ -1,0 +1,159 @@
+// Whole-system items against deterministic /proc/stat and /proc/meminfo and
+// real file systems: delta arithmetic, which counters count, line positions,
+// and the disk figure's double rounding.
+
+#include <sys/mount.h>
+#include <sys/stat.h>
+
+#include "plugin/linux/common_plugin_internal.h"
+#include "tests/plugin/linux/items_test_util.h"
+#include "tests/support/sandbox.h"
+
+using itest::Args;
+using itest::Bits;
+using itest::kMarkerBits;
+
+namespace {
+
+// user nice system idle iowait irq softirq steal guest guest_nice
+std::string StatLine(unsigned long long user, unsigned long long nice, unsigned long long system,
+                     unsigned long long idle, unsigned long long iowait, unsigned long long irq,
+                     unsigned long long softirq, unsigned long long steal = 0) {
+    return "cpu  " + std::to_string(user) + " " + std::to_string(nice) + " " + std::to_string(system) + " " +
+           std::to_string(idle) + " " + std::to_string(iowait) + " " + std::to_string(irq) + " " +
+           std::to_string(softirq) + " " + std::to_string(steal) + " 0 0\ncpu0 1 2 3 4 5 6 7 8 0 0\nintr 1\n";
+}
+
+}  // namespace
+
+SANDBOX_TEST(SysCpu, DeltaOfSevenCountersWithIdleOnlyAsIdle) {
+    kt::BindFileOver("/proc/stat", StatLine(100, 20, 30, 800, 10, 5, 35, 999));
+    Args a;
+    // Zeroed context: the average since boot; steal is not counted.
+    float v = a.Call(GetSysCPU);
+    EXPECT_EQ(a.result.result, 0);
+    EXPECT_FLOAT_EQ(v, static_cast<float>(100.0 - 800.0 * 100.0 / 1000.0));
+    auto ctx = a.Ctx<sys_cpu_context_t>();
+    EXPECT_EQ(ctx.totaltime, 1000u);
+    EXPECT_EQ(ctx.idletime, 800u);
+
+    // Same tick: 0.0 and the stored sample stays.
+    a.ResetResult();
+    EXPECT_EQ(a.Call(GetSysCPU), 0.0f);
+    EXPECT_EQ(a.result.result, 0);
+    EXPECT_EQ(a.reason(), "untouched");
+    EXPECT_EQ(a.Ctx<sys_cpu_context_t>().totaltime, 1000u);
+
+    // +400 ticks, of which idle +100 and iowait/irq/softirq +150: busy 75 %.
+    kt::BindFileOver("/proc/stat", StatLine(200, 20, 80, 900, 60, 55, 85, 5000));
+    EXPECT_FLOAT_EQ(a.Call(GetSysCPU), 75.0f);
+    EXPECT_EQ(a.Ctx<sys_cpu_context_t>().totaltime, 1400u);
+
+    // The context is required, argc and argv are not looked at.
+    Args b;
+    EXPECT_EQ(Bits(GetSysCPU(1, nullptr, nullptr, &b.result)), kMarkerBits);
+    EXPECT_EQ(b.result.result, 77);
+    EXPECT_EQ(b.reason(), "untouched");
+    EXPECT_EQ(Bits(GetSysCPU(0, nullptr, &b.context, nullptr)), kMarkerBits);
+    GetSysCPU(-4, nullptr, &b.context, &b.result);
+    EXPECT_EQ(b.result.result, 0);
+}
+
+SANDBOX_TEST(SysCpu, UserShareLeavesNiceOut) {
+    kt::BindFileOver("/proc/stat", StatLine(250, 250, 0, 500, 0, 0, 0));
+    Args a;
+    EXPECT_FLOAT_EQ(a.Call(GetSysUsrCPU), 25.0f);
+    EXPECT_EQ(a.Ctx<sys_usr_cpu_context_t>().uesrtime, 250u);
+    kt::BindFileOver("/proc/stat", StatLine(260, 280, 0, 560, 0, 0, 0));
+    EXPECT_FLOAT_EQ(a.Call(GetSysUsrCPU), 10.0f);
+    EXPECT_EQ(a.Ctx<sys_usr_cpu_context_t>().totaltime, 1100u);
+    // The process figures use only four counters for the same line.
+    kt::BindFileOver("/proc/stat", StatLine(1, 2, 3, 4, 100, 200, 300, 400));
+    EXPECT_EQ(ZADI_Linux_Plugin::get_cpu_total_occupy(), 10u);
+    unsigned long long t[7];
+    ASSERT_EQ(ZADI_Linux_Plugin::get_sys_cpu_tick(t[0], t[1], t[2], t[3], t[4], t[5], t[6]), 0);
+    EXPECT_EQ(t[4], 100u);
+    EXPECT_EQ(t[6], 300u);
+    // Counters that do not parse stay 0.
+    kt::BindFileOver("/proc/stat", "cpu 7 8\n");
+    ASSERT_EQ(ZADI_Linux_Plugin::get_sys_cpu_tick(t[0], t[1], t[2], t[3], t[4], t[5], t[6]), 0);
+    EXPECT_EQ(t[0], 7u);
+    EXPECT_EQ(t[2], 0u);
+    EXPECT_EQ(t[6], 0u);
+}
+
+SANDBOX_TEST(SysMemory, LinesByPositionAndPlainFree) {
+    // Line 2 is taken as free whatever its label says.
+    kt::BindFileOver("/proc/meminfo",
+                     "MemTotal:        8000000 kB\nMemAvailable:    2000000 kB\nMemFree:    100 kB\n");
+    Args a;
+    EXPECT_FLOAT_EQ(GetSysMemory(0, nullptr, nullptr, &a.result), 75.0f);  // no context needed
+    EXPECT_EQ(a.result.result, 0);
+    EXPECT_EQ(GetSysFreeMemory(0, nullptr, nullptr, &a.result), 1953.0f);  // 2000000 >> 10
+    kt::BindFileOver("/proc/meminfo", "MemTotal: 0 kB\nMemFree: 0 kB\n");
+    EXPECT_EQ(GetSysMemory(0, nullptr, nullptr, &a.result), 0.0f);
+    kt::BindFileOver("/proc/meminfo", "MemTotal: 3 kB\n");
+    EXPECT_FLOAT_EQ(GetSysMemory(0, nullptr, nullptr, &a.result), 100.0f);  // a missing line reads 0
+    EXPECT_EQ(Bits(GetSysMemory(0, nullptr, nullptr, nullptr)), kMarkerBits);
+    EXPECT_EQ(Bits(GetSysFreeMemory(0, nullptr, nullptr, nullptr)), kMarkerBits);
+}
+
+SANDBOX_TEST(DiskUsage, HalfIsAddedTwice) {
+    // A tmpfs of ten 4 KiB blocks: its figures are exact.
+    ASSERT_EQ(mkdir("/tmp/disk", 0755), 0);
+    ASSERT_EQ(mount("tmpfs", "/tmp/disk", "tmpfs", 0, "size=40k"), 0) << strerror(errno);
+    Args a({{"Path", "/tmp/disk"}});
+    EXPECT_EQ(a.Call(GetDiskUsage), 1.0f);  // 0 used of 10 gives 1
+    EXPECT_EQ(a.result.result, 0);
+    kt::WriteFile("/tmp/disk/f", std::string(4096, 'x'));
+    EXPECT_EQ(a.Call(GetDiskUsage), 11.0f);  // 1 of 10 gives 11
+    kt::WriteFile("/tmp/disk/g", std::string(4096 * 4, 'x'));
+    EXPECT_EQ(a.Call(GetDiskUsage), 51.0f);
+
+    // A pseudo file system has no blocks: 0.0, a success.
+    Args p({{"Path", "/proc"}});
+    EXPECT_EQ(p.Call(GetDiskUsage), 0.0f);
+    EXPECT_EQ(p.result.result, 0);
+
+    Args missing({{"Path", "/no/such/dir"}});
+    EXPECT_EQ(Bits(missing.Call(GetDiskUsage)), kMarkerBits);
+    EXPECT_EQ(missing.result.result, -1);
+    EXPECT_EQ(missing.reason(), "Get Disk Usage Fault, Return -1.000000.");
+
+    Args two({{"Path", "/"}, {"Path", "/"}});
+    EXPECT_EQ(Bits(two.Call(GetDiskUsage)), kMarkerBits);
+    EXPECT_EQ(two.reason(), "Input parameter number error.");
+}
+
+SANDBOX_TEST(SysFailures, MissingProcFilesAreZeroSuccessesWithALogLine) {
+    // An empty /proc: every reader fails to open its file. It is taken away
+    // again before the body ends (leak checking reads /proc at exit).
+    ASSERT_EQ(mount("tmpfs", "/proc", "tmpfs", 0, nullptr), 0) << strerror(errno);
+    struct Unmount {
+        ~Unmount() { umount("/proc"); }
+    } unmount;
+    Args a;
+    EXPECT_EQ(a.Call(GetSysCPU), 0.0f);
+    EXPECT_EQ(a.result.result, 0);
+    EXPECT_EQ(a.Call(GetSysUsrCPU), 0.0f);
+    EXPECT_EQ(GetSysMemory(0, nullptr, nullptr, &a.result), 0.0f);
+    EXPECT_EQ(a.result.result, 0);
+    EXPECT_EQ(GetSysFreeMemory(0, nullptr, nullptr, &a.result), 0.0f);
+    EXPECT_EQ(ZADI_Linux_Plugin::get_cpu_total_occupy(), 0u);
+    EXPECT_EQ(ZADI_Linux_Plugin::get_cpu_process_occupy(1), 0u);
+    EXPECT_EQ(ZADI_Linux_Plugin::get_phy_mem(1), 0u);
+    ZADI_Linux_Plugin p;
+    EXPECT_EQ(p.get_handle_max(1), 0u);
+    Args proc({{"ProcessName", "/sbin/init"}});
+    EXPECT_EQ(proc.Call(GetProcessMemory), 0.0f);
+    EXPECT_EQ(proc.result.result, 0);
+
+    // The texts, spelling included, with errno and its text.
+    const std::string enoent = "errno(2, No such file or directory).";
+    EXPECT_GE(kt::SyslogCount("Open failed(/proc/stat), " + enoent), 1);
+    EXPECT_GE(kt::SyslogCount("Open failed(/proc/meminfo), " + enoent), 1);
+    EXPECT_GE(kt::SyslogCount("Openfile failed, " + enoent), 1);
+    EXPECT_GE(kt::SyslogCount("Open file failed, " + enoent), 1);
+    EXPECT_GE(kt::SyslogCount("Open failed(/proc/1/status), " + enoent), 1);
+    EXPECT_GE(kt::SyslogCount("Open failed(/proc/1/limits), " + enoent), 1);
+}
