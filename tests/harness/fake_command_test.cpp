@@ -51,4 +51,14 @@ SANDBOX_TEST(FakeCommand, PlatformScriptAtAbsolutePath) {
     EXPECT_EQ(script.Calls(), (Calls{{"eth1"}}));
 }
 
+// Target programs run in cross builds too, where the kernel cannot start
+// them by itself.
+TEST(TargetCommand, RunsTargetPrograms) {
+    int status = -1;
+    EXPECT_EQ(RunAndRead(kt::TargetCommand(KIRA_BINARY_DIR "/tests/harness_tests") +
+                             " --gtest_filter=UniqueName.* --gtest_brief=1 >/dev/null; echo $?",
+                         &status),
+              "0\n");
+}
+
 }  // namespace

@@ -14,6 +14,7 @@
 #include <gtest/gtest-spi.h>
 
 #include "tests/support/sandbox.h"
+#include "tests/support/sandbox_internal.h"
 
 namespace {
 
@@ -46,6 +47,17 @@ TEST(SandboxOutcome, ResultsComeBackWithFileLineAndText) {
     EXPECT_EQ(skipped.kind, Kind::kSkipped);
     ASSERT_EQ(skipped.reports.size(), 1u);
     EXPECT_EQ(skipped.reports[0].type, ::testing::TestPartResult::kSkip);
+}
+
+// A child killed while writing leaves a cut-off record; lengths in it must
+// not be trusted.
+TEST(SandboxOutcome, CutOffResultRecordsAreDropped) {
+    const std::string huge_lengths(40, '\xff');
+    EXPECT_TRUE(kt::internal::ParseReports(huge_lengths).empty());
+    EXPECT_TRUE(kt::internal::ParseReports(std::string(11, '\0')).empty());
+    std::string one_empty(16, '\0');  // type 0, line 0, empty file, empty message
+    EXPECT_EQ(kt::internal::ParseReports(one_empty).size(), 1u);
+    EXPECT_EQ(kt::internal::ParseReports(one_empty + one_empty.substr(0, 15)).size(), 1u);
 }
 
 // More failure text than a pipe holds: the parent must read while the child

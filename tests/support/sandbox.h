@@ -122,6 +122,10 @@ public:
 private:
     pid_t pid_ = -1;
 };
+// A shell command line that runs `program`, a program built for the target:
+// the program itself, or in a cross build the emulator followed by it.
+std::string TargetCommand(const std::string& program);
+
 // A name unique to this test run, for process names and command lines:
 // `stem`, "_" and six more characters (seven from the 37th name on, eight
 // from the 1297th). The kernel keeps 15 characters of a process name: keep

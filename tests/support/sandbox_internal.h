@@ -8,6 +8,7 @@
 #include <sys/types.h>
 
 #include <string>
+#include <vector>
 
 #include "tests/support/sandbox.h"
 
@@ -37,6 +38,15 @@ bool StartSyslogCapture(std::string* error);
 int DrainSyslogUntilExit(pid_t body);
 // One datagram in glibc's "<PRI>Mmm dd hh:mm:ss ident[pid]: text" form.
 SyslogLine ParseSyslogDatagram(const char* data, size_t len);
+
+// Child side: sends the body's gtest failures and skips through `fd`
+// instead of printing them, and counts them.
+void ForwardResultsTo(int fd);
+int BodyFailures();
+int BodySkips();
+// Parent side: the reports in what the child sent (a cut-off record at the
+// end is dropped).
+std::vector<SandboxReport> ParseReports(const std::string& records);
 
 // Installs a handler that prints the signal and a backtrace before the
 // default action, where no other handler (a sanitizer's) is installed.

@@ -3,15 +3,14 @@
 // Parent: fork, then wait on a pidfd (or poll) up to the time limit while
 // reading the child's gtest results from a pipe; kill the child's process
 // group at the end so nothing it started outlives the test.
-// Child: own process group, dies with the parent, builds the sandbox, runs
-// the body with gtest results streamed to the parent instead of printed, and
-// exits with a code saying how the body ended.
+// Child: own process group, dies with the parent, builds the sandbox, and
+// forks the body, whose gtest results go to the parent instead of being
+// printed; ends with a code saying how the body ended.
 
 #include <errno.h>
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
-#include <stdint.h>
 #include <stdio.h>
 #include <string.h>
 #include <sys/prctl.h>
@@ -19,9 +18,6 @@
 #include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
-
-#include <atomic>
-#include <mutex>
 
 #include "os/base/kira_raii.h"
 #include "tests/support/sandbox_internal.h"
@@ -45,74 +41,9 @@ using internal::kExitPassed;
 using internal::kExitSetupFailed;
 using internal::kExitSkipped;
 
-// ---- child side: gtest results travel to the parent through a pipe ----
-
-void WriteAll(int fd, const std::string& data) {
-    size_t done = 0;
-    while (done < data.size()) {
-        ssize_t n = ::write(fd, data.data() + done, data.size() - done);
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) return;
-        done += static_cast<size_t>(n);
-    }
-}
-
-void AppendU32(std::string* out, uint32_t v) { out->append(reinterpret_cast<const char*>(&v), sizeof v); }
-
-// Record: type, line, file length, file, message length, message (host order:
-// both ends are the same process image).
-// The counts judge the body alone: the child inherits whatever the test
-// recorded before the fork.
-class ResultForwarder : public ::testing::EmptyTestEventListener {
-public:
-    explicit ResultForwarder(int fd) : fd_(fd) {}
-    void OnTestPartResult(const ::testing::TestPartResult& r) override {
-        if (r.type() == ::testing::TestPartResult::kSuccess) return;
-        if (r.type() == ::testing::TestPartResult::kSkip) {
-            skips_.fetch_add(1);
-        } else {
-            failures_.fetch_add(1);
-        }
-        const char* file = r.file_name() != nullptr ? r.file_name() : "";
-        std::string rec;
-        AppendU32(&rec, static_cast<uint32_t>(r.type()));
-        AppendU32(&rec, static_cast<uint32_t>(r.line_number()));
-        AppendU32(&rec, static_cast<uint32_t>(strlen(file)));
-        rec += file;
-        AppendU32(&rec, static_cast<uint32_t>(strlen(r.message())));
-        rec += r.message();
-        std::lock_guard<std::mutex> lock(mu_);
-        WriteAll(fd_, rec);
-    }
-
-    int failures() const { return failures_.load(); }
-    int skips() const { return skips_.load(); }
-
-private:
-    int fd_;
-    std::mutex mu_;
-    std::atomic<int> failures_{0};
-    std::atomic<int> skips_{0};
-};
-
-// Owned by gtest's listener list; in a sandbox run from a sandboxed body,
-// the enclosing run's forwarder is replaced, or results would reach both.
-ResultForwarder* g_forwarder = nullptr;
-
-ResultForwarder* ForwardResultsTo(int fd) {
-    ::testing::TestEventListeners& listeners = ::testing::UnitTest::GetInstance()->listeners();
-    // The parent prints what it receives; printing here too would show every
-    // failure twice.
-    delete listeners.Release(listeners.default_result_printer());
-    if (g_forwarder != nullptr) delete listeners.Release(g_forwarder);
-    g_forwarder = new ResultForwarder(fd);
-    listeners.Append(g_forwarder);
-    return g_forwarder;
-}
-
-int BodyExitCode(const ResultForwarder& results) {
-    if (results.failures() > 0) return kExitFailed;
-    if (results.skips() > 0) return kExitSkipped;
+int BodyExitCode() {
+    if (internal::BodyFailures() > 0) return kExitFailed;
+    if (internal::BodySkips() > 0) return kExitSkipped;
 #ifdef KT_LEAK_CHECK
     if (__lsan_do_recoverable_leak_check() != 0) return kExitLeaked;
 #endif
@@ -133,11 +64,11 @@ int BodyExitCode(const ResultForwarder& results) {
     ::_exit(WIFEXITED(status) ? WEXITSTATUS(status) : kExitSetupFailed);
 }
 
-[[noreturn]] void RunBody(pid_t supervisor, const ResultForwarder& results, const std::function<void()>& body) {
+[[noreturn]] void RunBody(pid_t supervisor, const std::function<void()>& body) {
     ::prctl(PR_SET_PDEATHSIG, SIGKILL);
     if (::getppid() != supervisor) ::_exit(kExitSetupFailed);
     body();
-    int code = BodyExitCode(results);
+    int code = BodyExitCode();
     fflush(nullptr);
     ::_exit(code);
 }
@@ -153,7 +84,7 @@ int BodyExitCode(const ResultForwarder& results) {
     internal::InstallCrashReporter();
     // What the body prints before a crash must not die in a buffer.
     setvbuf(stdout, nullptr, _IOLBF, 0);
-    const ResultForwarder* results = ForwardResultsTo(result_fd);
+    internal::ForwardResultsTo(result_fd);
     std::string error;
     if (!internal::EnterSandbox(opts, &error)) {
         fprintf(stderr, "sandbox setup failed: %s\n", error.c_str());
@@ -162,7 +93,7 @@ int BodyExitCode(const ResultForwarder& results) {
     }
     const pid_t supervisor = ::getpid();
     const pid_t pid = ::fork();
-    if (pid == 0) RunBody(supervisor, *results, body);
+    if (pid == 0) RunBody(supervisor, body);
     if (pid < 0) {
         fprintf(stderr, "sandbox setup failed: %s\n", internal::ErrnoText("fork").c_str());
         ::_exit(kExitSetupFailed);
@@ -211,33 +142,6 @@ bool WaitChild(pid_t pid, int result_fd, int limit_ms, std::string* results) {
     }
     DrainPipe(result_fd, results);
     return true;
-}
-
-uint32_t TakeU32(const std::string& buf, size_t* pos) {
-    uint32_t v = 0;
-    memcpy(&v, buf.data() + *pos, sizeof v);
-    *pos += sizeof v;
-    return v;
-}
-
-std::vector<SandboxReport> ParseReports(const std::string& buf) {
-    std::vector<SandboxReport> out;
-    size_t pos = 0;
-    while (buf.size() - pos >= 3 * sizeof(uint32_t)) {
-        SandboxReport r;
-        r.type = static_cast<::testing::TestPartResult::Type>(TakeU32(buf, &pos));
-        r.line = static_cast<int>(TakeU32(buf, &pos));
-        uint32_t flen = TakeU32(buf, &pos);
-        if (buf.size() - pos < flen + sizeof(uint32_t)) break;
-        r.file.assign(buf, pos, flen);
-        pos += flen;
-        uint32_t mlen = TakeU32(buf, &pos);
-        if (buf.size() - pos < mlen) break;
-        r.message.assign(buf, pos, mlen);
-        pos += mlen;
-        out.push_back(std::move(r));
-    }
-    return out;
 }
 
 void JudgeStatus(int status, SandboxOutcome* out) {
@@ -307,7 +211,7 @@ SandboxOutcome RunSandboxedOutcome(const std::function<void()>& body, const Sand
     while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
     }
     DrainPipe(rd.get(), &results);
-    out.reports = ParseReports(results);
+    out.reports = internal::ParseReports(results);
     if (finished) {
         JudgeStatus(status, &out);
     } else {

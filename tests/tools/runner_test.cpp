@@ -21,7 +21,7 @@ struct Run {
 
 Run Exec(const std::string& args) {
     Run r{-1, ""};
-    FILE* p = popen((kRunner + " " + args + " 2>&1").c_str(), "r");
+    FILE* p = popen((kt::TargetCommand(kRunner) + " " + args + " 2>&1").c_str(), "r");
     if (p == nullptr) return r;
     char buf[4096];
     size_t n;
