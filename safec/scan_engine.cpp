@@ -2,7 +2,7 @@
 // (a field's current character and how many more its width allows); the
 // Scanner with its directive loop and one method per conversion family
 // (integers, floating point, text fields, %n); the instantiations for
-// string and stream inputs. Directive parsing is in scan_spec.cpp, bounded
+// string and stream inputs. Directive parsing is in scan_directive.cpp, bounded
 // field output in scan_field_internal.h.
 
 #include "safec/scan_engine_internal.h"
@@ -13,7 +13,7 @@
 
 #include "safec/scan_chars_internal.h"
 #include "safec/scan_field_internal.h"
-#include "safec/scan_spec_internal.h"
+#include "safec/scan_directive_internal.h"
 
 namespace safec {
 namespace {
@@ -95,22 +95,22 @@ private:
 
     void SkipSpace();
     Outcome MatchLiteral(CharT expected);
-    Outcome Convert(const Spec<CharT>& spec);
-    Outcome ScanInteger(const Spec<CharT>& spec, int base, bool isSigned);
-    Outcome ScanFloat(const Spec<CharT>& spec);
+    Outcome Convert(const Directive<CharT>& directive);
+    Outcome ScanInteger(const Directive<CharT>& directive, int base, bool isSigned);
+    Outcome ScanFloat(const Directive<CharT>& directive);
     bool CollectWord(const char* word, Cursor<CharT>* cur, FloatText* text);
     void CollectNan(Cursor<CharT>* cur, FloatText* text);
     void CollectNumber(Cursor<CharT>* cur, FloatText* text);
     bool CollectDigits(int base, Cursor<CharT>* cur, FloatText* text);
-    Outcome ScanText(const Spec<CharT>& spec, TextKind kind);
+    Outcome ScanText(const Directive<CharT>& directive, TextKind kind);
     template <typename OutT>
-    Outcome ScanTextInto(const Spec<CharT>& spec, TextKind kind, OutT* buffer, size_t size);
-    bool Accepts(const Spec<CharT>& spec, TextKind kind, CharT c) const;
-    Outcome StoreCount(const Spec<CharT>& spec);
-    Outcome StoreInteger(const Spec<CharT>& spec, unsigned long long bits);
-    Outcome StoreFloat(const Spec<CharT>& spec, const FloatText& text);
+    Outcome ScanTextInto(const Directive<CharT>& directive, TextKind kind, OutT* buffer, size_t size);
+    bool Accepts(const Directive<CharT>& directive, TextKind kind, CharT c) const;
+    Outcome StoreCount(const Directive<CharT>& directive);
+    Outcome StoreInteger(const Directive<CharT>& directive, unsigned long long bits);
+    Outcome StoreFloat(const Directive<CharT>& directive, const FloatText& text);
     template <typename T>
-    Outcome StoreParsed(const Spec<CharT>& spec, const FloatText& text, T (*parse)(const char*, char**));
+    Outcome StoreParsed(const Directive<CharT>& directive, const FloatText& text, T (*parse)(const char*, char**));
 
     Input& input_;
     va_list args_;
@@ -131,10 +131,10 @@ int Scanner<CharT, Input>::Run(const CharT* format) {
         if (*f != '%') {
             outcome = MatchLiteral(*f++);
         } else {
-            Spec<CharT> spec;
-            f = ParseSpec(f + 1, &spec);
+            Directive<CharT> directive;
+            f = ParseDirective(f + 1, &directive);
             if (f == nullptr) return assigned_;
-            outcome = Convert(spec);
+            outcome = Convert(directive);
         }
         switch (outcome) {
             case Outcome::kAssigned:
@@ -170,25 +170,25 @@ Outcome Scanner<CharT, Input>::MatchLiteral(CharT expected) {
 }
 
 template <typename CharT, typename Input>
-Outcome Scanner<CharT, Input>::Convert(const Spec<CharT>& spec) {
-    switch (spec.conversion) {
-        case 'n': return StoreCount(spec);
-        case 'c': return ScanText(spec, TextKind::kChars);
-        case '[': return ScanText(spec, TextKind::kSet);
+Outcome Scanner<CharT, Input>::Convert(const Directive<CharT>& directive) {
+    switch (directive.conversion) {
+        case 'n': return StoreCount(directive);
+        case 'c': return ScanText(directive, TextKind::kChars);
+        case '[': return ScanText(directive, TextKind::kSet);
         default: break;
     }
     SkipSpace();
-    switch (spec.conversion) {
+    switch (directive.conversion) {
         case '%': return MatchLiteral('%');
-        case 's': return ScanText(spec, TextKind::kString);
-        case 'd': return ScanInteger(spec, 10, true);
-        case 'i': return ScanInteger(spec, 0, true);
-        case 'u': return ScanInteger(spec, 10, false);
-        case 'o': return ScanInteger(spec, 8, false);
+        case 's': return ScanText(directive, TextKind::kString);
+        case 'd': return ScanInteger(directive, 10, true);
+        case 'i': return ScanInteger(directive, 0, true);
+        case 'u': return ScanInteger(directive, 10, false);
+        case 'o': return ScanInteger(directive, 8, false);
         case 'x':
         case 'X':
-        case 'p': return ScanInteger(spec, 16, false);
-        default: return ScanFloat(spec);
+        case 'p': return ScanInteger(directive, 16, false);
+        default: return ScanFloat(directive);
     }
 }
 
@@ -196,9 +196,9 @@ Outcome Scanner<CharT, Input>::Convert(const Spec<CharT>& spec) {
 // digit the value is 0 and the "0x" stays consumed: only one character can
 // be pushed back into a stream.
 template <typename CharT, typename Input>
-Outcome Scanner<CharT, Input>::ScanInteger(const Spec<CharT>& spec, int base, bool isSigned) {
+Outcome Scanner<CharT, Input>::ScanInteger(const Directive<CharT>& directive, int base, bool isSigned) {
     Cursor<CharT> cur;
-    if (!Begin(spec.width != 0 ? spec.width : SIZE_MAX, &cur)) return Outcome::kInputEnd;
+    if (!Begin(directive.width != 0 ? directive.width : SIZE_MAX, &cur)) return Outcome::kInputEnd;
     const bool negative = cur.c == '-';
     if (IsSign(cur.c)) Advance(&cur);
     bool sawDigit = false;
@@ -230,18 +230,18 @@ Outcome Scanner<CharT, Input>::ScanInteger(const Spec<CharT>& spec, int base, bo
         const unsigned long long limit = negative ? 1ULL + LLONG_MAX : static_cast<unsigned long long>(LLONG_MAX);
         if (overflow || value > limit) value = limit;
     } else if (overflow) {
-        return StoreInteger(spec, ULLONG_MAX);
+        return StoreInteger(directive, ULLONG_MAX);
     }
-    return StoreInteger(spec, negative ? 0ULL - value : value);
+    return StoreInteger(directive, negative ? 0ULL - value : value);
 }
 
 // Collects the longest prefix of a floating-point number, then lets the C
 // library convert it; a prefix that is not a whole number ("1e+") is a
 // matching failure.
 template <typename CharT, typename Input>
-Outcome Scanner<CharT, Input>::ScanFloat(const Spec<CharT>& spec) {
+Outcome Scanner<CharT, Input>::ScanFloat(const Directive<CharT>& directive) {
     Cursor<CharT> cur;
-    if (!Begin(spec.width != 0 ? spec.width : SIZE_MAX, &cur)) return Outcome::kInputEnd;
+    if (!Begin(directive.width != 0 ? directive.width : SIZE_MAX, &cur)) return Outcome::kInputEnd;
     FloatText text;
     if (IsSign(cur.c)) Keep(&cur, &text);
     if (cur.have && Lower(cur.c) == 'i') {
@@ -253,7 +253,7 @@ Outcome Scanner<CharT, Input>::ScanFloat(const Spec<CharT>& spec) {
     }
     Release(cur);
     text.text[text.length] = 0;
-    return StoreFloat(spec, text);
+    return StoreFloat(directive, text);
 }
 
 // Keeps the characters of `word` (lower case) while the input matches
@@ -311,38 +311,38 @@ bool Scanner<CharT, Input>::CollectDigits(int base, Cursor<CharT>* cur, FloatTex
 }
 
 template <typename CharT, typename Input>
-Outcome Scanner<CharT, Input>::ScanText(const Spec<CharT>& spec, TextKind kind) {
+Outcome Scanner<CharT, Input>::ScanText(const Directive<CharT>& directive, TextKind kind) {
     // Narrow scanning stores char unless 'l' asks for wide; wide scanning
     // stores wchar_t only with 'l'.
-    const bool wideOut = spec.length == Length::kL;
-    if (spec.suppress) {
-        return wideOut ? ScanTextInto<wchar_t>(spec, kind, nullptr, 0) : ScanTextInto<char>(spec, kind, nullptr, 0);
+    const bool wideOut = directive.length == Length::kL;
+    if (directive.suppress) {
+        return wideOut ? ScanTextInto<wchar_t>(directive, kind, nullptr, 0) : ScanTextInto<char>(directive, kind, nullptr, 0);
     }
     void* buffer = va_arg(args_, void*);
     const size_t size = va_arg(args_, unsigned int);
     if (buffer == nullptr) return Outcome::kMismatch;
-    if (wideOut) return ScanTextInto(spec, kind, static_cast<wchar_t*>(buffer), size);
-    return ScanTextInto(spec, kind, static_cast<char*>(buffer), size);
+    if (wideOut) return ScanTextInto(directive, kind, static_cast<wchar_t*>(buffer), size);
+    return ScanTextInto(directive, kind, static_cast<char*>(buffer), size);
 }
 
 template <typename CharT, typename Input>
-bool Scanner<CharT, Input>::Accepts(const Spec<CharT>& spec, TextKind kind, CharT c) const {
+bool Scanner<CharT, Input>::Accepts(const Directive<CharT>& directive, TextKind kind, CharT c) const {
     switch (kind) {
         case TextKind::kString: return !IsSpace(c);
-        case TextKind::kSet: return InSet(spec, c);
+        case TextKind::kSet: return InSet(directive, c);
         default: return true;
     }
 }
 
 template <typename CharT, typename Input>
 template <typename OutT>
-Outcome Scanner<CharT, Input>::ScanTextInto(const Spec<CharT>& spec, TextKind kind, OutT* buffer, size_t size) {
+Outcome Scanner<CharT, Input>::ScanTextInto(const Directive<CharT>& directive, TextKind kind, OutT* buffer, size_t size) {
     FieldWriter<CharT, OutT> out(buffer, size, kind != TextKind::kChars);
-    const size_t width = spec.width != 0 ? spec.width : (kind == TextKind::kChars ? 1 : SIZE_MAX);
+    const size_t width = directive.width != 0 ? directive.width : (kind == TextKind::kChars ? 1 : SIZE_MAX);
     Cursor<CharT> cur;
     if (!Begin(width, &cur)) return Outcome::kInputEnd;
     size_t taken = 0;
-    for (; cur.have && Accepts(spec, kind, cur.c); Advance(&cur), ++taken) {
+    for (; cur.have && Accepts(directive, kind, cur.c); Advance(&cur), ++taken) {
         const PutResult put = out.Put(cur.c);
         if (put == PutResult::kNoRoom) {
             out.Empty();
@@ -356,26 +356,26 @@ Outcome Scanner<CharT, Input>::ScanTextInto(const Spec<CharT>& spec, TextKind ki
     if (kind == TextKind::kChars && taken != width) return Outcome::kInputEnd;
     if (!out.Complete()) return Outcome::kMismatch;
     if (kind != TextKind::kChars) out.Terminate();
-    return spec.suppress ? Outcome::kSkipped : Outcome::kAssigned;
+    return directive.suppress ? Outcome::kSkipped : Outcome::kAssigned;
 }
 
 template <typename CharT, typename Input>
-Outcome Scanner<CharT, Input>::StoreCount(const Spec<CharT>& spec) {
-    if (spec.suppress) return Outcome::kNoted;
-    const Outcome stored = StoreInteger(spec, input_.Consumed());
+Outcome Scanner<CharT, Input>::StoreCount(const Directive<CharT>& directive) {
+    if (directive.suppress) return Outcome::kNoted;
+    const Outcome stored = StoreInteger(directive, input_.Consumed());
     return stored == Outcome::kAssigned ? Outcome::kNoted : stored;
 }
 
 template <typename CharT, typename Input>
-Outcome Scanner<CharT, Input>::StoreInteger(const Spec<CharT>& spec, unsigned long long bits) {
-    if (spec.suppress) return Outcome::kSkipped;
+Outcome Scanner<CharT, Input>::StoreInteger(const Directive<CharT>& directive, unsigned long long bits) {
+    if (directive.suppress) return Outcome::kSkipped;
     void* target = va_arg(args_, void*);
     if (target == nullptr) return Outcome::kMismatch;
-    if (spec.conversion == 'p') {
+    if (directive.conversion == 'p') {
         *static_cast<void**>(target) = reinterpret_cast<void*>(static_cast<uintptr_t>(bits));
         return Outcome::kAssigned;
     }
-    switch (spec.length) {
+    switch (directive.length) {
         case Length::kHH: *static_cast<unsigned char*>(target) = static_cast<unsigned char>(bits); break;
         case Length::kH: *static_cast<unsigned short*>(target) = static_cast<unsigned short>(bits); break;
         case Length::kNone: *static_cast<unsigned int*>(target) = static_cast<unsigned int>(bits); break;
@@ -390,22 +390,22 @@ Outcome Scanner<CharT, Input>::StoreInteger(const Spec<CharT>& spec, unsigned lo
 
 // The target type follows the length: none float, l double, L long double.
 template <typename CharT, typename Input>
-Outcome Scanner<CharT, Input>::StoreFloat(const Spec<CharT>& spec, const FloatText& text) {
-    switch (spec.length) {
-        case Length::kL: return StoreParsed<double>(spec, text, strtod);
-        case Length::kBigL: return StoreParsed<long double>(spec, text, strtold);
-        default: return StoreParsed<float>(spec, text, strtof);
+Outcome Scanner<CharT, Input>::StoreFloat(const Directive<CharT>& directive, const FloatText& text) {
+    switch (directive.length) {
+        case Length::kL: return StoreParsed<double>(directive, text, strtod);
+        case Length::kBigL: return StoreParsed<long double>(directive, text, strtold);
+        default: return StoreParsed<float>(directive, text, strtof);
     }
 }
 
 template <typename CharT, typename Input>
 template <typename T>
-Outcome Scanner<CharT, Input>::StoreParsed(const Spec<CharT>& spec, const FloatText& text,
+Outcome Scanner<CharT, Input>::StoreParsed(const Directive<CharT>& directive, const FloatText& text,
                                            T (*parse)(const char*, char**)) {
     char* end = nullptr;
     const T value = parse(text.text, &end);
     if (!text.Whole(end)) return Outcome::kMismatch;
-    if (spec.suppress) return Outcome::kSkipped;
+    if (directive.suppress) return Outcome::kSkipped;
     T* target = va_arg(args_, T*);
     if (target == nullptr) return Outcome::kMismatch;
     *target = value;

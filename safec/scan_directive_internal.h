@@ -1,5 +1,5 @@
-#ifndef SAFEC_SCAN_SPEC_INTERNAL_H
-#define SAFEC_SCAN_SPEC_INTERNAL_H
+#ifndef SAFEC_SCAN_DIRECTIVE_INTERNAL_H
+#define SAFEC_SCAN_DIRECTIVE_INTERNAL_H
 
 // One parsed %-directive of a scan format.
 
@@ -10,7 +10,7 @@ namespace safec {
 enum class Length { kNone, kHH, kH, kL, kLL, kJ, kZ, kT, kBigL };
 
 template <typename CharT>
-struct Spec {
+struct Directive {
     bool suppress = false;
     size_t width = 0;  // 0: none given
     Length length = Length::kNone;
@@ -23,11 +23,11 @@ struct Spec {
 // Parses the directive after '%'; returns the position after it, or null
 // for a malformed or unsupported directive.
 template <typename CharT>
-const CharT* ParseSpec(const CharT* p, Spec<CharT>* spec);
+const CharT* ParseDirective(const CharT* p, Directive<CharT>* directive);
 
-// Whether c belongs to the %[ set of spec (negation applied).
+// Whether c belongs to the %[ set of directive (negation applied).
 template <typename CharT>
-bool InSet(const Spec<CharT>& spec, CharT c);
+bool InSet(const Directive<CharT>& directive, CharT c);
 
 }  // namespace safec
 

@@ -1,7 +1,7 @@
 // Parsing of scan directives (flags, width, length, conversion, %[ sets)
 // and the %[ membership test, for narrow and wide formats.
 
-#include "safec/scan_spec_internal.h"
+#include "safec/scan_directive_internal.h"
 
 #include <string.h>
 
@@ -41,16 +41,16 @@ const CharT* ParseLength(const CharT* p, Length* length) {
 
 // A ']' right after '[' or '[^' is a member, not the end of the set.
 template <typename CharT>
-const CharT* ParseSet(const CharT* p, Spec<CharT>* spec) {
+const CharT* ParseSet(const CharT* p, Directive<CharT>* directive) {
     if (*p == '^') {
-        spec->setNegated = true;
+        directive->setNegated = true;
         ++p;
     }
-    spec->setBegin = p;
+    directive->setBegin = p;
     if (*p == ']') ++p;
     while (*p != 0 && *p != ']') ++p;
     if (*p == 0) return nullptr;
-    spec->setEnd = p;
+    directive->setEnd = p;
     return p + 1;
 }
 
@@ -63,44 +63,44 @@ bool IsConversion(CharT c) {
 }  // namespace
 
 template <typename CharT>
-const CharT* ParseSpec(const CharT* p, Spec<CharT>* spec) {
+const CharT* ParseDirective(const CharT* p, Directive<CharT>* directive) {
     if (*p == '%') {
-        spec->conversion = '%';
+        directive->conversion = '%';
         return p + 1;
     }
     if (*p == '*') {
-        spec->suppress = true;
+        directive->suppress = true;
         ++p;
     }
     for (; *p >= '0' && *p <= '9'; ++p) {
-        if (spec->width < kWidthCap) spec->width = spec->width * 10 + static_cast<size_t>(*p - '0');
+        if (directive->width < kWidthCap) directive->width = directive->width * 10 + static_cast<size_t>(*p - '0');
     }
-    if (spec->width >= kWidthCap) spec->width = 0;
-    p = ParseLength(p, &spec->length);
+    if (directive->width >= kWidthCap) directive->width = 0;
+    p = ParseLength(p, &directive->length);
     if (!IsConversion(*p)) return nullptr;
-    spec->conversion = *p;
-    if (*p == '[') return ParseSet(p + 1, spec);
+    directive->conversion = *p;
+    if (*p == '[') return ParseSet(p + 1, directive);
     return p + 1;
 }
 
 // "a-z" is a range unless the '-' is first or last in the set.
 template <typename CharT>
-bool InSet(const Spec<CharT>& spec, CharT c) {
+bool InSet(const Directive<CharT>& directive, CharT c) {
     bool found = false;
-    for (const CharT* p = spec.setBegin; p < spec.setEnd && !found; ++p) {
-        if (p + 2 < spec.setEnd && p[1] == '-') {
+    for (const CharT* p = directive.setBegin; p < directive.setEnd && !found; ++p) {
+        if (p + 2 < directive.setEnd && p[1] == '-') {
             found = Code(p[0]) <= Code(c) && Code(c) <= Code(p[2]);
             p += 2;
         } else {
             found = *p == c;
         }
     }
-    return found != spec.setNegated;
+    return found != directive.setNegated;
 }
 
-template const char* ParseSpec(const char*, Spec<char>*);
-template const wchar_t* ParseSpec(const wchar_t*, Spec<wchar_t>*);
-template bool InSet(const Spec<char>&, char);
-template bool InSet(const Spec<wchar_t>&, wchar_t);
+template const char* ParseDirective(const char*, Directive<char>*);
+template const wchar_t* ParseDirective(const wchar_t*, Directive<wchar_t>*);
+template bool InSet(const Directive<char>&, char);
+template bool InSet(const Directive<wchar_t>&, wchar_t);
 
 }  // namespace safec
