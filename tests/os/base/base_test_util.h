@@ -1,39 +1,39 @@
 #ifndef TESTS_OS_BASE_BASE_TEST_UTIL_H
 #define TESTS_OS_BASE_BASE_TEST_UTIL_H
 
-// Helpers of the base layer tests that need no sandbox: a private
-// temporary directory, whole-file writes, sizes, descriptor counts, timing.
+// Includes and probes shared by the base layer tests.
 
 #include <dirent.h>
 #include <fcntl.h>
 #include <pthread.h>
 #include <signal.h>
+#include <stddef.h>
+#include <stdint.h>
 #include <stdlib.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <chrono>
+#include <fstream>
 #include <string>
 #include <thread>
+#include <vector>
+
+#include "tests/support/sandbox.h"
 
 namespace base_test {
 
-class TempDir {
-public:
-    TempDir()
-    {
+// A private directory under /tmp, removed with its contents.
+struct TempDir {
+    std::string path = [] {
         char tmpl[] = "/tmp/kira_base_XXXXXX";
-        const char* made = mkdtemp(tmpl);
-        path_ = made != nullptr ? made : "/nonexistent";
-    }
-    ~TempDir() { (void)system(("rm -rf '" + path_ + "'").c_str()); }
+        return std::string(mkdtemp(tmpl) != nullptr ? tmpl : "/nonexistent");
+    }();
+    TempDir() = default;
     TempDir(const TempDir&) = delete;
-    TempDir& operator=(const TempDir&) = delete;
-    const std::string& path() const { return path_; }
-    std::string operator/(const std::string& name) const { return path_ + "/" + name; }
-
-private:
-    std::string path_;
+    ~TempDir() { (void)system(("rm -rf '" + path + "'").c_str()); }
+    std::string operator/(const std::string& name) const { return path + "/" + name; }
 };
 
 inline void WriteAll(const std::string& path, const std::string& data)
@@ -53,8 +53,8 @@ inline int OpenFdCount()
 {
     int n = 0;
     DIR* d = opendir("/proc/self/fd");
-    while (d != nullptr && readdir(d) != nullptr) n++;
-    if (d != nullptr) closedir(d);
+    while (readdir(d) != nullptr) n++;
+    closedir(d);
     return n;
 }
 
@@ -65,35 +65,27 @@ inline double SecondsSince(std::chrono::steady_clock::time_point start)
 
 // Sends `sig` to the constructing thread `times` times, `everyMs` apart,
 // through a handler without SA_RESTART, so blocking calls see EINTR.
-class SignalPoker {
-public:
-    SignalPoker(int sig, int times, int everyMs) : sig_(sig)
+struct SignalPoker {
+    SignalPoker(int sig, int times, int everyMs)
     {
         struct sigaction sa = {};
         sa.sa_handler = +[](int) {};
-        sigaction(sig, &sa, &old_);
-        pthread_t self = pthread_self();
-        thread_ = std::thread([=] {
+        sigaction(sig, &sa, nullptr);
+        thread = std::thread([=, self = pthread_self()] {
             for (int i = 0; i < times; i++) {
                 std::this_thread::sleep_for(std::chrono::milliseconds(everyMs));
                 pthread_kill(self, sig);
             }
         });
     }
-    ~SignalPoker()
-    {
-        thread_.join();
-        sigaction(sig_, &old_, nullptr);
-    }
-    SignalPoker(const SignalPoker&) = delete;
-    SignalPoker& operator=(const SignalPoker&) = delete;
-
-private:
-    int sig_;
-    struct sigaction old_ = {};
-    std::thread thread_;
+    ~SignalPoker() { thread.join(); }
+    std::thread thread;
 };
 
 }  // namespace base_test
+
+using base_test::FileSize;
+using base_test::SecondsSince;
+using base_test::TempDir;
 
 #endif

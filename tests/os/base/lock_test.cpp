@@ -1,21 +1,21 @@
 // Record locks against ranges held by another process.
 
-#include <fcntl.h>
-#include <stddef.h>
-#include <signal.h>
+#include <errno.h>
 #include <sys/wait.h>
-#include <unistd.h>
-
-#include <atomic>
-#include <chrono>
-#include <string>
-#include <thread>
 
 #include "os/base/kira_file.h"
 #include "tests/os/base/base_test_util.h"
-#include "tests/support/sandbox.h"
+
+static_assert(sizeof(KIRA_LOCK_S) == 24 && offsetof(KIRA_LOCK_S, start) == 8 && offsetof(KIRA_LOCK_S, len) == 16,
+              "lockMode, start, len: 64 bits each, in this order");
 
 namespace {
+
+void Release(pid_t pid)
+{
+    kill(pid, SIGKILL);
+    waitpid(pid, nullptr, 0);
+}
 
 // A child process holding a lock of `type` on [0, 10) until Release();
 // -1 when it could not get the lock.
@@ -28,7 +28,6 @@ pid_t HoldLock(const std::string& path, short type)
     if (pid == 0) {
         struct flock fl = {};
         fl.l_type = type;
-        fl.l_whence = SEEK_SET;
         fl.l_len = 10;
         char ok = fcntl(open(path.c_str(), O_RDWR), F_SETLK, &fl) == 0 ? 'y' : 'n';
         (void)!write(ready[1], &ok, 1);
@@ -39,18 +38,9 @@ pid_t HoldLock(const std::string& path, short type)
     char ok = 'n';
     (void)!read(ready[0], &ok, 1);
     close(ready[0]);
-    if (ok != 'y') {
-        kill(pid, SIGKILL);
-        waitpid(pid, nullptr, 0);
-        return -1;
-    }
-    return pid;
-}
-
-void Release(pid_t pid)
-{
-    kill(pid, SIGKILL);
-    waitpid(pid, nullptr, 0);
+    if (ok == 'y') return pid;
+    Release(pid);
+    return -1;
 }
 
 int LockNow(int fd, uint64_t mode, int64_t start, int64_t len)
@@ -59,76 +49,49 @@ int LockNow(int fd, uint64_t mode, int64_t start, int64_t len)
     return KIRA_LockFile(fd, &lock);
 }
 
-// A 20-byte file opened read-write by the test process.
-struct LockedFile {
-    LockedFile()
-    {
-        base_test::WriteAll(path, "0123456789abcdefghij");
-        fd = open(path.c_str(), O_RDWR);
-        EXPECT_GE(fd, 0);
-    }
-    ~LockedFile() { close(fd); }
-    base_test::TempDir dir;
-    std::string path = dir / "f";
-    int fd = -1;
-};
-
 }  // namespace
 
 // Sandboxed for the time limit: a request that waits by mistake would hang.
-SANDBOX_TEST(KiraLock, NoWaitModesFailAtOnceSharedModesCoexist)
+SANDBOX_TEST(KiraLock, ModesAgainstAnotherProcess)
 {
-    LockedFile f;
-    const int fd = f.fd;
-    const std::string& path = f.path;
+    TempDir dir;
+    std::string path = dir / "f";
+    base_test::WriteAll(path, "0123456789abcdefghij");
+    int fd = open(path.c_str(), O_RDWR);
     pid_t writer = HoldLock(path, F_WRLCK);
     ASSERT_GT(writer, 0);
     auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(LockNow(fd, 3, 5, 10), -1);
     EXPECT_EQ(LockNow(fd, 2, 9, 1), -1);
-    EXPECT_LT(base_test::SecondsSince(start), 1.0);
+    EXPECT_LT(SecondsSince(start), 1.0) << "a no-wait mode waited";
     // Ranges count from the start of the file, whatever the file offset.
     lseek(fd, 15, SEEK_SET);
     EXPECT_EQ(LockNow(fd, 3, 0, 5), -1);
     EXPECT_EQ(LockNow(fd, 3, 10, 5), 0);
-    Release(writer);
 
-    // Against a reader: 0, 2 and any other mode are shared (an exclusive
-    // waiting request would hang here), 3 is exclusive.
-    pid_t reader = HoldLock(path, F_RDLCK);
-    ASSERT_GT(reader, 0);
-    for (uint64_t mode : {2, 0, 7}) EXPECT_EQ(LockNow(fd, mode, 0, 10), 0) << mode;
-    EXPECT_EQ(LockNow(fd, 3, 0, 10), -1);
-    Release(reader);
-}
-
-SANDBOX_TEST(KiraLock, WaitingModeBlocksUntilReleased)
-{
-    LockedFile f;
-    const int fd = f.fd;
-    const std::string& path = f.path;
-    pid_t holder = HoldLock(path, F_WRLCK);
-    ASSERT_GT(holder, 0);
+    // Mode 1 waits for the holder.
     std::atomic<int> result{99};
     std::thread waiter([&] { result = LockNow(fd, 1, 0, 10); });
     std::this_thread::sleep_for(std::chrono::milliseconds(300));
     EXPECT_EQ(result.load(), 99) << "mode 1 did not wait";
-    Release(holder);  // also what bounds the wait
+    Release(writer);  // also what bounds the wait
     waiter.join();
     EXPECT_EQ(result.load(), 0);
-
     EXPECT_EQ(HoldLock(path, F_WRLCK), -1) << "our lock did not hold";
     KIRA_LOCK_S lock = {1, 0, 10};
     EXPECT_EQ(KIRA_UnLockFile(fd, &lock), 0);
-    pid_t other = HoldLock(path, F_WRLCK);
-    EXPECT_GT(other, 0) << "unlock did not release";
-    Release(other);
+
+    // Against a reader: 0, 2 and any other mode are shared (an exclusive
+    // waiting request would hang here), 3 is exclusive.
+    pid_t reader = HoldLock(path, F_RDLCK);
+    ASSERT_GT(reader, 0) << "unlock did not release";
+    for (uint64_t mode : {2, 0, 7}) EXPECT_EQ(LockNow(fd, mode, 0, 10), 0) << mode;
+    EXPECT_EQ(LockNow(fd, 3, 0, 10), -1);
+    Release(reader);
+    close(fd);
 }
 
-static_assert(sizeof(KIRA_LOCK_S) == 24 && offsetof(KIRA_LOCK_S, start) == 8 && offsetof(KIRA_LOCK_S, len) == 16,
-              "lockMode, start, len: 64 bits each, in this order");
-
-SANDBOX_TEST(KiraLockArgs, OnlyMinusOneAndNullAreRefused)
+SANDBOX_TEST(KiraLock, OnlyMinusOneAndNullAreRefused)
 {
     kt::SyslogClear();
     KIRA_LOCK_S lock = {0, 0, 0};

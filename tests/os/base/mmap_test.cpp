@@ -1,32 +1,20 @@
 // Shared mappings and their registry.
 
-#include <fcntl.h>
-#include <stddef.h>
 #include <sys/mman.h>
-#include <unistd.h>
 
-#include <fstream>
-#include <string>
-#include <thread>
-#include <vector>
-
-#include "gtest/gtest.h"
 #include "os/base/kira_mmap.h"
 #include "tests/os/base/base_test_util.h"
 
-using base_test::FileSize;
-using base_test::TempDir;
+static_assert(sizeof(KIRA_MAP_DATA_S) == 16 && offsetof(KIRA_MAP_DATA_S, length) == 8, "address, then u64 length");
 
 namespace {
 
 int MappingsOf(const std::string& path)
 {
     std::ifstream maps("/proc/self/maps");
-    std::string line;
     int n = 0;
-    while (std::getline(maps, line)) {
+    for (std::string line; std::getline(maps, line);)
         n += line.size() > path.size() && line.compare(line.size() - path.size(), path.size(), path) == 0;
-    }
     return n;
 }
 
@@ -38,19 +26,14 @@ int MakeFile(const std::string& path, size_t size, int flags)
     return open(path.c_str(), flags);
 }
 
-void* FakeAddr(uintptr_t n)
-{
-    return reinterpret_cast<void*>(0x10000 + n * 0x1000);
-}
+void* FakeAddr(uintptr_t n) { return reinterpret_cast<void*>(0x10000 + n * 0x1000); }
 
 }  // namespace
-
-static_assert(sizeof(KIRA_MAP_DATA_S) == 16 && offsetof(KIRA_MAP_DATA_S, length) == 8, "address, then u64 length");
 
 TEST(KiraMmap, EndOfAreaIsTouchedBeforeMapping)
 {
     TempDir dir;
-    std::string path = dir / "short";
+    std::string path = dir / "short", longer = dir / "long";
     int fd = MakeFile(path, 10, O_RDWR);
     auto* p = static_cast<char*>(KIRA_mmap(fd, PROT_READ | PROT_WRITE, 0, 4096));
     ASSERT_NE(p, MAP_FAILED);
@@ -68,7 +51,6 @@ TEST(KiraMmap, EndOfAreaIsTouchedBeforeMapping)
     close(fd);
 
     // A longer file: the byte at offset + length is copied one forward.
-    std::string longer = dir / "long";
     fd = MakeFile(longer, 3 * 4096, O_RDWR);
     p = static_cast<char*>(KIRA_mmap(fd, PROT_READ, 4096, 4096));
     ASSERT_NE(p, MAP_FAILED);
@@ -100,13 +82,13 @@ TEST(KiraMmap, ThirtyThirdLiveMappingIsRefusedAndUnmapped)
     EXPECT_EQ(KIRA_munmap(maps.back()), 0);  // frees a slot
     maps.back() = KIRA_mmap(fd, PROT_READ, 0, 4096);
     EXPECT_NE(maps.back(), nullptr);
-    for (void* p : maps) EXPECT_EQ(KIRA_munmap(p), 0);
+    for (void* m : maps) EXPECT_EQ(KIRA_munmap(m), 0);
     EXPECT_EQ(MappingsOf(path), 0);
     EXPECT_EQ(KIRA_munmap(maps.front()), -1) << "unmapped twice";
     close(fd);
 }
 
-TEST(KiraMmap, RegistryLookupsAndFailedMappings)
+TEST(KiraMmap, RegistryLookupsFailedMappingsAndRaces)
 {
     int dummy = 0;
     EXPECT_EQ(KIRA_munmap(&dummy), -1);
@@ -121,8 +103,7 @@ TEST(KiraMmap, RegistryLookupsAndFailedMappings)
         EXPECT_EQ(q.length, i * 11);
         EXPECT_EQ(FetchMapData(&q), 0) << i;
     }
-    // A failed mmap comes back as MAP_FAILED and takes a slot like any
-    // address: callers test for it.
+    // A failed mmap comes back as MAP_FAILED and takes a slot like any address: callers test for it.
     EXPECT_EQ(KIRA_mmap(-1, PROT_READ, 0, 4096), MAP_FAILED);
     EXPECT_EQ(KIRA_munmap(MAP_FAILED), 0);
     EXPECT_EQ(KIRA_munmap(MAP_FAILED), -1);

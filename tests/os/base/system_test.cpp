@@ -1,21 +1,12 @@
-// The shell runner, the kernel gate and System V shared memory.
+// The shell runner, the kernel gate, System V shared memory and 64-bit division.
 
-#include <errno.h>
 #include <sched.h>
-#include <signal.h>
 #include <sys/shm.h>
-#include <unistd.h>
-
-#include <fstream>
-#include <string>
 
 #include "os/base/kira_system.h"
 #include "tests/os/base/base_test_util.h"
-#include "tests/support/sandbox.h"
 
-using base_test::TempDir;
-
-TEST(KiraSystem, ReturnsTheRawWaitStatus)
+TEST(KiraSystem, RawWaitStatusAndRetriedWaits)
 {
     EXPECT_EQ(KIRA_system("true"), 0);
     EXPECT_EQ(KIRA_system("exit 3"), 0x300);
@@ -23,32 +14,23 @@ TEST(KiraSystem, ReturnsTheRawWaitStatus)
     EXPECT_EQ(KIRA_Execute("exit 2"), 0x200);
     EXPECT_EQ(KIRA_Execute(nullptr), -1);
     EXPECT_EQ(KIRA_system(nullptr), -1);
+    // Signals while waiting do not end the wait.
+    base_test::SignalPoker poker(SIGUSR2, 5, 60);
+    EXPECT_EQ(KIRA_system("sleep 0.5 && exit 4"), 0x400);
 }
 
 TEST(KiraSystem, RefusesChainsExceptAtTheLastCharacter)
 {
     TempDir dir;
-    std::string mark = dir / "mark";
-    auto touch = "touch " + mark;
-
-    EXPECT_EQ(KIRA_system((touch + ";true").c_str()), -1);
-    EXPECT_EQ(KIRA_system((touch + "||true").c_str()), -1);
-    EXPECT_EQ(KIRA_system((touch + " ||").c_str()), -1);
-    EXPECT_EQ(KIRA_system((";" + touch).c_str()), -1);
-    EXPECT_EQ(base_test::FileSize(mark), -1) << "a refused command ran";
-
+    std::string mark = dir / "mark", touch = "touch " + mark;
+    for (const std::string& cmd : {touch + ";true", touch + "||true", touch + " ||", ";" + touch})
+        EXPECT_EQ(KIRA_system(cmd.c_str()), -1) << cmd;
+    EXPECT_EQ(FileSize(mark), -1) << "a refused command ran";
     // Allowed: a single bar, a double ampersand, a trailing semicolon.
-    EXPECT_EQ(KIRA_system("echo x | cat >/dev/null"), 0);
-    EXPECT_EQ(KIRA_system("true && true"), 0);
-    EXPECT_EQ(KIRA_system("ls >/dev/null;"), 0);
-    EXPECT_EQ(KIRA_system((touch + ";").c_str()), 0);
-    EXPECT_EQ(base_test::FileSize(mark), 0);
-}
-
-TEST(KiraSystem, SignalsWhileWaitingAreRetried)
-{
-    base_test::SignalPoker poker(SIGUSR2, 5, 60);
-    EXPECT_EQ(KIRA_system("sleep 0.5 && exit 4"), 0x400);
+    for (const std::string& cmd : {std::string("echo x | cat >/dev/null"), std::string("true && true"),
+                                   std::string("ls >/dev/null;"), touch + ";"})
+        EXPECT_EQ(KIRA_system(cmd.c_str()), 0) << cmd;
+    EXPECT_EQ(FileSize(mark), 0);
 }
 
 SANDBOX_TEST(KiraSysCall, PassesRequestThroughTheControlFile)
@@ -82,11 +64,9 @@ namespace {
 std::string MappingPerms(const void* addr)
 {
     std::ifstream maps("/proc/self/maps");
-    std::string line;
     auto a = reinterpret_cast<unsigned long>(addr);
-    while (std::getline(maps, line)) {
-        unsigned long lo = 0;
-        unsigned long hi = 0;
+    for (std::string line; std::getline(maps, line);) {
+        unsigned long lo = 0, hi = 0;
         char perms[5] = {};
         if (sscanf(line.c_str(), "%lx-%lx %4s", &lo, &hi, perms) == 3 && a >= lo && a < hi) return perms;
     }
@@ -106,8 +86,7 @@ SANDBOX_TEST(KiraShm, ModesSelectCreationAndAccess)
 {
     // Segments live in the IPC namespace, not the mount namespace.
     ASSERT_EQ(unshare(CLONE_NEWIPC), 0);
-    const key_t rw = 0x4b1a0001;
-    const key_t ro = 0x4b1a0002;
+    const key_t rw = 0x4b1a0001, ro = 0x4b1a0002;
     EXPECT_EQ(KIRA_shmget(rw, 4096, 2), nullptr) << "mode 2 must not create";
     auto* created = static_cast<char*>(KIRA_shmget(rw, 4096, 4));
     ASSERT_NE(created, nullptr);

@@ -1,36 +1,25 @@
-// The all-process census over real processes: who is in a result (user
-// processes only, nothing that started or ended between the scans), the
-// figures (memory in megabytes, CPU in percent of one core, user share of
-// the system), the failure paths that leave the caller's list alone, and the
+// The all-process census over real processes: who is in a result, the
+// figures, the failure paths that leave the caller's list alone, and the
 // lookups by name.
 
 #include <dirent.h>
 #include <signal.h>
-#include <stdlib.h>
-#include <string.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
-#include <time.h>
-#include <unistd.h>
-
-#include <gtest/gtest.h>
 
 #include <chrono>
 #include <fstream>
 #include <memory>
 #include <set>
 #include <sstream>
-#include <string>
 #include <thread>
-#include <vector>
 
-#include "census_test_params.h"
 #include "plugin/linux/allprocess.h"
 #include "plugin/linux/allprocess_internal.h"
-#include "plugin/linux/zadi_linux_plugin.h"
 #include "support/sandbox.h"
+#include "tests/plugin/linux/items_test_util.h"
 
-using census_test::Unique;
+using itest::Unique;
 
 namespace {
 
@@ -47,31 +36,24 @@ PROCESS_INFO_S* Find(struct list_head* head, pid_t pid) {
     return nullptr;
 }
 
-// A forked copy of this program under its own kernel name, doing `work`
-// until killed.
+// A forked copy of this program under its own kernel name, doing `work` until killed.
 class Forked {
 public:
     template <typename Fn>
-    Forked(const std::string& name, Fn work) {
-        pid_ = fork();
+    Forked(const std::string& name, Fn work) : pid_(fork()) {
         if (pid_ == 0) {
             prctl(PR_SET_NAME, name.c_str());
             work();
             _exit(0);
         }
     }
-    ~Forked() { Stop(); }
-    pid_t pid() const { return pid_; }
-    void Stop() {
-        if (pid_ > 0) {
-            kill(pid_, SIGKILL);
-            waitpid(pid_, nullptr, 0);
-            pid_ = -1;
-        }
+    ~Forked() {
+        if (pid_ > 0 && kill(pid_, SIGKILL) == 0) waitpid(pid_, nullptr, 0);
     }
+    pid_t pid() const { return pid_; }
 
 private:
-    pid_t pid_ = -1;
+    pid_t pid_;
 };
 
 void Burn() {
@@ -79,43 +61,38 @@ void Burn() {
     }
 }
 
-std::string StatLine(pid_t pid) {
+// Field `n` (1-based, n >= 3) of /proc/PID/stat; "" when gone.
+std::string StatField(pid_t pid, int n) {
     std::ifstream f("/proc/" + std::to_string(pid) + "/stat");
-    return std::string((std::istreambuf_iterator<char>(f)), std::istreambuf_iterator<char>());
+    std::string stat((std::istreambuf_iterator<char>(f)), std::istreambuf_iterator<char>()), field;
+    size_t close = stat.rfind(')');
+    if (close == std::string::npos || close + 2 >= stat.size()) return "";
+    std::istringstream rest(stat.substr(close + 2));
+    for (int i = 3; i <= n && rest >> field; ++i) {
+    }
+    return field;
 }
 
 // The kernel marks its own threads with PF_KTHREAD in the flags field.
-bool IsKernelThread(pid_t pid) {
-    std::string stat = StatLine(pid);
-    size_t close = stat.rfind(')');
-    if (close == std::string::npos) return false;
-    std::istringstream rest(stat.substr(close + 2));
-    std::string field;
-    for (int i = 3; i <= 9 && rest >> field; ++i) {
-    }
-    return (strtoul(field.c_str(), nullptr, 10) & 0x00200000ul) != 0;
-}
+bool IsKernelThread(pid_t pid) { return (strtoul(StatField(pid, 9).c_str(), nullptr, 10) & 0x00200000ul) != 0; }
 
-std::vector<pid_t> KernelThreads() {
-    std::vector<pid_t> pids;
+bool AnyKernelThread() {
+    bool any = false;
     DIR* dir = opendir("/proc");
-    for (struct dirent* e = dir ? readdir(dir) : nullptr; e != nullptr; e = readdir(dir)) {
-        int pid = atoi(e->d_name);
-        if (pid > 0 && IsKernelThread(pid)) pids.push_back(pid);
+    for (struct dirent* e = dir ? readdir(dir) : nullptr; e != nullptr && !any; e = readdir(dir)) {
+        any = atoi(e->d_name) > 0 && IsKernelThread(atoi(e->d_name));
     }
     if (dir) closedir(dir);
-    return pids;
+    return any;
 }
 
 char State(pid_t pid) {
-    std::string all = StatLine(pid);
-    size_t close = all.rfind(')');
-    return close == std::string::npos || close + 2 >= all.size() ? '?' : all[close + 2];
+    std::string s = StatField(pid, 3);
+    return s.empty() ? '?' : s[0];
 }
 
-// The census figure against the share of one core the process really got,
-// from its ticks and the wall clock: a shared machine gives a burner less
-// than a whole core, so the figure is not simply 100.
+// The census figure against the share of one core the process really got:
+// a shared machine gives a burner less than a whole core.
 void ExpectNearMeasured(int corecpu, unsigned long long ticks0, unsigned long long ticks1, double seconds) {
     double measured = static_cast<double>(ticks1 - ticks0) * 100.0 / (sysconf(_SC_CLK_TCK) * seconds);
     printf("busy core: corecpu %d, measured %.1f%% of one core\n", corecpu, measured);
@@ -128,8 +105,7 @@ double SecondsSince(std::chrono::steady_clock::time_point start) {
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 }
 
-PROCESS_BASICDATA_S* Scanned(struct list_head* list, pid_t pid, const char* name, uint64_t sys, uint64_t proc,
-                             int rss) {
+void Scanned(struct list_head* list, pid_t pid, const char* name, uint64_t sys, uint64_t proc, int rss) {
     auto* d = static_cast<PROCESS_BASICDATA_S*>(calloc(1, sizeof(PROCESS_BASICDATA_S)));
     d->pid = pid;
     d->syscputime = sys;
@@ -138,7 +114,6 @@ PROCESS_BASICDATA_S* Scanned(struct list_head* list, pid_t pid, const char* name
     strcpy(d->name, name);
     snprintf(d->cmdline, sizeof(d->cmdline), "/bin/%s --run", name);
     list_add_tail(&d->stEntry, list);
-    return d;
 }
 
 }  // namespace
@@ -153,10 +128,10 @@ TEST(CensusLists, TwoScansBecomeOneResult) {
     Scanned(&first, 12, "reused", 1000, 50, 1);
     Scanned(&first, 13, "frozen", 1000, 50, 1);
     Scanned(&first, 14, "idle", 1000, 50, 3);
-    Scanned(&second, 13, "frozen", 1000, 90, 1);      // system ticks did not advance
-    Scanned(&second, 12, "newprog", 1400, 90, 1);     // same pid, another program
-    Scanned(&second, 10, "steady", 1400, 150, 99);    // 100 of 400 ticks
-    Scanned(&second, 15, "started", 1400, 10, 1);     // not in the first scan
+    Scanned(&second, 13, "frozen", 1000, 90, 1);    // system ticks did not advance
+    Scanned(&second, 12, "newprog", 1400, 90, 1);   // same pid, another program
+    Scanned(&second, 10, "steady", 1400, 150, 99);  // 100 of 400 ticks
+    Scanned(&second, 15, "started", 1400, 10, 1);   // not in the first scan
     Scanned(&second, 14, "idle", 1400, 50, 3);
 
     CalcAllProcessCoreCPU(&first, &second, &result);
@@ -170,25 +145,20 @@ TEST(CensusLists, TwoScansBecomeOneResult) {
     EXPECT_FALSE(got[0]->used);
     EXPECT_EQ(got[1]->pid, 14);
     EXPECT_EQ(got[1]->corecpu, 0);
-
     FreeProcBasicData(&first);
     FreeProcBasicData(&second);
     FreeAllProcessList(&result);
     EXPECT_TRUE(list_empty(&result));
-
     // The head is not reset by freeing, and an empty list stays as it is.
     FreeAllProcessList(&result);
     EXPECT_EQ(result.next, &result);
     EXPECT_EQ(result.prev, &result);
     FreeAllProcessList(nullptr);
-}
 
-TEST(CensusLists, RecordCopyIsTerminated) {
+    // The record copy is terminated whatever the scan held.
     PROCESS_BASICDATA_S d;
     memset(&d, 'x', sizeof(d));
-    d.pid = 5;
     d.corecpu = 150;
-    d.rss = 3;
     PROCESS_INFO_S* info = ProcBasicDataToProcInfo(&d);
     ASSERT_NE(info, nullptr);
     EXPECT_EQ(strlen(info->name), 31u);
@@ -208,13 +178,12 @@ SANDBOX_TEST(Census, RssListHoldsUserProcessesInMegabytes) {
         for (size_t i = 0; i < size; i += 4096) block[i] = 1;
         for (;;) pause();
     });
-    // Wait until the memory is resident.
     for (int i = 0; i < 200 && ZADI_Linux_Plugin::get_phy_mem(hog.pid()) < 64; ++i) usleep(10000);
 
     struct list_head head;
     head.next = head.prev = nullptr;  // whatever it held is forgotten
     ASSERT_EQ(GetAllProcessRssMem(&head), 0);
-    ASSERT_FALSE(KernelThreads().empty()) << "no kernel thread to leave out";
+    ASSERT_TRUE(AnyKernelThread()) << "no kernel thread to leave out";
     for (PROCESS_INFO_S* e : Entries(&head)) {
         EXPECT_FALSE(IsKernelThread(e->pid)) << "kernel thread " << e->pid << " listed";
         EXPECT_NE(e->cmdline[0], '\0');
@@ -229,15 +198,15 @@ SANDBOX_TEST(Census, RssListHoldsUserProcessesInMegabytes) {
     ASSERT_NE(Find(&head, getpid()), nullptr);
     FreeAllProcessList(&head);
     EXPECT_TRUE(list_empty(&head));
-
     EXPECT_EQ(GetAllProcessRssMem(nullptr), -1);
 }
 
-SANDBOX_TEST(Census, ShortIntervalFollowsProcessesAcrossScans) {
-    std::string name = Unique("cpu");
+// One burner among idle processes, one of which ends and one starts during
+// the interval: the census holds only those seen in both scans.
+static void BusyCoreBody(bool slow) {
+    std::string name = Unique(slow ? "slow" : "cpu");
     Forked burner(name, Burn);
-    kt::Child stays(name + "s", {name + "s"});
-    kt::Child ends(name + "e", {name + "e"});
+    kt::Child stays(name + "s", {name + "s"}), ends(name + "e", {name + "e"});
     std::unique_ptr<kt::Child> late;
     std::thread meanwhile([&] {
         usleep(300000);
@@ -248,11 +217,12 @@ SANDBOX_TEST(Census, ShortIntervalFollowsProcessesAcrossScans) {
     int usersys = -1;
     auto start = std::chrono::steady_clock::now();
     unsigned long long ticks0 = ZADI_Linux_Plugin::get_cpu_process_occupy(burner.pid());
-    int rc = GetAllProcessCoreCPUEvery(&head, &usersys, 2);
+    int rc = slow ? GetAllProcessCoreCPU(&head, &usersys) : GetAllProcessCoreCPUEvery(&head, &usersys, 2);
     unsigned long long ticks1 = ZADI_Linux_Plugin::get_cpu_process_occupy(burner.pid());
     double seconds = SecondsSince(start);
     meanwhile.join();
     ASSERT_EQ(rc, 0);
+    EXPECT_GE(seconds, slow ? 60.0 : 0.0);
     EXPECT_GE(usersys, 0);
     EXPECT_LE(usersys, 100);
     ASSERT_NE(Find(&head, stays.pid()), nullptr);
@@ -260,12 +230,15 @@ SANDBOX_TEST(Census, ShortIntervalFollowsProcessesAcrossScans) {
     EXPECT_EQ(Find(&head, late->pid()), nullptr) << "started during the interval";
     PROCESS_INFO_S* hot = Find(&head, burner.pid());
     ASSERT_NE(hot, nullptr);
+    // On an idle machine the burner holds one core: close to 100.
     ExpectNearMeasured(hot->corecpu, ticks0, ticks1, seconds);
     EXPECT_LE(Find(&head, stays.pid())->corecpu, 5);
     FreeAllProcessList(&head);
 }
 
-SANDBOX_TEST(Census, UserShareCountsOnlyUserTicksOfSevenCounters) {
+SANDBOX_TEST(Census, ShortIntervalFollowsProcessesAcrossScans) { BusyCoreBody(false); }
+
+SANDBOX_TEST(Census, UserShareAndFailuresThatLeaveTheListAlone) {
     kt::BindFileOver("/proc/stat", "cpu  100 0 0 100 0 0 0 0 0 0\ncpu0 100 0 0 100 0 0 0 0 0 0\n");
     std::thread swap([] {
         usleep(300000);
@@ -276,37 +249,29 @@ SANDBOX_TEST(Census, UserShareCountsOnlyUserTicksOfSevenCounters) {
     int rc = GetAllProcessCoreCPUEvery(&head, &usersys, 1);
     swap.join();
     ASSERT_EQ(rc, 0);
-    // (130 - 100) * 100 / (400 - 200): system ticks are not counted as user.
+    // (130 - 100) * 100 / (400 - 200): of seven counters, system ticks are not user.
     EXPECT_EQ(usersys, 15);
     FreeAllProcessList(&head);
-}
 
-SANDBOX_TEST(Census, FailuresLeaveTheCallersListAlone) {
     struct list_head sentinel;
-    struct list_head head;
     head.next = head.prev = &sentinel;
-    int usersys = 77;
-
-    // Ticks that do not move: -1.
-    kt::BindFileOver("/proc/stat", "cpu  5 5 5 5 5 5 5\n");
+    usersys = 77;
+    kt::BindFileOver("/proc/stat", "cpu  5 5 5 5 5 5 5\n");  // ticks that do not move
     EXPECT_EQ(GetAllProcessCoreCPUEvery(&head, &usersys, 0), -1);
     EXPECT_EQ(head.next, &sentinel);
     EXPECT_EQ(head.prev, &sentinel);
     EXPECT_EQ(usersys, 77);
-
     auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(GetAllProcessCoreCPU(nullptr, &usersys), -1);
     EXPECT_EQ(GetAllProcessCoreCPU(&head, nullptr), -1);
-    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5)) << "bad arguments must not wait";
+    EXPECT_LT(SecondsSince(start), 5.0) << "bad arguments must not wait";
     EXPECT_EQ(head.next, &sentinel);
 }
 
 SANDBOX_TEST(Census, CheckAndKillCompareTheKernelName) {
     std::string name = Unique("chk");
     std::string full = name + std::string(15 - name.size(), 'k');  // exactly 15 characters
-    kt::Child child(full, {full});
-    kt::Child bystander(full + "x", {"bystander"});
-
+    kt::Child child(full, {full}), bystander(full + "x", {"bystander"});
     EXPECT_EQ(CheckProcessExist(full.c_str(), child.pid()), 0);
     EXPECT_EQ(CheckProcessExist((full + "longer").c_str(), child.pid()), 0) << "only the kernel's 15 are compared";
     EXPECT_EQ(CheckProcessExist(full.substr(0, 5).c_str(), child.pid()), -2);
@@ -314,13 +279,11 @@ SANDBOX_TEST(Census, CheckAndKillCompareTheKernelName) {
     EXPECT_EQ(CheckProcessExist(full.c_str(), 999999999), -1);
     EXPECT_EQ(CheckProcessExist(full.c_str(), -1), -1);
     EXPECT_EQ(CheckProcessExist(nullptr, child.pid()), -1);
-
     EXPECT_EQ(KillProcess("other", child.pid()), -2);
     EXPECT_EQ(KillProcess(full.c_str(), 999999999), -1);
     EXPECT_EQ(KillProcess(nullptr, child.pid()), -1);
     usleep(200000);
     EXPECT_NE(State(child.pid()), 'Z');
-
     EXPECT_EQ(KillProcess(full.c_str(), child.pid()), 0);
     char state = '?';
     for (int i = 0; i < 500 && (state = State(child.pid())) != 'Z' && state != '?'; ++i) usleep(10000);
@@ -332,7 +295,6 @@ SANDBOX_TEST(Census, PidLookupsByCommandLine) {
     std::string name = Unique("pid");
     std::vector<kt::Child> children;
     for (const char* arg : {"a", "b", "c"}) children.emplace_back(name, std::vector<std::string>{name, "--" + std::string(arg)});
-
     int pid = -5;
     EXPECT_EQ(GetProcessPid((name + " --b").c_str(), &pid), 0);
     EXPECT_EQ(pid, children[1].pid());
@@ -343,52 +305,28 @@ SANDBOX_TEST(Census, PidLookupsByCommandLine) {
 
     std::set<int> want;
     for (auto& c : children) want.insert(c.pid());
-    int buf[8];
+    int buf[8], small[2] = {-1, -1};
     unsigned int used = 99;
     EXPECT_EQ(GetProcessPidExtern(name.c_str(), buf, 8, &used), 0);
     ASSERT_EQ(used, 3u);
     EXPECT_EQ(std::set<int>(buf, buf + 3), want);
-
     used = 99;
-    int small[2] = {-1, -1};
     EXPECT_EQ(GetProcessPidExtern(name.c_str(), small, 2, &used), 0);
     EXPECT_EQ(used, 2u);
     EXPECT_EQ(want.count(small[0]) + want.count(small[1]), 2u);
-
     used = 99;
     EXPECT_EQ(GetProcessPidFuzzy((name + " --?").c_str(), buf, 8, &used), 0);
     ASSERT_EQ(used, 3u);
     EXPECT_EQ(std::set<int>(buf, buf + 3), want);
-
     EXPECT_EQ(GetProcessPidExtern(name.c_str(), buf, 0, &used), -1);
     EXPECT_EQ(GetProcessPidFuzzy(nullptr, buf, 8, &used), -1);
     EXPECT_EQ(GetProcessPidExtern(name.c_str(), nullptr, 8, &used), -1);
     EXPECT_EQ(GetProcessPidExtern(name.c_str(), buf, 8, nullptr), -1);
 }
 
-static void BusyCoreBody() {
-    std::string name = Unique("slow");
-    Forked burner(name, Burn);
-    struct list_head head;
-    int usersys = -1;
-    auto start = std::chrono::steady_clock::now();
-    unsigned long long ticks0 = ZADI_Linux_Plugin::get_cpu_process_occupy(burner.pid());
-    ASSERT_EQ(GetAllProcessCoreCPU(&head, &usersys), 0);
-    unsigned long long ticks1 = ZADI_Linux_Plugin::get_cpu_process_occupy(burner.pid());
-    double seconds = SecondsSince(start);
-    EXPECT_GE(seconds, 60.0);
-    EXPECT_GE(usersys, 0);
-    EXPECT_LE(usersys, 100);
-    PROCESS_INFO_S* hot = Find(&head, burner.pid());
-    ASSERT_NE(hot, nullptr);
-    // On an idle machine the burner holds one core: close to 100.
-    ExpectNearMeasured(hot->corecpu, ticks0, ticks1, seconds);
-    FreeAllProcessList(&head);
-}
-
 TEST(CensusSlow, OneBusyCoreForAMinuteReadsNearHundred) {
     if (!kt::SandboxAvailable()) GTEST_SKIP() << "needs root and mount namespaces";
     kt::SandboxOptions opts;
     opts.timeout_s = 150;
-    kt::RunSandboxed(&BusyCoreBody, opts);
+    kt::RunSandboxed([] { BusyCoreBody(true); }, opts);
 }

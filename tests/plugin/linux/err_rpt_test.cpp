@@ -2,32 +2,16 @@
 // parameters attached and their order, the exact reasons, and that every
 // report created is destroyed whatever the agent refuses.
 
-#include <gtest/gtest.h>
-
-#include <string>
-
-#include "census_test_params.h"
 #include "plugin/linux/err_report.h"
 #include "support/sandbox.h"
+#include "tests/plugin/linux/items_test_util.h"
 #include "tools/agent_sub/zadi_agent_sub.h"
 
-using census_test::Bits;
-using census_test::FreshResult;
-using census_test::kFaultBits;
-using census_test::Params;
+using itest::Args;
+using itest::Bits;
+using itest::kMarkerBits;
 
 namespace {
-
-struct Outcome {
-    float value;
-    FI_RESULT_S result;
-};
-
-Outcome Send(Params& p, FI_CONTEXT_S* context = nullptr) {
-    Outcome o{0.0f, FreshResult()};
-    o.value = SendErrRpt(p.argc(), p.argv(), context, &o.result);
-    return o;
-}
 
 std::string LastSent() {
     char line[8192];
@@ -41,30 +25,36 @@ ZADI_PRIMARY_KEY_S LastKey() {
     return key;
 }
 
-void ExpectFault(const Outcome& o, const char* reason) {
-    EXPECT_EQ(Bits(o.value), kFaultBits);
-    EXPECT_EQ(o.result.result, -1);
-    EXPECT_STREQ(o.result.reason, reason);
+void ExpectFault(float value, const FI_RESULT_S& r, const char* reason) {
+    EXPECT_EQ(Bits(value), kMarkerBits);
+    EXPECT_EQ(r.result, -1);
+    EXPECT_STREQ(r.reason, reason);
+    EXPECT_EQ(ZADI_AgentSubLiveReports(), 0) << "a report leaked";
+}
+void ExpectFault(Args& a, const char* reason) {
+    a.ResetResult();
+    const float v = a.Call(SendErrRpt);
+    ExpectFault(v, a.result, reason);
+}
+
+// Sent: 0.0, result 0, reason untouched, nothing leaked.
+void ExpectSent(Args& a) {
+    a.ResetResult();
+    EXPECT_EQ(Bits(a.Call(SendErrRpt)), Bits(0.0f));
+    EXPECT_EQ(a.result.result, 0);
+    EXPECT_EQ(a.reason(), "untouched");
     EXPECT_EQ(ZADI_AgentSubLiveReports(), 0) << "a report leaked";
 }
 
-void ExpectSent(const Outcome& o) {
-    EXPECT_EQ(Bits(o.value), Bits(0.0f));
-    EXPECT_EQ(o.result.result, 0);
-    EXPECT_EQ(ZADI_AgentSubLiveReports(), 0) << "a report leaked";
-}
-
-Params HeartbeatParams() {
-    Params p;
-    p.Add("ErrCode", "0xF000020F").Add("ProcessName", "worker").Add("RecoverCmd", "restart worker");
-    p.Add("ProcessMoudleId", "7").Add("UserData", "17").Add("Site", "a\"b");
-    return p;
+Args HeartbeatParams() {
+    return {{"ErrCode", "0xF000020F"}, {"ProcessName", "worker"}, {"RecoverCmd", "restart worker"},
+            {"ProcessMoudleId", "7"},  {"UserData", "17"},        {"Site", "a\"b"}};
 }
 
 }  // namespace
 
 SANDBOX_TEST(ErrRpt, SystemCodesBuildKeyAndAttachNothing) {
-    struct Case {
+    const struct {
         const char* code;
         const char* modId;
         uint16_t resType;
@@ -74,16 +64,11 @@ SANDBOX_TEST(ErrRpt, SystemCodesBuildKeyAndAttachNothing) {
         {"0XF0000204", "70000", 0xF170, 0xF0000204u},  // module id cut to 16 bits
         {"4026532356", "0x1234", 0xF234, 0xF0000204u},  // decimal code
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE(c.code);
         ZADI_AgentSubReset();
-        Params p;
-        p.Add("ErrCode", c.code).Add("ProcessMoudleId", c.modId).Add("ResId", "cpu").Add("Extra", "x");
-        Outcome o{0.0f, FreshResult()};
-        strcpy(o.result.reason, "untouched");
-        o.value = SendErrRpt(p.argc(), p.argv(), nullptr, &o.result);
-        ExpectSent(o);
-        EXPECT_STREQ(o.result.reason, "untouched");
+        Args a{{"ErrCode", c.code}, {"ProcessMoudleId", c.modId}, {"ResId", "cpu"}, {"Extra", "x"}};
+        ExpectSent(a);
         ZADI_PRIMARY_KEY_S key = LastKey();
         EXPECT_EQ(key.resType, c.resType);
         EXPECT_EQ(key.errCode, c.errCode);
@@ -92,142 +77,113 @@ SANDBOX_TEST(ErrRpt, SystemCodesBuildKeyAndAttachNothing) {
         EXPECT_NE(LastSent().find("params={}"), std::string::npos) << LastSent();
         EXPECT_EQ(ZADI_AgentSubCallCount(ZADI_SUB_CALL_ADDPARAM), 0);
     }
-    char diag[96];
-    snprintf(diag, sizeof(diag), "DiagCode(0x%X) resId cpu.", 0xF0000203u);
-    EXPECT_EQ(kt::SyslogCount(diag), 1);
+    EXPECT_EQ(kt::SyslogCount("DiagCode(0xF0000203) resId cpu."), 1);
 }
 
 SANDBOX_TEST(ErrRpt, HeartbeatAttachesAllButCodeAndRecoverCmdInOrder) {
+    const std::string full(400, 'v');
+    const struct {
+        Args args;
+        uint32_t errCode;
+        std::string resId;
+        std::string params;  // "" when not checked
+    } cases[] = {
+        {HeartbeatParams(), 0xF000020Fu, "worker:17",
+         "params={ProcessName=\"worker\", ProcessMoudleId=\"7\", UserData=\"17\", Site=\"a\\\"b\"}"},
+        // Decimal code, no UserData: the id is the name alone.
+        {{{"ErrCode", "4026532367"}, {"ProcessMoudleId", "7"}, {"ProcessName", "worker"}, {"ResId", "r"}},
+         0xF000020Fu, "worker", "params={ProcessMoudleId=\"7\", ProcessName=\"worker\", ResId=\"r\"}"},
+        // Only the low 32 bits of the code count.
+        {{{"ErrCode", "0x1F000020F"}, {"ProcessName", "w"}, {"ProcessMoudleId", "1"}}, 0xF000020Fu, "w", ""},
+        // Ids are cut to 63; a value filling all 400 bytes has no terminator
+        // and, as the last parameter, reading past it would leave the array.
+        {{{"ErrCode", "0xF000020F"}, {"ProcessName", std::string(70, 'n')}, {"ProcessMoudleId", "3"}}, 0xF000020Fu,
+         std::string(63, 'n'), ""},
+        {{{"ErrCode", "0xF0000203"}, {"ProcessMoudleId", "2"}, {"ResId", full}}, 0xF0000203u, full.substr(0, 63), ""},
+        {{{"ErrCode", "0xF000020F"}, {"ProcessMoudleId", "2"}, {"ProcessName", "w"}, {"UserData", full}}, 0xF000020Fu,
+         ("w:" + full).substr(0, 63), "UserData=\"" + full + "\"}"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.resId);
+        ZADI_AgentSubReset();
+        Args a = c.args;
+        ExpectSent(a);
+        ZADI_PRIMARY_KEY_S key = LastKey();
+        EXPECT_EQ(key.errCode, c.errCode);
+        EXPECT_EQ(std::string(key.resId), c.resId);
+        EXPECT_NE(LastSent().find(c.params), std::string::npos) << LastSent();
+    }
     ZADI_AgentSubReset();
-    Params p = HeartbeatParams();
-    ExpectSent(Send(p));
-    ZADI_PRIMARY_KEY_S key = LastKey();
-    EXPECT_EQ(key.resType, 0xF007);
-    EXPECT_EQ(key.errCode, 0xF000020Fu);
-    EXPECT_STREQ(key.resId, "worker:17");
-    EXPECT_NE(LastSent().find("params={ProcessName=\"worker\", ProcessMoudleId=\"7\", UserData=\"17\", "
-                              "Site=\"a\\\"b\"}"),
-              std::string::npos)
-        << LastSent();
-    EXPECT_EQ(kt::SyslogCount("DiagCode(0xF000020F) resId worker:17."), 1);
-
-    // Decimal code, no UserData: the id is the name alone.
-    ZADI_AgentSubReset();
-    Params q;
-    q.Add("ErrCode", "4026532367").Add("ProcessMoudleId", "7").Add("ProcessName", "worker").Add("ResId", "r");
-    ExpectSent(Send(q));
-    EXPECT_STREQ(LastKey().resId, "worker");
-    EXPECT_NE(LastSent().find("params={ProcessMoudleId=\"7\", ProcessName=\"worker\", ResId=\"r\"}"),
-              std::string::npos)
-        << LastSent();
-
-    // Only the low 32 bits of the code count.
-    ZADI_AgentSubReset();
-    Params r;
-    r.Add("ErrCode", "0x1F000020F").Add("ProcessName", "w").Add("ProcessMoudleId", "1");
-    ExpectSent(Send(r));
-    EXPECT_EQ(LastKey().errCode, 0xF000020Fu);
-}
-
-SANDBOX_TEST(ErrRpt, LongIdsAreCutAndOversizedValuesStayBounded) {
-    ZADI_AgentSubReset();
-    std::string longName(70, 'n');
-    Params p;
-    p.Add("ErrCode", "0xF000020F").Add("ProcessName", longName).Add("ProcessMoudleId", "3");
-    ExpectSent(Send(p));
-    EXPECT_EQ(std::string(LastKey().resId), longName.substr(0, 63));
-
-    // A value filling all 400 bytes has no terminator; it is the last
-    // parameter, so reading past it would leave the array.
-    ZADI_AgentSubReset();
-    std::string full(400, 'v');
-    Params q;
-    q.Add("ErrCode", "0xF0000203").Add("ProcessMoudleId", "2").Add("ResId", full);
-    ExpectSent(Send(q));
-    EXPECT_EQ(std::string(LastKey().resId), full.substr(0, 63));
-
-    ZADI_AgentSubReset();
-    Params r;
-    r.Add("ErrCode", "0xF000020F").Add("ProcessMoudleId", "2").Add("ProcessName", "w").Add("UserData", full);
-    ExpectSent(Send(r));
-    EXPECT_EQ(std::string(LastKey().resId), ("w:" + full).substr(0, 63));
-    EXPECT_NE(LastSent().find("UserData=\"" + full + "\"}"), std::string::npos);
+    Args hb = HeartbeatParams();
+    ExpectSent(hb);
+    EXPECT_EQ(LastKey().resType, 0xF007);
+    EXPECT_EQ(kt::SyslogCount("DiagCode(0xF000020F) resId worker:17."), 2);
 }
 
 SANDBOX_TEST(ErrRpt, ArgumentAndParameterFaults) {
     ZADI_AgentSubReset();
-    Params good = HeartbeatParams();
-    EXPECT_EQ(Bits(SendErrRpt(good.argc(), good.argv(), nullptr, nullptr)), kFaultBits);
+    Args good = HeartbeatParams();
+    EXPECT_EQ(Bits(SendErrRpt(good.argc(), good.argv(), nullptr, nullptr)), kMarkerBits);
+    FI_RESULT_S r = itest::FreshResult();
+    ExpectFault(SendErrRpt(-1, good.argv(), nullptr, &r), r, "Input parameter number error.");
+    ExpectFault(SendErrRpt(1, nullptr, nullptr, &r), r, "Input parameter number error.");
+    ExpectFault(SendErrRpt(0, good.argv(), nullptr, &r), r, "Get para 'ErrCode' failed.");
 
-    Outcome o{0.0f, FreshResult()};
-    o.value = SendErrRpt(-1, good.argv(), nullptr, &o.result);
-    ExpectFault(o, "Input parameter number error.");
-    o.value = SendErrRpt(1, nullptr, nullptr, &o.result);
-    ExpectFault(o, "Input parameter number error.");
-    o.value = SendErrRpt(0, good.argv(), nullptr, &o.result);
-    ExpectFault(o, "Get para 'ErrCode' failed.");
-
-    struct Case {
-        Params params;
+    const struct {
+        Args params;
         const char* reason;
     } cases[] = {
-        {Params().Add("ProcessMoudleId", "1"), "Get para 'ErrCode' failed."},
-        {Params().Add("ErrCode", "0xFFFFFFFF"), "Get para 'ErrCode' failed."},
-        {Params().Add("ErrCode", "4294967295"), "Get para 'ErrCode' failed."},
-        {Params().Add("ErrCode", "0x12"), "ErrCode 0x12 is not supported."},
-        {Params().Add("ErrCode", "0xf000020e"), "ErrCode 0xF000020E is not supported."},
-        {Params().Add("ErrCode", "zz"), "ErrCode 0x0 is not supported."},
+        {{{"ProcessMoudleId", "1"}}, "Get para 'ErrCode' failed."},
+        {{{"ErrCode", "0xFFFFFFFF"}}, "Get para 'ErrCode' failed."},
+        {{{"ErrCode", "4294967295"}}, "Get para 'ErrCode' failed."},
+        {{{"ErrCode", "0x12"}}, "ErrCode 0x12 is not supported."},
+        {{{"ErrCode", "0xf000020e"}}, "ErrCode 0xF000020E is not supported."},
+        {{{"ErrCode", "zz"}}, "ErrCode 0x0 is not supported."},
         // Converted up to the first bad character: 0xF0000203 selects CPU.
-        {Params().Add("ErrCode", "0xF0000203zz").Add("ResId", "r"), "Get para 'ProcessMoudleId' failed."},
-        {Params().Add("ErrCode", "0xF0000204").Add("ProcessMoudleId", "1"), "Get para 'ResId' failed."},
-        {Params().Add("ErrCode", "0xF000020F").Add("ProcessMoudleId", "1"), "Get para 'ProcessName' failed."},
-        {Params().Add("ErrCode", "0xF000020F"), "Get para 'ProcessName' failed."},
-        {Params().Add("ErrCode", "0xF000020F").Add("ProcessName", "w"), "Get para 'ProcessMoudleId' failed."},
+        {{{"ErrCode", "0xF0000203zz"}, {"ResId", "r"}}, "Get para 'ProcessMoudleId' failed."},
+        {{{"ErrCode", "0xF0000204"}, {"ProcessMoudleId", "1"}}, "Get para 'ResId' failed."},
+        {{{"ErrCode", "0xF000020F"}, {"ProcessMoudleId", "1"}}, "Get para 'ProcessName' failed."},
+        {{{"ErrCode", "0xF000020F"}}, "Get para 'ProcessName' failed."},
+        {{{"ErrCode", "0xF000020F"}, {"ProcessName", "w"}}, "Get para 'ProcessMoudleId' failed."},
     };
-    for (Case& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE(c.reason);
-        ExpectFault(Send(c.params), c.reason);
+        Args a = c.params;
+        ExpectFault(a, c.reason);
     }
     EXPECT_EQ(ZADI_AgentSubCallCount(ZADI_SUB_CALL_CREATE), 0);
     EXPECT_EQ(ZADI_AgentSubSentReports(), 0);
     EXPECT_EQ(kt::SyslogCount("DiagCode"), 0);
 
     // The first of two parameters with the same name is the one used.
-    Params dup;
-    dup.Add("ErrCode", "0xF0000203").Add("ErrCode", "0xF000020F").Add("ProcessMoudleId", "1").Add("ResId", "x");
-    ExpectSent(Send(dup));
+    Args dup{{"ErrCode", "0xF0000203"}, {"ErrCode", "0xF000020F"}, {"ProcessMoudleId", "1"}, {"ResId", "x"}};
+    ExpectSent(dup);
     EXPECT_EQ(LastKey().errCode, 0xF0000203u);
 }
 
 SANDBOX_TEST(ErrRpt, AgentRefusalsDestroyTheReport) {
-    Params cpu;
-    cpu.Add("ErrCode", "0xF0000203").Add("ProcessMoudleId", "5").Add("ResId", "cpu");
-
+    Args cpu{{"ErrCode", "0xF0000203"}, {"ProcessMoudleId", "5"}, {"ResId", "cpu"}}, hb = HeartbeatParams();
     ZADI_AgentSubReset();
-    ZADI_AgentSubFailCall(ZADI_SUB_CALL_CREATE, 1);
-    ExpectFault(Send(cpu), "Create ErrRpt failed.");
-    Params hb = HeartbeatParams();
-    ZADI_AgentSubFailCall(ZADI_SUB_CALL_CREATE, 1);
-    ExpectFault(Send(hb), "Create ErrRpt failed.");
-
+    for (Args* a : {&cpu, &hb}) {
+        ZADI_AgentSubFailCall(ZADI_SUB_CALL_CREATE, 1);
+        ExpectFault(*a, "Create ErrRpt failed.");
+    }
     // The second parameter attached is ProcessMoudleId (ErrCode is skipped).
     ZADI_AgentSubReset();
     ZADI_AgentSubFailCall(ZADI_SUB_CALL_ADDPARAM, 2);
-    ExpectFault(Send(hb), "Add param ProcessMoudleId=7 fail.");
+    ExpectFault(hb, "Add param ProcessMoudleId=7 fail.");
     EXPECT_EQ(ZADI_AgentSubCallCount(ZADI_SUB_CALL_ADDPARAM), 2) << "attaching must stop at the refusal";
     EXPECT_EQ(ZADI_AgentSubCallCount(ZADI_SUB_CALL_SEND), 0);
-
     ZADI_AgentSubReset();
-    ZADI_AgentSubFailCall(ZADI_SUB_CALL_SEND, 1);
-    ExpectFault(Send(cpu), "Send ErrRpt failed.");
-    ZADI_AgentSubFailCall(ZADI_SUB_CALL_SEND, 1);
-    ExpectFault(Send(hb), "Send ErrRpt failed.");
+    for (Args* a : {&cpu, &hb}) {
+        ZADI_AgentSubFailCall(ZADI_SUB_CALL_SEND, 1);
+        ExpectFault(*a, "Send ErrRpt failed.");
+    }
     EXPECT_EQ(ZADI_AgentSubSentReports(), 0);
-
     // The key read back is only logged; a refusal there does not stop the send.
     ZADI_AgentSubReset();
     ZADI_AgentSubFailCall(ZADI_SUB_CALL_GETKEY, -1);
-    ExpectSent(Send(cpu));
+    ExpectSent(cpu);
     EXPECT_EQ(ZADI_AgentSubSentReports(), 1);
 }
 
@@ -236,18 +192,16 @@ SANDBOX_TEST(AgentSub, EnvironmentPlanAndOutputFile) {
     setenv("ZADI_AGENT_SUB_FAIL", "addparam=3,send", 1);
     setenv("ZADI_AGENT_SUB_OUT", "/tmp/reports.log", 1);
     ZADI_AgentSubReset();
-    Params hb = HeartbeatParams();
-    ExpectFault(Send(hb), "Add param UserData=17 fail.");
-    ExpectFault(Send(hb), "Send ErrRpt failed.");
+    Args hb = HeartbeatParams();
+    ExpectFault(hb, "Add param UserData=17 fail.");
+    ExpectFault(hb, "Send ErrRpt failed.");
     EXPECT_EQ(kt::ReadFile("/tmp/reports.log"), "");
-
     unsetenv("ZADI_AGENT_SUB_FAIL");
     ZADI_AgentSubReset();
-    ExpectSent(Send(hb));
-    ExpectSent(Send(hb));
-    std::string log = kt::ReadFile("/tmp/reports.log");
+    ExpectSent(hb);
+    ExpectSent(hb);
     std::string line = LastSent() + "\n";
-    EXPECT_EQ(log, line + line);
+    EXPECT_EQ(kt::ReadFile("/tmp/reports.log"), line + line);
     EXPECT_EQ(line.rfind("errrpt errCode=0xF000020F resType=0xF007 rptType=1 resId=\"worker:17\" desc=\"\" params={", 0),
               0u)
         << line;

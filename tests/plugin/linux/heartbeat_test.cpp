@@ -1,34 +1,25 @@
 // ProcessHeartBeat and ClearHeartBeatFile over real processes and a private
-// /tmp/heartbeat: the verdict and hang flow id rules, the seven-node table in
-// contextbuff, the name and content quirks, and what other users may plant
-// in the directory (links, FIFOs) being neither followed, blocked on nor
-// deleted.
+// /tmp/heartbeat, including what other users may plant there (links, FIFOs).
 
-#include <errno.h>
 #include <fcntl.h>
-#include <signal.h>
 #include <stddef.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <gtest/gtest.h>
-
 #include <atomic>
+#include <memory>
 #include <set>
-#include <string>
 #include <thread>
-#include <vector>
 
-#include "census_test_params.h"
 #include "plugin/linux/process_monitor.h"
 #include "plugin/linux/process_monitor_internal.h"
 #include "support/sandbox.h"
+#include "tests/plugin/linux/items_test_util.h"
 
-using census_test::Bits;
-using census_test::FreshResult;
-using census_test::kFaultBits;
-using census_test::Params;
-using census_test::Unique;
+using itest::Args;
+using itest::Bits;
+using itest::kMarkerBits;
+using itest::Unique;
 
 namespace {
 
@@ -39,42 +30,37 @@ std::string HbFile(const std::string& name, const std::string& mod, pid_t pid, c
 }
 
 // One configured item: the agent keeps its context between calls.
-class Item {
-public:
-    Item(const std::string& name, const std::string& mod) {
-        memset(&ctx_, 0, sizeof(ctx_));
-        params_.Add("ProcessName", name).Add("ProcessMoudleId", mod);
-    }
+struct Item {
+    Args a;
+    Item(const std::string& name, const std::string& mod) : a{{"ProcessName", name}, {"ProcessMoudleId", mod}} {}
     float Call() {
-        last_ = FreshResult();
-        float v = ProcessHeartBeat(params_.argc(), params_.argv(), &ctx_, &last_);
-        EXPECT_EQ(last_.result, 0);
-        EXPECT_EQ(last_.pid, 777) << "pid must not be written";
+        a.ResetResult();
+        float v = a.Call(ProcessHeartBeat);
+        EXPECT_EQ(a.result.result, 0);
+        EXPECT_EQ(a.result.pid, -5) << "pid must not be written";
         return v;
     }
-    const FI_RESULT_S& last() const { return last_; }
+    uint32_t hangflowid() const { return a.result.hangflowid; }
     const ZADI_PROCESS_HEARTBEAT_CONTEXT* table() const {
-        return reinterpret_cast<const ZADI_PROCESS_HEARTBEAT_CONTEXT*>(ctx_.contextbuff);
+        return reinterpret_cast<const ZADI_PROCESS_HEARTBEAT_CONTEXT*>(a.context.contextbuff);
     }
     std::vector<uint32_t> TrackedPids() const {
         std::vector<uint32_t> pids;
         for (uint32_t i = 0; i < 7 && table()->stNode[i].uiProcessId != 0; ++i) pids.push_back(table()->stNode[i].uiProcessId);
         return pids;
     }
-
-private:
-    FI_CONTEXT_S ctx_;
-    Params params_;
-    FI_RESULT_S last_{};
 };
-
-
 
 // Files that do not belong to the item never count: refreshed, untracked.
 void ExpectIgnoresEverything(Item& item) {
     EXPECT_EQ(item.Call(), 1.0f);
     EXPECT_EQ(item.Call(), 1.0f);
     EXPECT_TRUE(item.TrackedPids().empty());
+}
+
+bool Exists(const std::string& p) {
+    struct stat st;
+    return lstat(p.c_str(), &st) == 0;
 }
 
 }  // namespace
@@ -89,35 +75,28 @@ TEST(HeartbeatLayout, SevenNodesOverlaidOnContextbuff) {
 }
 
 TEST(HeartbeatArgs, FaultsInOrder) {
-    FI_CONTEXT_S ctx{};
-    Params ok;
-    ok.Add("ProcessName", "w").Add("ProcessMoudleId", "7");
-    EXPECT_EQ(Bits(ProcessHeartBeat(ok.argc(), ok.argv(), &ctx, nullptr)), kFaultBits);
-
-    struct Case {
+    Args ok{{"ProcessName", "w"}, {"ProcessMoudleId", "7"}}, onlyName{{"ProcessName", "w"}},
+        onlyMod{{"ProcessMoudleId", "7"}};
+    EXPECT_EQ(Bits(ProcessHeartBeat(ok.argc(), ok.argv(), &ok.context, nullptr)), kMarkerBits);
+    const struct {
         int argc;
         FI_PARAM_S* argv;
         FI_CONTEXT_S* ctx;
         const char* reason;
-    };
-    Params onlyName;
-    onlyName.Add("ProcessName", "w");
-    Params onlyMod;
-    onlyMod.Add("ProcessMoudleId", "7");
-    const Case cases[] = {
+    } cases[] = {
         {-1, ok.argv(), nullptr, "Input parameter number error."},
-        {2, nullptr, &ctx, "Input parameter number error."},
+        {2, nullptr, &ok.context, "Input parameter number error."},
         {2, ok.argv(), nullptr, "Input parameter context error."},
-        {0, ok.argv(), &ctx, "Get para 'ProcessName' failed."},
-        {onlyMod.argc(), onlyMod.argv(), &ctx, "Get para 'ProcessName' failed."},
-        {onlyName.argc(), onlyName.argv(), &ctx, "Get para 'ProcessMoudleId' failed."},
+        {0, ok.argv(), &ok.context, "Get para 'ProcessName' failed."},
+        {1, onlyMod.argv(), &ok.context, "Get para 'ProcessName' failed."},
+        {1, onlyName.argv(), &ok.context, "Get para 'ProcessMoudleId' failed."},
     };
-    for (const Case& c : cases) {
-        FI_RESULT_S r = FreshResult();
-        EXPECT_EQ(Bits(ProcessHeartBeat(c.argc, c.argv, c.ctx, &r)), kFaultBits) << c.reason;
+    for (const auto& c : cases) {
+        FI_RESULT_S r = itest::FreshResult();
+        EXPECT_EQ(Bits(ProcessHeartBeat(c.argc, c.argv, c.ctx, &r)), kMarkerBits) << c.reason;
         EXPECT_EQ(r.result, -1);
         EXPECT_STREQ(r.reason, c.reason);
-        EXPECT_EQ(r.hangflowid, 0xDEADu);
+        EXPECT_EQ(r.hangflowid, 99u);
     }
 }
 
@@ -128,37 +107,23 @@ SANDBOX_TEST(Heartbeat, TokenChangesDecideTheVerdict) {
     std::string file = HbFile(name, "7", child.pid());
     Item item(name, "7");
 
-    kt::WriteFile(file, "tok1\n17\n");
-    EXPECT_EQ(item.Call(), 1.0f) << "first sight is never stale";
-    EXPECT_EQ(item.last().hangflowid, 0xDEADu) << "refreshed must not write hangflowid";
+    // Refreshed never writes hangflowid; stale gives the id stored with the
+    // token (not the one just read); a carriage return is part of the token;
+    // no line 2 means "none", logged signed.
+    const struct {
+        const char* text;  // null: left as it is
+        float value;
+        uint32_t id;
+    } steps[] = {{"tok1\n17\n", 1, 99}, {nullptr, 0, 17},        {"tok2\n18\n", 1, 99}, {"tok2\n19\n", 0, 18},
+                 {"tok2\n20\n", 0, 18}, {"tok2\r\n", 1, 99}, {nullptr, 0, 0xFFFFFFFFu}};
+    for (const auto& st : steps) {
+        if (st.text != nullptr) kt::WriteFile(file, st.text);
+        EXPECT_EQ(item.Call(), st.value) << (st.text ? st.text : "unchanged");
+        EXPECT_EQ(item.hangflowid(), st.id);
+    }
     EXPECT_EQ(item.table()->uiSize, 7u);
-
-    EXPECT_EQ(item.Call(), 0.0f);
-    EXPECT_EQ(item.last().hangflowid, 17u);
-    std::string line = "Process " + name + "(7) heartbeat not refreshed, hangFlowId=17.";
-    EXPECT_EQ(kt::SyslogCount(line), 1);
-
-    kt::WriteFile(file, "tok2\n18\n");
-    EXPECT_EQ(item.Call(), 1.0f);
-
-    // Line 2 alone changed: still stale, and the id is the one stored with
-    // the token, not the one just read.
-    kt::WriteFile(file, "tok2\n19\n");
-    EXPECT_EQ(item.Call(), 0.0f);
-    EXPECT_EQ(item.last().hangflowid, 18u);
-    kt::WriteFile(file, "tok2\n20\n");
-    EXPECT_EQ(item.Call(), 0.0f);
-    EXPECT_EQ(item.last().hangflowid, 18u);
-
-    // A carriage return is part of the token.
-    kt::WriteFile(file, "tok2\r\n");
-    EXPECT_EQ(item.Call(), 1.0f);
-    // No line 2: the id is "none", logged signed.
-    EXPECT_EQ(item.Call(), 0.0f);
-    EXPECT_EQ(item.last().hangflowid, 0xFFFFFFFFu);
+    EXPECT_EQ(kt::SyslogCount("Process " + name + "(7) heartbeat not refreshed, hangFlowId=17."), 1);
     EXPECT_EQ(kt::SyslogCount("Process " + name + "(7) heartbeat not refreshed, hangFlowId=-1."), 1);
-
-    // Another item for another module sees none of it.
     Item other(name, "8");
     ExpectIgnoresEverything(other);
 }
@@ -168,40 +133,27 @@ SANDBOX_TEST(Heartbeat, ContentQuirks) {
     kt::Child child(name, {name});
     kt::MakeDirs(kDir);
     std::string file = HbFile(name, "1", child.pid());
-
-    {
-        // An empty file has an empty token, which never changes.
-        Item item(name, "1");
-        kt::WriteFile(file, "");
-        EXPECT_EQ(item.Call(), 1.0f);
-        EXPECT_EQ(item.Call(), 0.0f);
-        EXPECT_EQ(item.last().hangflowid, 0xFFFFFFFFu);
-    }
-    {
-        // Line 1 is read 126 characters at a time: the rest becomes line 2,
-        // and changes past character 126 are not seen as a beat.
-        Item item(name, "1");
-        std::string head(126, 'a');
-        kt::WriteFile(file, head + "123\n");
-        EXPECT_EQ(item.Call(), 1.0f);
-        EXPECT_EQ(item.table()->stNode[0].uiBufferUsed, 126u);
-        EXPECT_EQ(item.table()->stNode[0].hangFlowId, 123u);
-        kt::WriteFile(file, head + "456\n");
-        EXPECT_EQ(item.Call(), 0.0f);
-        EXPECT_EQ(item.last().hangflowid, 123u);
-    }
-    {
-        // Line 2 converts like strtoll and keeps 32 bits.
-        Item item(name, "1");
-        kt::WriteFile(file, "t\n-2\n");
-        EXPECT_EQ(item.Call(), 1.0f);
-        EXPECT_EQ(item.table()->stNode[0].hangFlowId, 0xFFFFFFFEu);
-        kt::WriteFile(file, "t\n\n");
-        EXPECT_EQ(item.Call(), 0.0f);
-        EXPECT_EQ(item.last().hangflowid, 0xFFFFFFFEu);
-        kt::WriteFile(file, "u\nx\n");
-        EXPECT_EQ(item.Call(), 1.0f);
-        EXPECT_EQ(item.table()->stNode[0].hangFlowId, 0u);
+    // An empty token never changes. Line 1 is read 126 characters at a time:
+    // the rest becomes line 2 and changes past it are no beat. Line 2
+    // converts like strtoll and keeps 32 bits.
+    const std::string head(126, 'a');
+    const struct {
+        std::string text;
+        bool fresh;  // a new item
+        float value;
+        uint32_t id;  // stored (fresh) or reported (stale)
+        uint32_t used;
+    } steps[] = {{"", true, 1, 0xFFFFFFFFu, 0},          {"", false, 0, 0xFFFFFFFFu, 0},
+                 {head + "123\n", true, 1, 123, 126},    {head + "456\n", false, 0, 123, 126},
+                 {"t\n-2\n", true, 1, 0xFFFFFFFEu, 1},   {"t\n\n", false, 0, 0xFFFFFFFEu, 1},
+                 {"u\nx\n", false, 1, 0, 1}};
+    std::unique_ptr<Item> item;
+    for (const auto& st : steps) {
+        if (st.fresh) item.reset(new Item(name, "1"));
+        kt::WriteFile(file, st.text);
+        EXPECT_EQ(item->Call(), st.value) << st.text;
+        EXPECT_EQ(st.value == 0 ? item->hangflowid() : item->table()->stNode[0].hangFlowId, st.id) << st.text;
+        EXPECT_EQ(item->table()->stNode[0].uiBufferUsed, st.used) << st.text;
     }
 }
 
@@ -217,24 +169,19 @@ SANDBOX_TEST(Heartbeat, EveryPidCountsAndTheTableHoldsSeven) {
     std::vector<uint32_t> tracked = item.TrackedPids();
     ASSERT_EQ(tracked.size(), 7u) << "the eighth pid is ignored";
     std::set<uint32_t> trackedSet(tracked.begin(), tracked.end());
-
     // Every tracked file beats; the untracked one does not matter.
-    pid_t untracked = -1;
+    int untracked = 0;
     for (auto& c : children) {
-        if (trackedSet.count(static_cast<uint32_t>(c.pid())) != 0) {
-            kt::WriteFile(HbFile(name, "3", c.pid()), "b\n1\n");
-        } else {
-            untracked = c.pid();
-        }
+        if (trackedSet.count(static_cast<uint32_t>(c.pid())) != 0) kt::WriteFile(HbFile(name, "3", c.pid()), "b\n1\n");
+        else ++untracked;
     }
-    ASSERT_NE(untracked, -1);
+    ASSERT_EQ(untracked, 1);
     EXPECT_EQ(item.Call(), 1.0f);
-
     // One stale pid among beating ones is enough.
     for (auto& c : children) kt::WriteFile(HbFile(name, "3", c.pid()), "c\n" + std::to_string(c.pid()) + "\n");
-    kt::WriteFile(HbFile(name, "3", static_cast<pid_t>(tracked[3])), "b\n1\n");  // unchanged token
+    kt::WriteFile(HbFile(name, "3", static_cast<pid_t>(tracked[3])), "b\n1\n");
     EXPECT_EQ(item.Call(), 0.0f);
-    EXPECT_EQ(item.last().hangflowid, 1u);
+    EXPECT_EQ(item.hangflowid(), 1u);
 }
 
 SANDBOX_TEST(Heartbeat, DroppedNodesAreCompactedInOrder) {
@@ -243,14 +190,13 @@ SANDBOX_TEST(Heartbeat, DroppedNodesAreCompactedInOrder) {
     for (int i = 0; i < 3; ++i) children.emplace_back(name, std::vector<std::string>{name, std::to_string(i)});
     kt::MakeDirs(kDir);
     for (auto& c : children) kt::WriteFile(HbFile(name, "1", c.pid()), "a\n5\n");
-
     Item item(name, "1");
     EXPECT_EQ(item.Call(), 1.0f);
     std::vector<uint32_t> order = item.TrackedPids();
     ASSERT_EQ(order.size(), 3u);
 
-    // The middle file goes away; its slot is closed up, the others keep
-    // their order and tokens, the freed slot keeps no hang flow id.
+    // The middle file goes: its slot is closed up, the others keep order and
+    // tokens, the freed slot keeps no hang flow id.
     ASSERT_EQ(unlink(HbFile(name, "1", static_cast<pid_t>(order[1])).c_str()), 0);
     EXPECT_EQ(item.Call(), 0.0f);
     EXPECT_EQ(item.TrackedPids(), (std::vector<uint32_t>{order[0], order[2]}));
@@ -278,22 +224,26 @@ SANDBOX_TEST(Heartbeat, DroppedNodesAreCompactedInOrder) {
     EXPECT_EQ(item.TrackedPids().size(), 2u);
 }
 
-SANDBOX_TEST(Heartbeat, NamesThatDoNotMatch) {
+SANDBOX_TEST(Heartbeat, NamesThatDoNotMatchAndNoDirectory) {
     std::string name = Unique("hbname");
     kt::Child child(name, {name});
-    std::string longName = name + std::string(16 - name.size() + 1, 'z');  // 16+: the kernel keeps 15
+    std::string longName = name + std::string(16 - name.size() + 1, 'z');  // the kernel keeps 15
     kt::Child cut(longName, {longName});
     std::string other = Unique("hbother");
     kt::Child otherChild(other, {other});
-    kt::MakeDirs(kDir);
+    Item item(name, "7"), longItem(longName, "7");
 
-    kt::WriteFile(kDir + "/" + name + "___7", "a\n");                        // no pid field
-    kt::WriteFile(HbFile(name, "07", child.pid()), "a\n");                   // module compared as text
-    kt::WriteFile(HbFile(name, "7", otherChild.pid()), "a\n");               // pid runs another program
-    kt::WriteFile(HbFile(longName, "7", cut.pid()), "a\n");                  // name longer than the kernel's
-    kt::WriteFile(HbFile(name, "7", 999999999), "a\n");                      // no such process
-    Item item(name, "7");
-    Item longItem(longName, "7");
+    // No directory at all: refreshed, silently.
+    ExpectIgnoresEverything(item);
+    EXPECT_EQ(ForeachDir(kDir.c_str(), [](const char*, const char*, void*) { return 0; }, nullptr), -1);
+    EXPECT_EQ(kt::SyslogCount("heartbeat"), 0);
+
+    kt::MakeDirs(kDir);
+    kt::WriteFile(kDir + "/" + name + "___7", "a\n");           // no pid field
+    kt::WriteFile(HbFile(name, "07", child.pid()), "a\n");      // module compared as text
+    kt::WriteFile(HbFile(name, "7", otherChild.pid()), "a\n");  // pid runs another program
+    kt::WriteFile(HbFile(longName, "7", cut.pid()), "a\n");     // name longer than the kernel's
+    kt::WriteFile(HbFile(name, "7", 999999999), "a\n");         // no such process
     ExpectIgnoresEverything(item);
     ExpectIgnoresEverything(longItem);
 
@@ -305,29 +255,25 @@ SANDBOX_TEST(Heartbeat, NamesThatDoNotMatch) {
 }
 
 TEST(HeartbeatSteps, SplitName) {
-    struct Case {
+    const struct {
         const char* in;
         const char* f[3];
     } cases[] = {
-        {"worker___7___2310", {"worker", "7", "2310"}},
-        {"worker___7___2310___old", {"worker", "7", "2310"}},
-        {"worker___7", {"worker", "7", nullptr}},
-        {"worker", {"worker", nullptr, nullptr}},
-        {"a____b", {"a", "_b", nullptr}},
-        {"______", {"", "", ""}},
+        {"worker___7___2310", {"worker", "7", "2310"}}, {"worker___7___2310___old", {"worker", "7", "2310"}},
+        {"worker___7", {"worker", "7", nullptr}},       {"worker", {"worker", nullptr, nullptr}},
+        {"a____b", {"a", "_b", nullptr}},               {"______", {"", "", ""}},
         {"", {"", nullptr, nullptr}},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         char buf[64];
         strcpy(buf, c.in);
         char* f[3] = {nullptr, nullptr, nullptr};
         SpliteHeartFileName(buf, 0, f);
         for (int i = 0; i < 3; ++i) {
-            if (c.f[i] == nullptr) {
-                EXPECT_EQ(f[i], nullptr) << c.in << " field " << i;
-            } else {
-                ASSERT_NE(f[i], nullptr) << c.in << " field " << i;
-                EXPECT_STREQ(f[i], c.f[i]) << c.in << " field " << i;
+            SCOPED_TRACE(std::string(c.in) + " field " + std::to_string(i));
+            EXPECT_EQ(f[i] == nullptr, c.f[i] == nullptr);
+            if (f[i] != nullptr && c.f[i] != nullptr) {
+                EXPECT_STREQ(f[i], c.f[i]);
             }
         }
     }
@@ -339,32 +285,24 @@ TEST(HeartbeatSteps, SplitName) {
     EXPECT_FALSE(CheckProcIdAndProcName(nullptr, "a"));
 }
 
-SANDBOX_TEST(Heartbeat, MissingDirectoryIsRefreshed) {
-    Item item("anything", "1");
-    EXPECT_EQ(item.Call(), 1.0f);
-    EXPECT_EQ(item.Call(), 1.0f);
-    EXPECT_EQ(ForeachDir(kDir.c_str(), [](const char*, const char*, void*) { return 0; }, nullptr), -1);
-    EXPECT_EQ(kt::SyslogCount("heartbeat"), 0);
-}
-
 SANDBOX_TEST(Heartbeat, PlantedLinksAndFifosAreNotFollowed) {
     std::string name = Unique("hblink");
     kt::Child child(name, {name});
+    const std::string file = HbFile(name, "7", child.pid()), fifo = HbFile(name, "7", child.pid(), "___fifo");
     kt::MakeDirs(kDir);
     kt::MakeDirs("/tmp/elsewhere");
     kt::WriteFile("/tmp/elsewhere/target", "a\n1\n");
-    ASSERT_EQ(symlink("/tmp/elsewhere/target", HbFile(name, "7", child.pid()).c_str()), 0);
-    ASSERT_EQ(mkfifo(HbFile(name, "7", child.pid(), "___fifo").c_str(), 0666), 0);
-
+    ASSERT_EQ(symlink("/tmp/elsewhere/target", file.c_str()), 0);
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0666), 0);
     Item item(name, "7");
     ExpectIgnoresEverything(item);
 
     // Opened by path (a race could swap an entry): neither blocks nor follows.
     ZADI_PROCESS_HEARTBEAT_NODE node{};
-    EXPECT_EQ(ReadHeartbeatFile(HbFile(name, "7", child.pid()).c_str(), &node), 1);
-    EXPECT_EQ(ReadHeartbeatFile(HbFile(name, "7", child.pid(), "___fifo").c_str(), &node), 1);
+    EXPECT_EQ(ReadHeartbeatFile(file.c_str(), &node), 1);
+    EXPECT_EQ(ReadHeartbeatFile(fifo.c_str(), &node), 1);
     EXPECT_EQ(node.hangFlowId, 0xFFFFFFFFu);
-    EXPECT_EQ(kt::SyslogCount("Open failed(" + HbFile(name, "7", child.pid()) + ")"), 1);
+    EXPECT_EQ(kt::SyslogCount("Open failed(" + file + ")"), 1);
 
     // The directory itself replaced by a link: nothing is read through it.
     ASSERT_EQ(rename(kDir.c_str(), "/tmp/hb.real"), 0);
@@ -376,52 +314,36 @@ SANDBOX_TEST(Heartbeat, PlantedLinksAndFifosAreNotFollowed) {
 }
 
 SANDBOX_TEST(Heartbeat, ClearRemovesOnlyFilesOfGoneProcesses) {
-    std::string name = Unique("hbclear");
-    kt::Child child(name, {name});
-    std::string other = Unique("hbclro");
-    kt::Child otherChild(other, {other});
+    std::string name = Unique("hbclear"), other = Unique("hbclro");
+    kt::Child child(name, {name}), otherChild(other, {other});
     kt::MakeDirs(kDir);
-    const std::string keepLive = HbFile(name, "7", child.pid());
-    const std::string keepOtherModule = HbFile(name, "99", child.pid());
-    const std::string goneDead = HbFile(name, "7", 999999999);
-    const std::string goneReused = HbFile(name, "7", otherChild.pid());
-    const std::string goneJunk = kDir + "/notes.txt";
-    const std::string goneNoPid = kDir + "/" + name + "___7";
-    for (const std::string& f : {keepLive, keepOtherModule, goneDead, goneReused, goneJunk, goneNoPid}) {
-        kt::WriteFile(f, "x\n");
-    }
     kt::MakeDirs("/tmp/elsewhere");
     kt::WriteFile("/tmp/elsewhere/keep", "x\n");
-    const std::string link = kDir + "/junk_link";
-    const std::string fifo = kDir + "/junk_fifo";
-    const std::string subdir = kDir + "/junk_dir";
+    const struct {
+        std::string path;
+        bool kept;
+    } files[] = {
+        {HbFile(name, "7", child.pid()), true},   {HbFile(name, "99", child.pid()), true},
+        {HbFile(name, "7", 999999999), false},    {HbFile(name, "7", otherChild.pid()), false},  // pid reused
+        {kDir + "/notes.txt", false},             {kDir + "/" + name + "___7", false},
+    };
+    for (const auto& f : files) kt::WriteFile(f.path, "x\n");
+    const std::string link = kDir + "/junk_link", fifo = kDir + "/junk_fifo", subdir = kDir + "/junk_dir";
     ASSERT_EQ(symlink("/tmp/elsewhere/keep", link.c_str()), 0);
     ASSERT_EQ(mkfifo(fifo.c_str(), 0666), 0);
     kt::MakeDirs(subdir);
 
-    FI_RESULT_S r = FreshResult();
+    FI_RESULT_S r = itest::FreshResult();
     EXPECT_EQ(ClearHeartBeatFile(-5, nullptr, nullptr, &r), 1.0f);
     EXPECT_EQ(r.result, 0);
-    auto exists = [](const std::string& p) {
-        struct stat st;
-        return lstat(p.c_str(), &st) == 0;
-    };
-    EXPECT_TRUE(exists(keepLive));
-    EXPECT_TRUE(exists(keepOtherModule));
-    EXPECT_FALSE(exists(goneDead));
-    EXPECT_FALSE(exists(goneReused));
-    EXPECT_FALSE(exists(goneJunk));
-    EXPECT_FALSE(exists(goneNoPid));
-    EXPECT_TRUE(exists(link));
-    EXPECT_TRUE(exists(fifo));
-    EXPECT_TRUE(exists(subdir));
-    EXPECT_TRUE(exists("/tmp/elsewhere/keep"));
+    for (const auto& f : files) EXPECT_EQ(Exists(f.path), f.kept) << f.path;
+    for (const std::string& p : {link, fifo, subdir, std::string("/tmp/elsewhere/keep")}) EXPECT_TRUE(Exists(p)) << p;
 
     // Through a link in place of the directory nothing is deleted.
     ASSERT_EQ(rename(kDir.c_str(), "/tmp/hb.real"), 0);
     ASSERT_EQ(symlink("/tmp/elsewhere", kDir.c_str()), 0);
     EXPECT_EQ(ClearHeartBeatFile(0, nullptr, nullptr, nullptr), 1.0f);
-    EXPECT_TRUE(exists("/tmp/elsewhere/keep"));
+    EXPECT_TRUE(Exists("/tmp/elsewhere/keep"));
 }
 
 SANDBOX_TEST(Heartbeat, FileRewrittenDuringTheCheck) {

@@ -1,5 +1,5 @@
 // The item contract: record layouts, parameter lookup, the argument checks
-// and their order, the fault marker and reason writing.
+// and their order, the fault marker, reason writing and period conversion.
 
 #include <stddef.h>
 
@@ -56,22 +56,6 @@ TEST(ItemContract, GetParaValueReturnsFirstEqualNameInPlace) {
     EXPECT_EQ(GetParaValue(-3, a.argv(), "A"), nullptr);
 }
 
-namespace {
-
-using Check = bool (ZADI_Linux_Plugin::*)(int, FI_PARAM_S*, FI_CONTEXT_S*, FI_RESULT_S*);
-
-struct CheckCase {
-    const char* label;
-    Check check;
-    std::vector<std::pair<std::string, std::string>> params;
-    bool null_argv;
-    bool null_context;
-    bool ok;
-    const char* reason;
-};
-
-}  // namespace
-
 TEST(ItemContract, ChecksRunInOrderWithExactTexts) {
     ZADI_Linux_Plugin p;
     const auto plain = &ZADI_Linux_Plugin::input_para_check;
@@ -79,7 +63,13 @@ TEST(ItemContract, ChecksRunInOrderWithExactTexts) {
     const auto period = &ZADI_Linux_Plugin::input_para_check_cfgperiod;
     const std::pair<std::string, std::string> pn{"ProcessName", "x"}, pc{"PreCmd", "c"}, rk{"RetKeyWords", "k"},
         pe{"Period", "1"};
-    const CheckCase cases[] = {
+    const struct {
+        const char* label;
+        bool (ZADI_Linux_Plugin::*check)(int, FI_PARAM_S*, FI_CONTEXT_S*, FI_RESULT_S*);
+        std::vector<std::pair<std::string, std::string>> params;
+        bool null_argv, null_context, ok;
+        const char* reason;
+    } cases[] = {
         {"plain ok, name ignored", plain, {{"Whatever", "x"}}, false, false, true, ""},
         {"plain argc 0", plain, {}, false, false, false, "Input parameter number error."},
         {"plain argc 2", plain, {pn, pn}, false, false, false, "Input parameter number error."},
@@ -90,39 +80,32 @@ TEST(ItemContract, ChecksRunInOrderWithExactTexts) {
         {"precmd argv before names", precmd, {pn, pc, rk}, true, false, false, "Input parameter argv is NULL."},
         {"precmd order matters", precmd, {pc, pn, rk}, false, false, false, "Input parameter error."},
         {"precmd third name", precmd, {pn, pc, {"RetKeyWord", "k"}}, false, false, false, "Input parameter error."},
-        {"precmd name with suffix", precmd, {{"ProcessNameX", "x"}, pc, rk}, false, false, false,
-         "Input parameter error."},
+        {"precmd name suffix", precmd, {{"ProcessNameX", "x"}, pc, rk}, false, false, false, "Input parameter error."},
         {"precmd names before context", precmd, {pc, pn, rk}, false, true, false, "Input parameter error."},
         {"precmd context null", precmd, {pn, pc, rk}, false, true, false, "Input parameter context is NULL."},
         {"period ok", period, {pn, pe}, false, false, true, ""},
         {"period argc 1", period, {pn}, false, false, false, "Input parameter number error."},
         {"period names swapped", period, {pe, pn}, false, false, false, "Input parameter error."},
-        {"period names before context", period, {pn, {"period", "1"}}, false, true, false,
-         "Input parameter error."},
+        {"period names first", period, {pn, {"period", "1"}}, false, true, false, "Input parameter error."},
         {"period context null", period, {pn, pe}, false, true, false, "Input parameter context is NULL."},
     };
-    for (const CheckCase& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE(c.label);
         Args a(c.params);
-        const int argc = a.argc();
-        const bool ok = (p.*c.check)(argc, c.null_argv ? nullptr : a.argv(), c.null_context ? nullptr : &a.context,
-                                     &a.result);
-        EXPECT_EQ(ok, c.ok);
-        if (c.ok) {
-            EXPECT_EQ(a.result.result, 77);  // nothing written on success
-            EXPECT_EQ(a.reason(), "untouched");
-        } else {
-            EXPECT_EQ(a.result.result, -1);
-            EXPECT_EQ(a.reason(), c.reason);
-        }
+        EXPECT_EQ((p.*c.check)(a.argc(), c.null_argv ? nullptr : a.argv(), c.null_context ? nullptr : &a.context,
+                               &a.result),
+                  c.ok);
+        // Nothing written on success.
+        EXPECT_EQ(a.result.result, c.ok ? 77 : -1);
+        EXPECT_EQ(a.reason(), c.ok ? "untouched" : c.reason);
         EXPECT_EQ(a.result.pid, -5);
         EXPECT_EQ(a.result.hangflowid, 99u);
         // A null result stops every check before anything else.
-        EXPECT_FALSE((p.*c.check)(argc, a.argv(), &a.context, nullptr));
+        EXPECT_FALSE((p.*c.check)(a.argc(), a.argv(), &a.context, nullptr));
     }
 }
 
-TEST(ItemContract, ReasonIsCutTo1023AndTerminated) {
+TEST(ItemContract, ReasonIsCutAndContextOverlayRoundTrips) {
     FI_RESULT_S r;
     memset(&r, 'Z', sizeof(r));
     const std::string longText(3000, 'r');
@@ -134,10 +117,8 @@ TEST(ItemContract, ReasonIsCutTo1023AndTerminated) {
     int pid;
     memcpy(&pid, reinterpret_cast<char*>(&r) + offsetof(FI_RESULT_S, pid), sizeof(pid));
     EXPECT_EQ(pid, 0x5A5A5A5A);
-}
 
-TEST(ItemContract, ContextOverlayRoundTripsAtMisalignedOffset) {
-    // UBSan would flag a dereference of a cast pointer into contextbuff.
+    // At a misaligned offset: UBSan would flag a dereference of a cast pointer.
     FI_CONTEXT_S ctx;
     memset(&ctx, 0, sizeof(ctx));
     process_cpu_context_t in = {1234, 0x1122334455667788ull, 0x99AABBCCDDEEFF00ull};
@@ -146,7 +127,6 @@ TEST(ItemContract, ContextOverlayRoundTripsAtMisalignedOffset) {
     EXPECT_EQ(out.pid, 1234);
     EXPECT_EQ(out.syscputime, 0x1122334455667788ull);
     EXPECT_EQ(out.procputime, 0x99AABBCCDDEEFF00ull);
-    int pid;
     memcpy(&pid, ctx.contextbuff, sizeof(pid));
     EXPECT_EQ(pid, 1234);  // pid sits at the very start of contextbuff
 }
@@ -156,10 +136,9 @@ TEST(ItemContract, ConvertStr2PeriodUSFollowsTheWrappingProduct) {
         const char* text;
         int us;
     } cases[] = {
-        {"1", 1000000},          {"240", 240000000},   {"241", 240000000}, {"2147", 240000000},
-        {"2148", 500000},        {"3600", 500000},     {"0", 500000},      {"-5", 500000},
-        {"abc", 500000},         {"", 500000},         {"7s", 7000000},    {"4295", 500000},
-        {"4296", 1032704},       {"4300", 5032704},    {"8590", 500000},
+        {"1", 1000000},  {"240", 240000000}, {"241", 240000000}, {"2147", 240000000}, {"2148", 500000},
+        {"3600", 500000}, {"0", 500000},       {"-5", 500000},     {"abc", 500000},      {"", 500000},
+        {"7s", 7000000}, {"4295", 500000},    {"4296", 1032704},  {"4300", 5032704},    {"8590", 500000},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.text);

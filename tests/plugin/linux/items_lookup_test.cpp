@@ -35,7 +35,7 @@ TEST(FuzzyMatch, KeepsItsAnchoringAndRestartQuirks) {
     EXPECT_FALSE(P::str_fuzzy_match("a", nullptr));
 }
 
-TEST(CmdlineText, NulsBecomeSpacesUntilAnEmptyArgument) {
+TEST(CmdlineText, NulsBecomeSpacesAndFieldsCountSingleSpaces) {
     char a[] = {'a', '\0', 'b', '\0', '\0', '\0'};
     P::change_cmdlie_to_str(a, sizeof(a));
     EXPECT_STREQ(a, "a b");
@@ -46,9 +46,8 @@ TEST(CmdlineText, NulsBecomeSpacesUntilAnEmptyArgument) {
     char c[] = {'a', '\0', 'b', '\0'};
     P::change_cmdlie_to_str(c, 3);
     EXPECT_EQ(std::string(c, 4), std::string("a b\0", 4));
-}
 
-TEST(CmdlineText, GetItemsCountsSingleSpaces) {
+    // get_items counts single spaces.
     const char* line = "1 (a) S 4 5";
     EXPECT_EQ(P::get_items(nullptr, 3), nullptr);
     EXPECT_EQ(P::get_items(line, 1), line);
@@ -98,16 +97,14 @@ SANDBOX_TEST(Lookup, ExactPrefixAndWildcardAgainstRealProcesses) {
     kt::Child a("lka", {"/opt/" + u + "/srv", "--id", "1"});
     kt::Child gap("lkg", {"/opt/" + u + "/gap", "", "x"});
     const std::string nameA = "/opt/" + u + "/srv --id 1";
-    int pid = 0;
-    EXPECT_EQ(P::get_pid_byname(nameA.c_str(), pid), a.pid());
-    EXPECT_EQ(pid, a.pid());
-    pid = 0;
-    EXPECT_EQ(P::get_pid_byname(("/opt/" + u + "/srv").c_str(), pid), 0);  // exact means whole text
-    // An empty middle argument ends the text.
-    pid = 0;
-    EXPECT_EQ(P::get_pid_byname(("/opt/" + u + "/gap").c_str(), pid), gap.pid());
-    pid = 0;
-    EXPECT_EQ(P::get_pid_byname(("/opt/" + u + "/gap  x").c_str(), pid), 0);
+    // Exact means the whole text; an empty middle argument ends it.
+    const std::pair<std::string, pid_t> exact[] = {
+        {nameA, a.pid()}, {"/opt/" + u + "/srv", 0}, {"/opt/" + u + "/gap", gap.pid()}, {"/opt/" + u + "/gap  x", 0}};
+    for (const auto& e : exact) {
+        int pid = 0;
+        EXPECT_EQ(P::get_pid_byname(e.first.c_str(), pid), e.second) << e.first;
+        EXPECT_EQ(pid, e.second);
+    }
 
     process_cpu_context_t table[4];
     memset(table, 0, sizeof(table));
@@ -153,57 +150,43 @@ SANDBOX_TEST(Lookup, StoredPidIsReusedWhileItRunsTheSameCommandLine) {
     kt::Child first("tw1", {name.substr(0, name.size() - 4), "run"});
     kt::Child second("tw2", {name.substr(0, name.size() - 4), "run"});
     const bool firstEarlier = itest::ProcOrder(first.pid()) < itest::ProcOrder(second.pid());
-    const pid_t earlier = firstEarlier ? first.pid() : second.pid();
-    const pid_t later = firstEarlier ? second.pid() : first.pid();
+    const pid_t earlier = firstEarlier ? first.pid() : second.pid(), later = firstEarlier ? second.pid() : first.pid();
 
-    // A walk finds the earlier one in directory order ...
-    int pid = 0;
-    unsigned long long sys = 5, proc = 6;
-    EXPECT_EQ(P::get_pid_byname(name.c_str(), pid, sys, proc), earlier);
-    EXPECT_EQ(sys, 0u);
-    EXPECT_EQ(proc, 0u);
-    // ... but a stored pid that still matches is kept with its samples,
-    // which shows no walk happened.
-    pid = later;
-    sys = 5;
-    proc = 6;
-    EXPECT_EQ(P::get_pid_byname(name.c_str(), pid, sys, proc), later);
-    EXPECT_EQ(sys, 5u);
-    EXPECT_EQ(proc, 6u);
-
+    // {returned pid, stored pid after, cpu samples after} for a stored pid with samples 5 and 6.
+    const auto lookup = [&](int stored) {
+        unsigned long long sys = 5, proc = 6;
+        const int got = P::get_pid_byname(name.c_str(), stored, sys, proc);
+        return std::vector<unsigned long long>{static_cast<unsigned long long>(got),
+                                               static_cast<unsigned long long>(stored), sys, proc};
+    };
+    using V = std::vector<unsigned long long>;
+    const unsigned long long e = earlier, l = later;
+    // A walk finds the earlier one in directory order and drops the samples ...
+    EXPECT_EQ(lookup(0), (V{e, e, 0, 0}));
+    // ... but a stored pid that still matches is kept with its samples.
+    EXPECT_EQ(lookup(later), (V{l, l, 5, 6}));
     // The pid now runs another program: samples dropped, /proc walked again.
     kt::Child other("oth", {"/opt/" + kt::UniqueName("other")});
-    pid = other.pid();
-    sys = 5;
-    proc = 6;
-    EXPECT_EQ(P::get_pid_byname(name.c_str(), pid, sys, proc), earlier);
-    EXPECT_EQ(sys, 0u);
-    EXPECT_EQ(proc, 0u);
+    EXPECT_EQ(lookup(other.pid()), (V{e, e, 0, 0}));
     // A stored pid that is gone, and nothing matching at all.
     first.Kill();
     second.Kill();
-    pid = later;
-    EXPECT_EQ(P::get_pid_byname(name.c_str(), pid, sys, proc), 0);
-    EXPECT_EQ(pid, 0);
+    EXPECT_EQ(lookup(later)[0], 0u);
+    EXPECT_EQ(lookup(later)[1], 0u);
 }
 
 SANDBOX_TEST(PreCmd, OutputMustBeginWithTheKeywords) {
-    char active[] = "echo active-primary";
-    char blank[] = "true";
-    char longOut[] = "echo 0123456789012345678901234567890123456789";
-    char kw[] = "active";
-    char other[] = "standby";
-    char empty[] = "";
-    char longKw[] = "0123456789012345678901234567890123456789";
-    char first31[] = "0123456789012345678901234567890";
-    EXPECT_EQ(P::exec_pre_cmd(active, kw), 0);
-    EXPECT_EQ(P::exec_pre_cmd(active, other), -1);
-    EXPECT_EQ(P::exec_pre_cmd(blank, empty), 0);
-    EXPECT_EQ(P::exec_pre_cmd(blank, kw), -1);
-    EXPECT_EQ(P::exec_pre_cmd(longOut, longKw), -1);  // only 31 characters count
-    EXPECT_EQ(P::exec_pre_cmd(longOut, first31), 0);
+    const auto run = [](std::string cmd, std::string kw) { return P::exec_pre_cmd(&cmd[0], &kw[0]); };
+    const std::string longOut = "echo 0123456789012345678901234567890123456789";
+    EXPECT_EQ(run("echo active-primary", "active"), 0);
+    EXPECT_EQ(run("echo active-primary", "standby"), -1);
+    EXPECT_EQ(run("true", ""), 0);
+    EXPECT_EQ(run("true", "active"), -1);
+    EXPECT_EQ(run(longOut, longOut.substr(5)), -1);  // only 31 characters count
+    EXPECT_EQ(run(longOut, longOut.substr(5, 31)), 0);
+    char cmd[] = "echo active", kw[] = "active";
     EXPECT_EQ(P::exec_pre_cmd(nullptr, kw), -1);
-    EXPECT_EQ(P::exec_pre_cmd(active, nullptr), -1);
+    EXPECT_EQ(P::exec_pre_cmd(cmd, nullptr), -1);
     // The command is waited for, so no zombie is left behind.
     EXPECT_LE(waitpid(-1, nullptr, WNOHANG), 0);
 }

@@ -15,19 +15,18 @@ using itest::kMarkerBits;
 
 namespace {
 
-// user nice system idle iowait irq softirq steal guest guest_nice
-std::string StatLine(unsigned long long user, unsigned long long nice, unsigned long long system,
-                     unsigned long long idle, unsigned long long iowait, unsigned long long irq,
-                     unsigned long long softirq, unsigned long long steal = 0) {
-    return "cpu  " + std::to_string(user) + " " + std::to_string(nice) + " " + std::to_string(system) + " " +
-           std::to_string(idle) + " " + std::to_string(iowait) + " " + std::to_string(irq) + " " +
-           std::to_string(softirq) + " " + std::to_string(steal) + " 0 0\ncpu0 1 2 3 4 5 6 7 8 0 0\nintr 1\n";
+// user nice system idle iowait irq softirq steal, then guest and guest_nice 0.
+std::string StatLine(std::initializer_list<unsigned long long> ticks) {
+    std::string line = "cpu ";
+    for (unsigned long long t : ticks) line += " " + std::to_string(t);
+    for (size_t i = ticks.size(); i < 10; ++i) line += " 0";
+    return line + "\ncpu0 1 2 3 4 5 6 7 8 0 0\nintr 1\n";
 }
 
 }  // namespace
 
 SANDBOX_TEST(SysCpu, DeltaOfSevenCountersWithIdleOnlyAsIdle) {
-    kt::BindFileOver("/proc/stat", StatLine(100, 20, 30, 800, 10, 5, 35, 999));
+    kt::BindFileOver("/proc/stat", StatLine({100, 20, 30, 800, 10, 5, 35, 999}));
     Args a;
     // Zeroed context: the average since boot; steal is not counted.
     float v = a.Call(GetSysCPU);
@@ -45,7 +44,7 @@ SANDBOX_TEST(SysCpu, DeltaOfSevenCountersWithIdleOnlyAsIdle) {
     EXPECT_EQ(a.Ctx<sys_cpu_context_t>().totaltime, 1000u);
 
     // +400 ticks, of which idle +100 and iowait/irq/softirq +150: busy 75 %.
-    kt::BindFileOver("/proc/stat", StatLine(200, 20, 80, 900, 60, 55, 85, 5000));
+    kt::BindFileOver("/proc/stat", StatLine({200, 20, 80, 900, 60, 55, 85, 5000}));
     EXPECT_FLOAT_EQ(a.Call(GetSysCPU), 75.0f);
     EXPECT_EQ(a.Ctx<sys_cpu_context_t>().totaltime, 1400u);
 
@@ -60,15 +59,15 @@ SANDBOX_TEST(SysCpu, DeltaOfSevenCountersWithIdleOnlyAsIdle) {
 }
 
 SANDBOX_TEST(SysCpu, UserShareLeavesNiceOut) {
-    kt::BindFileOver("/proc/stat", StatLine(250, 250, 0, 500, 0, 0, 0));
+    kt::BindFileOver("/proc/stat", StatLine({250, 250, 0, 500}));
     Args a;
     EXPECT_FLOAT_EQ(a.Call(GetSysUsrCPU), 25.0f);
     EXPECT_EQ(a.Ctx<sys_usr_cpu_context_t>().uesrtime, 250u);
-    kt::BindFileOver("/proc/stat", StatLine(260, 280, 0, 560, 0, 0, 0));
+    kt::BindFileOver("/proc/stat", StatLine({260, 280, 0, 560}));
     EXPECT_FLOAT_EQ(a.Call(GetSysUsrCPU), 10.0f);
     EXPECT_EQ(a.Ctx<sys_usr_cpu_context_t>().totaltime, 1100u);
     // The process figures use only four counters for the same line.
-    kt::BindFileOver("/proc/stat", StatLine(1, 2, 3, 4, 100, 200, 300, 400));
+    kt::BindFileOver("/proc/stat", StatLine({1, 2, 3, 4, 100, 200, 300, 400}));
     EXPECT_EQ(ZADI_Linux_Plugin::get_cpu_total_occupy(), 10u);
     unsigned long long t[7];
     ASSERT_EQ(ZADI_Linux_Plugin::get_sys_cpu_tick(t[0], t[1], t[2], t[3], t[4], t[5], t[6]), 0);
@@ -133,12 +132,11 @@ SANDBOX_TEST(SysFailures, MissingProcFilesAreZeroSuccessesWithALogLine) {
         ~Unmount() { umount("/proc"); }
     } unmount;
     Args a;
-    EXPECT_EQ(a.Call(GetSysCPU), 0.0f);
-    EXPECT_EQ(a.result.result, 0);
-    EXPECT_EQ(a.Call(GetSysUsrCPU), 0.0f);
-    EXPECT_EQ(GetSysMemory(0, nullptr, nullptr, &a.result), 0.0f);
-    EXPECT_EQ(a.result.result, 0);
-    EXPECT_EQ(GetSysFreeMemory(0, nullptr, nullptr, &a.result), 0.0f);
+    for (FI_ITEM_FN fn : {GetSysCPU, GetSysUsrCPU, GetSysMemory, GetSysFreeMemory}) {
+        a.ResetResult();
+        EXPECT_EQ(a.Call(fn), 0.0f);
+        EXPECT_EQ(a.result.result, 0);
+    }
     EXPECT_EQ(ZADI_Linux_Plugin::get_cpu_total_occupy(), 0u);
     EXPECT_EQ(ZADI_Linux_Plugin::get_cpu_process_occupy(1), 0u);
     EXPECT_EQ(ZADI_Linux_Plugin::get_phy_mem(1), 0u);
@@ -149,11 +147,8 @@ SANDBOX_TEST(SysFailures, MissingProcFilesAreZeroSuccessesWithALogLine) {
     EXPECT_EQ(proc.result.result, 0);
 
     // The texts, spelling included, with errno and its text.
-    const std::string enoent = "errno(2, No such file or directory).";
-    EXPECT_GE(kt::SyslogCount("Open failed(/proc/stat), " + enoent), 1);
-    EXPECT_GE(kt::SyslogCount("Open failed(/proc/meminfo), " + enoent), 1);
-    EXPECT_GE(kt::SyslogCount("Openfile failed, " + enoent), 1);
-    EXPECT_GE(kt::SyslogCount("Open file failed, " + enoent), 1);
-    EXPECT_GE(kt::SyslogCount("Open failed(/proc/1/status), " + enoent), 1);
-    EXPECT_GE(kt::SyslogCount("Open failed(/proc/1/limits), " + enoent), 1);
+    for (const char* text : {"Open failed(/proc/stat), ", "Open failed(/proc/meminfo), ", "Openfile failed, ",
+                             "Open file failed, ", "Open failed(/proc/1/status), ", "Open failed(/proc/1/limits), "}) {
+        EXPECT_GE(kt::SyslogCount(std::string(text) + "errno(2, No such file or directory)."), 1) << text;
+    }
 }
