@@ -1,16 +1,13 @@
-// Many threads logging while the tables are reset, scaled, saved and the
-// levels changed. Meant for the ThreadSanitizer build (suite LogConcurrency);
-// in every build each line must be either printed or counted as dropped.
+// Many threads logging while the tables are reset, scaled, saved and the levels
+// changed: meant for the ThreadSanitizer build, yet in every build each line
+// must be either printed or counted as dropped.
 
-#include <gtest/gtest.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <chrono>
-#include <string>
 #include <thread>
-#include <vector>
 
 #include "os/log/dbg_log.h"
 #include "os/log/log_internal.h"
@@ -20,37 +17,11 @@
 
 namespace {
 
-// The sandboxed child ends with _exit, which skips the sanitizer's own exit
-// status; its reports are therefore read back from stderr and counted.
-class StderrCapture {
-public:
-    StderrCapture() : saved_(dup(2)), file_(memfd_create("stderr", 0)) { dup2(file_, 2); }
-    ~StderrCapture() {
-        close(saved_);
-        close(file_);
-    }
-    // Restores stderr, echoes what was written and returns it.
-    std::string Finish() {
-        dup2(saved_, 2);
-        std::string text;
-        char buf[4096];
-        lseek(file_, 0, SEEK_SET);
-        for (ssize_t n; (n = read(file_, buf, sizeof(buf))) > 0;) text.append(buf, static_cast<size_t>(n));
-        if (!text.empty()) (void)!write(2, text.data(), text.size());
-        return text;
-    }
-
-private:
-    int saved_;
-    int file_;
-};
-
 constexpr int kLoggers = 4;
 constexpr int kLinesEach = 300;
 // Two modules share group 1, one has group 2 of its own, one has none, and
 // group 3 lets nothing through whatever the controller does.
-const uint32_t kModules[] = {100, 101, 200, 300, 400};
-constexpr int kModuleCount = 5;
+constexpr uint32_t kModules[] = {100, 101, 200, 300, 400};
 
 // Everything that changes the tables at run time, round after round:
 // resets, scaling, saving, level changes and renaming.
@@ -71,11 +42,6 @@ void Control(std::atomic<bool>& stop) {
     }
 }
 
-// New modules keep rebalancing the module tree under the loggers' lookups.
-void AddModules(std::atomic<bool>& stop) {
-    for (uint32_t pid = 1000; !stop.load(); ++pid) DBG_SetPidName(pid, "new");
-}
-
 }  // namespace
 
 SANDBOX_TEST(LogConcurrency, PrintedPlusDroppedEqualsLogged) {
@@ -88,20 +54,21 @@ SANDBOX_TEST(LogConcurrency, PrintedPlusDroppedEqualsLogged) {
                                                          "gid=3,num=0,interval=1\n");
     kt::MakeDirs("/startup_disk/conf/conf_local");
 
-    StderrCapture sanitizerReports;
+    // The child ends with _exit, which skips the sanitizer's exit status: its reports are read back from stderr.
+    const int saved_stderr = dup(2), capture = memfd_create("stderr", 0);
+    dup2(capture, 2);
     std::atomic<bool> stop{false};
     std::thread controller(Control, std::ref(stop));
-    std::thread namer(AddModules, std::ref(stop));
+    // New modules keep rebalancing the module tree under the loggers' lookups.
+    std::thread namer([&stop] {
+        for (uint32_t pid = 1000; !stop.load(); ++pid) DBG_SetPidName(pid, "new");
+    });
     std::vector<std::thread> loggers;
     for (int t = 0; t < kLoggers; ++t) {
         loggers.emplace_back([t] {
             for (int i = 0; i < kLinesEach; ++i) {
-                const uint32_t module = kModules[(t + i) % kModuleCount];
-                if (i % 2 == 0) {
-                    DBG_Log(module, DBG_LOG_ERROR, __func__, i, 0, "conc");
-                } else {
-                    KIRA_log(module, DBG_LOG_ERROR, __func__, i, 0, "conc");
-                }
+                auto* log = i % 2 == 0 ? DBG_Log : KIRA_log;
+                log(kModules[(t + i) % (sizeof kModules / sizeof kModules[0])], DBG_LOG_ERROR, __func__, i, 0, "conc");
             }
         });
     }
@@ -114,5 +81,8 @@ SANDBOX_TEST(LogConcurrency, PrintedPlusDroppedEqualsLogged) {
     const uint64_t dropped = DbgRateLimitedLines();
     EXPECT_GT(dropped, 0u);
     EXPECT_EQ(static_cast<uint64_t>(printed) + dropped, static_cast<uint64_t>(kLoggers * kLinesEach));
-    EXPECT_EQ(sanitizerReports.Finish().find("ThreadSanitizer"), std::string::npos);
+    dup2(saved_stderr, 2);
+    const std::string reports = kt::ReadFile("/proc/self/fd/" + std::to_string(capture));
+    if (!reports.empty()) (void)!write(2, reports.data(), reports.size());
+    EXPECT_EQ(reports.find("ThreadSanitizer"), std::string::npos);
 }

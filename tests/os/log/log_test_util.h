@@ -1,14 +1,13 @@
 #ifndef TESTS_OS_LOG_LOG_TEST_UTIL_H
 #define TESTS_OS_LOG_LOG_TEST_UTIL_H
 
-// Helpers of the logging tests: configuration files in the sandbox, the
-// library's own lines among the captured syslog, and the monotonic clock
-// fake (defined in ratelimit_test.cpp) that lets a test jump over the
-// limiter's very long periods.
+// Helpers of the logging tests; the clock fake (in ratelimit_test.cpp) lets a
+// test jump over the limiter's very long periods.
 
 #include <stdint.h>
 #include <string.h>
 
+#include <initializer_list>
 #include <string>
 #include <vector>
 
@@ -16,9 +15,8 @@
 
 namespace logtest {
 
-// This thread's CLOCK_MONOTONIC stops at the current second.
+// This thread's CLOCK_MONOTONIC stops at the current second; AdvanceClock moves it on.
 void FreezeClock();
-// Seconds added to every CLOCK_MONOTONIC reading of this thread.
 void AdvanceClock(int64_t seconds);
 // The next n CLOCK_MONOTONIC readings of this thread fail with EINVAL.
 void FailClockReads(int n);
@@ -38,12 +36,19 @@ inline void WriteSharedBlock(uint32_t magic, uint8_t level, uint8_t reservedFill
     WriteConf("/dev/shm/dbglog.cfg", block);
 }
 
-// Captured lines whose message contains needle, as (priority, message).
+// Captured lines whose message contains needle.
 inline std::vector<kt::SyslogLine> Lines(const std::string& needle) {
     std::vector<kt::SyslogLine> out;
     for (const auto& l : kt::SyslogLines()) {
         if (l.message.find(needle) != std::string::npos) out.push_back(l);
     }
+    return out;
+}
+
+// How many captured lines hold each needle (at that priority, unless -1), as "n,n,...".
+inline std::string Seen(std::initializer_list<std::string> needles, int priority = -1) {
+    std::string out;
+    for (const std::string& n : needles) out += (out.empty() ? "" : ",") + std::to_string(kt::SyslogCount(n, priority));
     return out;
 }
 

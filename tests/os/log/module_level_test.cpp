@@ -1,10 +1,5 @@
-// Module table and levels: the module files and their acceptance rules,
-// the local level file, names, the kernel side's requests (with the fake
-// and without it) and saving the cached levels.
-
-#include <gtest/gtest.h>
-
-#include <string>
+// Module table and levels: module files, the local level file, names, the
+// kernel side's requests and saving the cached levels.
 
 #include "os/log/dbg_log.h"
 #include "tests/os/log/log_test_util.h"
@@ -49,23 +44,18 @@ SANDBOX_TEST(ModuleTable, LinesAcceptedAndRejectedAsDesigned) {
               "#pid=16,gid=3\n");
     WriteConf("/etc/nox/pid/pid_extra", "pid=17,pid_name=dir,gid=3\n");
     WriteConf("/etc/nox/pid/log_extra", "pid=18,pid_name=notmine,gid=3\n");
-    EXPECT_STREQ(DBG_GetPidName(424), "old");
-    EXPECT_STREQ(DBG_GetPidName(10), "comma");
-    EXPECT_STREQ(DBG_GetPidName(11), "blank");
-    EXPECT_STREQ(DBG_GetPidName(12), "<12>");
-    EXPECT_STREQ(DBG_GetPidName(13), "nogid");
-    EXPECT_STREQ(DBG_GetPidName(15), std::string(31, 'n').c_str()) << "a cut name is kept without its group";
-    EXPECT_STREQ(DBG_GetPidName(17), "dir");
-    EXPECT_STREQ(DBG_GetPidName(18), "<18>");
+    // A cut name (15) is kept without its group.
+    const std::pair<uint32_t, std::string> names[] = {{424, "old"},  {10, "comma"}, {11, "blank"},
+                                                      {12, "<12>"},  {13, "nogid"}, {15, std::string(31, 'n')},
+                                                      {17, "dir"},   {18, "<18>"}};
+    for (const auto& n : names) EXPECT_STREQ(DBG_GetPidName(n.first), n.second.c_str()) << n.first;
     const std::string head = "read_pid_conf: /ZUK/conf/gid_of_pid.conf read_pid_conf_line fail, (";
     EXPECT_EQ(kt::SyslogCount(head + "pid=12 pid_name=nogroup gid=0\n)\n", 6), 1) << "logged after the comma rule";
     EXPECT_EQ(kt::SyslogCount(head + "pid=0 gid=5\n)\n", 6), 1);
     EXPECT_EQ(kt::SyslogCount("read_pid_conf_line fail"), 2);
-    EXPECT_TRUE(DroppedByGroup(424, 4));
-    EXPECT_TRUE(DroppedByGroup(14, 5));
-    EXPECT_FALSE(DroppedByGroup(13, 3));
-    EXPECT_FALSE(DroppedByGroup(15, 3));
-    EXPECT_TRUE(DroppedByGroup(10, 3));
+    EXPECT_EQ(std::vector<bool>({DroppedByGroup(424, 4), DroppedByGroup(14, 5), DroppedByGroup(13, 3),
+                                 DroppedByGroup(15, 3), DroppedByGroup(10, 3)}),
+              std::vector<bool>({true, true, false, false, true}));
 }
 
 SANDBOX_TEST(ModuleTable, LevelFileKeepsLevelsOfKnownModulesOnly) {
@@ -74,15 +64,8 @@ SANDBOX_TEST(ModuleTable, LevelFileKeepsLevelsOfKnownModulesOnly) {
     WriteConf(kLevelFile, "pid=5,level=261\npid=7 level=3\npid=8\n");
     EXPECT_EQ(SavedLevels(), "pid=5,level=5\npid=7,level=0\n");
     EXPECT_STREQ(DBG_GetPidName(7), "<7>");
-    EXPECT_EQ(kt::SyslogCount("read_log_level_conf: " + std::string(kLevelFile) +
-                                  " read_pid_conf_line fail, (pid=8\n)\n",
-                              6),
+    EXPECT_EQ(kt::SyslogCount("read_log_level_conf: " + std::string(kLevelFile) + " read_pid_conf_line fail, (pid=8\n)\n", 6),
               1);
-}
-
-SANDBOX_TEST(ModuleTable, LevelFileIgnoredWithoutConfigDirectory) {
-    WriteConf(kLevelFile, "pid=7,level=3\n");
-    EXPECT_EQ(SavedLevels(), "");
 }
 
 SANDBOX_TEST(ModuleTable, NamesAreChecked) {
@@ -90,8 +73,7 @@ SANDBOX_TEST(ModuleTable, NamesAreChecked) {
     DBG_SetPidName(30, "");
     DBG_SetPidName(30, nullptr);
     DBG_SetPidName(30, std::string(32, 'a').c_str());
-    EXPECT_EQ(kt::SyslogCount("DBG_SetPidName: pid is inval\n", 6), 1);
-    EXPECT_EQ(kt::SyslogCount("DBG_SetPidName: pid_name is inval\n", 6), 3);
+    EXPECT_EQ(logtest::Seen({"DBG_SetPidName: pid is inval\n", "DBG_SetPidName: pid_name is inval\n"}, 6), "1,3");
     EXPECT_STREQ(DBG_GetPidName(30), "<30>");
     DBG_SetPidName(30, std::string(31, 'a').c_str());
     EXPECT_STREQ(DBG_GetPidName(30), std::string(31, 'a').c_str());
@@ -122,21 +104,21 @@ SANDBOX_TEST(ModuleTable, RequestsReachTheKernelSide) {
     DBG_Log(41, DBG_LOG_ERROR, "f", 1, 0, "caches level");
     EXPECT_EQ(SavedLevels(), "pid=40,level=5\n") << "an unknown module that logs gets no record";
 
-    kernel.Fail(kt::FakeLogLevel::kSetLevel);
-    kernel.Fail(kt::FakeLogLevel::kGetNum);
-    kernel.Fail(kt::FakeLogLevel::kGetAll);
-    kernel.Fail(kt::FakeLogLevel::kSave);
+    using F = kt::FakeLogLevel;
+    for (unsigned long r : {F::kSetLevel, F::kGetNum, F::kGetAll, F::kSave}) kernel.Fail(r);
     EXPECT_EQ(DBG_SetPidLevel(40, 1), -1);
     EXPECT_EQ(KIRA_get_num_of_pid(), 0u);
     EXPECT_EQ(DBG_GetAllPidLevel(all, 4), -1);
     EXPECT_EQ(KIRA_save_log_level(), -1);
-    EXPECT_EQ(kt::SyslogCount("execute ioctl set log level fail\n", 6), 1);
-    EXPECT_EQ(kt::SyslogCount("execute ioctl get pid num fail\n", 6), 1);
-    EXPECT_EQ(kt::SyslogCount("execute ioctl get all pid log level fail\n", 6), 1);
-    EXPECT_EQ(kt::SyslogCount("execute ioctl get log level fail\n", 6), 1);
+    EXPECT_EQ(logtest::Seen({"execute ioctl set log level fail\n", "execute ioctl get pid num fail\n",
+                             "execute ioctl get all pid log level fail\n", "execute ioctl get log level fail\n"},
+                            6),
+              "1,1,1,1");
 }
 
+// Without the configuration directory the level file is not even read.
 SANDBOX_TEST(ModuleTable, RequestsWithoutKernelSide) {
+    WriteConf(kLevelFile, "pid=7,level=3\n");
     EXPECT_EQ(DBG_SetPidLevel(40, 5), -1);
     EXPECT_EQ(KIRA_save_log_level(), -1);
     EXPECT_EQ(KIRA_get_num_of_pid(), 0u);
@@ -152,6 +134,5 @@ SANDBOX_TEST(ModuleTable, SaveWritesCachedLevelsInOrder) {
     WriteConf("/ZUK/conf/gid_of_pid.conf", "pid=9,pid_name=nine\npid=3,pid_name=three\n");
     DBG_Log(9, DBG_LOG_ERROR, "f", 1, 0, "x");
     EXPECT_EQ(SavedLevels(), "pid=3,level=0\npid=9,level=3\n");
-    const std::string path = kLevelFile;
-    EXPECT_EQ(kt::SyslogCount("<6>mv -f " + path + ".new " + path + " 2>/dev/kmsg\n", 6), 1);
+    EXPECT_EQ(kt::SyslogCount(std::string("<6>mv -f ") + kLevelFile + ".new " + kLevelFile + " 2>/dev/kmsg\n", 6), 1);
 }
