@@ -16,7 +16,10 @@
 #include "plugin/linux/zadi_linux_plugin.h"
 #include "safec/securec.h"
 
-#define PLUGIN_LOG_ERR(...) DBG_Log(PID_CTRL_ZADIMONITOR, DBG_LOG_ERROR, __FUNCTION__, __LINE__, 0, __VA_ARGS__)
+#define PLUGIN_LOG_ERR(...) PLUGIN_LOG_ERR_AS(__FUNCTION__, __VA_ARGS__)
+// For helpers that fail on behalf of a measurement: the line names the
+// measurement, which is what the reader of the log knows.
+#define PLUGIN_LOG_ERR_AS(func, ...) DBG_Log(PID_CTRL_ZADIMONITOR, DBG_LOG_ERROR, func, __LINE__, 0, __VA_ARGS__)
 
 namespace zadi {
 
@@ -92,7 +95,8 @@ StatLineRead ReadStatLine(const char* path, kira::UniqueBlock& block);
 // the caller's kCmdlineBufSize buffer.
 bool CmdlineMatches(const char* path, const char* name, int mode, char* buf);
 
-// A kCmdlineBufSize block for command lines; null (logged) on failure.
+// A kCmdlineBufSize block for command lines; null (logged under the name
+// of check_with_cmdline, where every comparison takes its buffer) on failure.
 char* AllocCmdlineBuffer();
 
 // ForEachMatchingProcess with its own scratch buffer, one for the whole walk.

@@ -59,7 +59,7 @@ bool CmdlineMatches(const char* path, const char* name, int mode, char* buf) {
 char* AllocCmdlineBuffer() {
     char* buf = static_cast<char*>(malloc(kCmdlineBufSize));
     if (buf == nullptr) {
-        PLUGIN_LOG_ERR("Malloc failed, errno(%d, %s).", errno, strerror(errno));
+        PLUGIN_LOG_ERR_AS("check_with_cmdline", "Malloc failed, errno(%d, %s).", errno, strerror(errno));
     }
     return buf;
 }

@@ -80,13 +80,14 @@ float ZADI_Linux_Plugin::get_process_cpu(const char* name, int& pid, unsigned lo
 namespace {
 
 // Table of the first PROCESS_SAMPLE_MAX matches, each with its first sample
-// taken; null (and count 0) when the table cannot be allocated.
-process_cpu_context_t* SampleMatches(const char* name, int mode, unsigned int& count) {
+// taken; null (and count 0, logged under `caller`) when the table cannot be
+// allocated.
+process_cpu_context_t* SampleMatches(const char* name, int mode, unsigned int& count, const char* caller) {
     const size_t bytes = PROCESS_SAMPLE_MAX * sizeof(process_cpu_context_t);
     auto* table = static_cast<process_cpu_context_t*>(malloc(bytes));
     count = 0;
     if (table == nullptr) {
-        PLUGIN_LOG_ERR("Fork failed, errno(%d, %s).", errno, strerror(errno));
+        PLUGIN_LOG_ERR_AS(caller, "Fork failed, errno(%d, %s).", errno, strerror(errno));
         return nullptr;
     }
     (void)memset_s(table, bytes, 0, bytes);
@@ -102,7 +103,7 @@ process_cpu_context_t* SampleMatches(const char* name, int mode, unsigned int& c
 
 float ZADI_Linux_Plugin::get_process_cpu_extern(const char* name, int* pid) {
     unsigned int count = 0;
-    kira::UniqueBlock block(SampleMatches(name, CMDLINE_MATCH_PREFIX, count));
+    kira::UniqueBlock block(SampleMatches(name, CMDLINE_MATCH_PREFIX, count, __FUNCTION__));
     if (count == 0) {
         return 0.0f;
     }
@@ -122,7 +123,7 @@ float ZADI_Linux_Plugin::get_process_cpu_extern(const char* name, int* pid) {
 
 float ZADI_Linux_Plugin::get_process_cpu(const char* name, int period) {
     unsigned int count = 0;
-    kira::UniqueBlock block(SampleMatches(name, CMDLINE_MATCH_FUZZY, count));
+    kira::UniqueBlock block(SampleMatches(name, CMDLINE_MATCH_FUZZY, count, __FUNCTION__));
     if (count == 0) {
         return 0.0f;
     }

@@ -1,9 +1,14 @@
 // Whole-system items against deterministic /proc/stat and /proc/meminfo and
 // real file systems: delta arithmetic, which counters count, line positions,
-// and the disk figure's double rounding.
+// and the disk figure's double rounding; failures that read as zero successes,
+// with their log lines.
 
 #include <sys/mount.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
+
+#include <atomic>
+#include <functional>
 
 #include "plugin/linux/common_plugin_internal.h"
 #include "tests/plugin/linux/items_test_util.h"
@@ -12,6 +17,31 @@
 using itest::Args;
 using itest::Bits;
 using itest::kMarkerBits;
+
+// Allocation fault injection: the next malloc of one thread fails. The
+// sanitizer runtimes own malloc, so the hook exists only in plain builds.
+#if defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#define ITEMS_SANITIZED 1
+#endif
+#endif
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || defined(ITEMS_SANITIZED)
+#define ITEMS_MALLOC_HOOK 0
+#else
+#define ITEMS_MALLOC_HOOK 1
+namespace {
+std::atomic<long> failMallocTid{0};
+}  // namespace
+extern "C" void* __libc_malloc(size_t size);
+extern "C" void* malloc(size_t size) {
+    long tid = failMallocTid.load(std::memory_order_relaxed);
+    if (tid != 0 && tid == syscall(SYS_gettid) && failMallocTid.compare_exchange_strong(tid, 0)) {
+        errno = ENOMEM;
+        return nullptr;
+    }
+    return __libc_malloc(size);
+}
+#endif
 
 namespace {
 
@@ -151,4 +181,40 @@ SANDBOX_TEST(SysFailures, MissingProcFilesAreZeroSuccessesWithALogLine) {
                              "Open file failed, ", "Open failed(/proc/1/status), ", "Open failed(/proc/1/limits), "}) {
         EXPECT_GE(kt::SyslogCount(std::string(text) + "errno(2, No such file or directory)."), 1) << text;
     }
+}
+
+SANDBOX_TEST(SysFailures, AllocationFailuresAreLoggedUnderTheMeasurement) {
+#if !ITEMS_MALLOC_HOOK
+    GTEST_SKIP() << "no allocation hook under sanitizers";
+#else
+    using P = ZADI_Linux_Plugin;
+    P p;
+    int pid = -7;
+    const struct {
+        const char* func;
+        const char* text;
+        std::function<bool()> call;  // true when the failure reads as a plain miss
+    } cases[] = {
+        {"check_with_cmdline", "Malloc failed", [] { return !P::check_with_cmdline("/proc/self/cmdline", "", 0); }},
+        {"get_cpu_total_occupy", "Malloc failed", [] { return P::get_cpu_total_occupy() == 0; }},
+        {"get_cpu_process_occupy", "Fork failed", [] { return P::get_cpu_process_occupy(getpid()) == 0; }},
+        {"get_process_cpu_extern", "Fork failed", [&] { return p.get_process_cpu_extern("", &pid) == 0.0f; }},
+        {"get_process_cpu", "Fork failed", [&] { return p.get_process_cpu("*", 500000) == 0.0f; }},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.func);
+        kt::SyslogClear();
+        failMallocTid.store(syscall(SYS_gettid));
+        EXPECT_TRUE(c.call());
+        failMallocTid.store(0);
+        const std::string text = std::string("[") + c.text + ", errno(12, Cannot allocate memory).]";
+        const std::string where = std::string("[") + c.func + ",";
+        int hits = 0;
+        for (const auto& line : kt::SyslogLines()) {
+            hits += line.message.find(text) != std::string::npos && line.message.find(where) != std::string::npos;
+        }
+        EXPECT_EQ(hits, 1);
+    }
+    EXPECT_EQ(pid, -7);
+#endif
 }
