@@ -348,13 +348,20 @@ Outcome Scanner<CharT, Input>::ScanTextInto(const Directive<CharT>& directive, T
             out.Empty();
             return Outcome::kNoRoom;
         }
-        if (put == PutResult::kBadChar) return Outcome::kMismatch;
+        // A refused field leaves no unterminated remains behind.
+        if (put == PutResult::kBadChar) {
+            out.Empty();
+            return Outcome::kMismatch;
+        }
     }
     Release(cur);
     if (taken == 0) return Outcome::kMismatch;
     // %c needs all of its width; the input ended before.
     if (kind == TextKind::kChars && taken != width) return Outcome::kInputEnd;
-    if (!out.Complete()) return Outcome::kMismatch;
+    if (!out.Complete()) {
+        out.Empty();
+        return Outcome::kMismatch;
+    }
     if (kind != TextKind::kChars) out.Terminate();
     return directive.suppress ? Outcome::kSkipped : Outcome::kAssigned;
 }

@@ -16,7 +16,8 @@ namespace {
 void TouchAreaEnd(int fd, int64_t offset, uint64_t length)
 {
     char byte = 0;
-    (void)lseek(fd, static_cast<off_t>(offset + static_cast<int64_t>(length)), SEEK_SET);
+    // Summed unsigned: absurd arguments must not overflow a signed sum.
+    (void)lseek(fd, static_cast<off_t>(static_cast<uint64_t>(offset) + length), SEEK_SET);
     (void)read(fd, &byte, 1);
     int flags = fcntl(fd, F_GETFL);
     if (flags != -1 && (flags & O_RDWR) != 0) {

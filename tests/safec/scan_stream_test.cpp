@@ -72,7 +72,11 @@ TEST(WideScan, MultibyteConversionNeedsRoomForWholeCharacter) {
     wchar_t wide[2];
     EXPECT_EQ(1, sscanf_s("\xc3\xa9", "%ls", wide, 2u));
     EXPECT_EQ(L'\u00e9', wide[0]);
+    // Refused fields leave an empty text, not unterminated remains.
     EXPECT_EQ(0, sscanf_s("\xc3", "%ls", wide, 2u)) << "a cut multibyte character";
+    EXPECT_EQ(L'\0', wide[0]);
+    EXPECT_EQ(0, sscanf_s("a\xff", "%ls", wide, 2u)) << "an invalid byte";
+    EXPECT_EQ(L'\0', wide[0]);
     setlocale(LC_CTYPE, "C");
 }
 

@@ -138,8 +138,11 @@ SANDBOX_TEST(KiraNameCheck, LimitsOfBasenameAndDirname)
     EXPECT_EQ(KIRA_name_lenth_check((dir4096 + "/f").c_str()), 0);
     EXPECT_EQ(KIRA_name_lenth_check((dir4096 + "d/f").c_str()), -1);
     EXPECT_EQ(kt::SyslogCount("len_basename=1, len_dirname=4097.\n", 6), 1);
-    // POSIX semantics: trailing slashes are not part of the basename.
+    // POSIX semantics: trailing slashes are not part of the basename (the
+    // GNU basename would see an empty one and accept).
     EXPECT_EQ(KIRA_name_lenth_check((base255 + "//").c_str()), 0);
+    EXPECT_EQ(KIRA_name_lenth_check(("/tmp/" + base255 + "n/").c_str()), -1);
+    EXPECT_EQ(kt::SyslogCount("The length of file is too long. len_basename=256, len_dirname=4.\n", 6), 2);
     EXPECT_EQ(KIRA_name_lenth_check(nullptr), -1);
     EXPECT_EQ(kt::SyslogCount("Param is null.\n", 6), 1);
 }
