@@ -5,6 +5,7 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <limits.h>
 #include <string.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -36,7 +37,8 @@ void RemoveRegularFile(const char* filePath, const char* filename, const zadi::H
 namespace zadi {
 
 DIR* OpenDirNoFollow(const char* dirPath) {
-    char path[kHeartbeatPathSize];
+    // Any path the system can open: only the entry paths are held to 255.
+    char path[PATH_MAX];
     if (dirPath == nullptr || strcpy_s(path, sizeof(path), dirPath) != EOK) {
         errno = EINVAL;
         return nullptr;

@@ -167,6 +167,14 @@ TEST(CensusLists, TwoScansBecomeOneResult) {
     EXPECT_EQ(info->stEntry.next, &info->stEntry);
     EXPECT_FALSE(info->used);
     free(info);
+
+    // Only the first strLen characters count, so an empty name is digits.
+    const struct {
+        const char* str;
+        int len;
+        bool digits;
+    } names[] = {{nullptr, 0, false}, {"", 0, true}, {"12a", 2, true}, {"12a", 3, false}, {"/1", 2, false}};
+    for (const auto& n : names) EXPECT_EQ(isDigit(n.str, n.len), n.digits) << (n.str ? n.str : "null") << n.len;
 }
 
 SANDBOX_TEST(Census, RssListHoldsUserProcessesInMegabytes) {
@@ -289,6 +297,11 @@ SANDBOX_TEST(Census, CheckAndKillCompareTheKernelName) {
     for (int i = 0; i < 500 && (state = State(child.pid())) != 'Z' && state != '?'; ++i) usleep(10000);
     EXPECT_TRUE(state == 'Z' || state == '?') << "kill -9 was not issued";
     EXPECT_NE(State(bystander.pid()), 'Z');
+
+    // The command's status comes back as pclose gives it.
+    EXPECT_EQ(ZADI_ExecuteCmd("exit 3"), 3 << 8);
+    EXPECT_FALSE(IsUserProcess("/proc/999999999/cmdline"));
+    EXPECT_EQ(kt::SyslogCount("Open failed(/proc/999999999/cmdline), errno(2, No such file or directory)."), 1);
 }
 
 SANDBOX_TEST(Census, PidLookupsByCommandLine) {

@@ -254,6 +254,33 @@ SANDBOX_TEST(Heartbeat, NamesThatDoNotMatchAndNoDirectory) {
     EXPECT_EQ(item.Call(), 0.0f);
 }
 
+// The walk hands over "dir/name" exactly as formed (a trailing slash gives
+// two), visits regular files only and stops at the first non-zero answer; a
+// directory path longer than an entry path is still opened.
+SANDBOX_TEST(Heartbeat, DirectoryWalk) {
+    kt::MakeDirs(kDir + "/sub");
+    for (const char* f : {"a", "b", "c"}) kt::WriteFile(kDir + "/" + f, "x\n");
+    struct Seen {
+        std::set<std::string> paths;
+        int stopAfter;
+    };
+    auto record = [](const char* path, const char* name, void* ctx) {
+        Seen* seen = static_cast<Seen*>(ctx);
+        seen->paths.insert(path);
+        EXPECT_EQ(std::string(path), "/tmp/heartbeat//" + std::string(name));
+        return static_cast<int>(seen->paths.size()) == seen->stopAfter ? 1 : 0;
+    };
+    Seen all{{}, 0}, one{{}, 1};
+    EXPECT_EQ(ForeachDir(ZADI_HEARTBEAT_DIR, record, &all), 0);
+    EXPECT_EQ(all.paths, (std::set<std::string>{kDir + "//a", kDir + "//b", kDir + "//c"}));
+    EXPECT_EQ(ForeachDir(ZADI_HEARTBEAT_DIR, record, &one), 0);
+    EXPECT_EQ(one.paths.size(), 1u);
+
+    const std::string deep = "/tmp/" + std::string(252, 'd');
+    kt::MakeDirs(deep);
+    EXPECT_EQ(ForeachDir(deep.c_str(), [](const char*, const char*, void*) { return 0; }, nullptr), 0);
+}
+
 TEST(HeartbeatSteps, SplitName) {
     const struct {
         const char* in;
