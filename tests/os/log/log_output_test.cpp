@@ -1,6 +1,7 @@
 // Line format, level filter and the shared default-level block, checked on
 // the lines that really reach syslog.
 
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
@@ -78,6 +79,7 @@ SANDBOX_TEST(LogOutput, CutsMessageAndFunctionNameAndBuildsLineId) {
 
 // Without the kernel side the shared default decides, and only levels 1..5 may become the default.
 SANDBOX_TEST(LogOutput, LevelFilterWithoutKernelSide) {
+    umask(0);
     DBG_Log(424, DBG_LOG_DEBUG, "f", 1, 0, "dbg-dropped");
     DBG_Log(424, DBG_LOG_INFO, "f", 1, 0, "info-kept");
     EXPECT_EQ(DBG_SetPidLevel(424, 5), -1);
@@ -93,6 +95,9 @@ SANDBOX_TEST(LogOutput, LevelFilterWithoutKernelSide) {
               "1,1,1");
     EXPECT_EQ(DBG_SetDefLogLevel(2), 1);
     EXPECT_EQ(kt::ReadFile("/dev/shm/dbglog.cfg")[4], 2);
+    struct stat st;
+    ASSERT_EQ(stat("/dev/shm/dbglog.cfg", &st), 0);
+    EXPECT_EQ(st.st_mode & 07777, 0664u) << "created by the root group for every process to read";
 }
 
 // With the kernel side the module's own level decides; an unknown module (level 0) falls back to the default.

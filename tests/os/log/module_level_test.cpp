@@ -53,6 +53,9 @@ SANDBOX_TEST(ModuleTable, LinesAcceptedAndRejectedAsDesigned) {
     EXPECT_EQ(kt::SyslogCount(head + "pid=12 pid_name=nogroup gid=0\n)\n", 6), 1) << "logged after the comma rule";
     EXPECT_EQ(kt::SyslogCount(head + "pid=0 gid=5\n)\n", 6), 1);
     EXPECT_EQ(kt::SyslogCount("read_pid_conf_line fail"), 2);
+    uint32_t num = 0, interval = 0;  // a group first met in a module line starts unlimited
+    EXPECT_EQ(KIRA_get_log_num_interval(5, &num, &interval), 0);
+    EXPECT_EQ(std::make_pair(num, interval), std::make_pair(0xFFFFFFFFu, 1u));
     EXPECT_EQ(std::vector<bool>({DroppedByGroup(424, 4), DroppedByGroup(14, 5), DroppedByGroup(13, 3),
                                  DroppedByGroup(15, 3), DroppedByGroup(10, 3)}),
               std::vector<bool>({true, true, false, false, true}));

@@ -3,6 +3,7 @@
 
 #include <errno.h>
 #include <sys/mount.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <time.h>
 #include <unistd.h>
@@ -95,6 +96,8 @@ SANDBOX_TEST(RateLimit, ZeroIntervalNeverDropsZeroNumDropsAll) {
     logtest::AdvanceClock(1);
     LogN(1, "a");
     EXPECT_EQ(kt::SyslogCount("mon: 5 callbacks suppressed[___ratelimit3].\n", 4), 1);
+    LogN(1, "a");
+    EXPECT_EQ(kt::SyslogCount("mon: 6 callbacks suppressed"), 0) << "the report restarts the unit";
 }
 
 // A clock failure lets the line through; level 0 passes the filter and spends the budget before output drops it.
@@ -151,12 +154,17 @@ SANDBOX_TEST(RateLimit, ResetRestoresProductValuesButNotLocalOnes) {
     EXPECT_EQ(NumInterval(7), "50/1");
     EXPECT_EQ(KIRA_set_log_num_interval(7, 1, 1), 0);
     LogN(3, "a");
+    // Of the module files the reset re-reads the current one, not the obsolete one.
+    WriteConf("/ZUK/conf/gid_of_pid.conf", "pid=426,pid_name=late,gid=7\n");
+    WriteConf("/ZUK/conf/pid_obsolete.conf", "pid=427,pid_name=old,gid=7\n");
     EXPECT_EQ(KIRA_reset_log_ratelimit(), 0);
+    EXPECT_EQ(std::string(DBG_GetPidName(426)) + DBG_GetPidName(427), "late<427>");
     EXPECT_EQ(kt::SyslogCount("<4>Reset log rate setting to the default values[KIRA_reset_log_ratelimit].\n", 6), 1);
     EXPECT_EQ(NumInterval(7), "3/2");
     EXPECT_EQ(NumInterval(11), "4294967295/1");
-    LogN(3, "b");
+    LogN(4, "b");
     EXPECT_EQ(Printed("b"), 3) << "the reset opened a new period";
+    EXPECT_EQ(kt::SyslogCount("mon: 1 callbacks suppressed[___ratelimit3].\n", 4), 2) << "and cleared the drops";
 }
 
 SANDBOX_TEST(RateLimit, ScalingChecksAndCapsOverflow) {
@@ -195,6 +203,7 @@ SANDBOX_TEST(RateLimit, DirectSetAndGetCheckTheGroup) {
 }
 
 SANDBOX_TEST(RateLimit, SaveWritesAscendingLinesAndRenames) {
+    umask(0);
     WriteConf(kProduct, "gid=9,num=4,interval=2,burst=1,resume=2\ngid=7,num=10,interval=2\n");
     EXPECT_EQ(KIRA_save_log_ratelimit(), -1) << "no local directory yet";
     kt::MakeDirs("/startup_disk/conf/conf_local");
@@ -202,6 +211,9 @@ SANDBOX_TEST(RateLimit, SaveWritesAscendingLinesAndRenames) {
     EXPECT_EQ(kt::ReadFile(kLocal), "gid=7,num=10,interval=2,burst=0,resume=86400\n"
                                     "gid=9,num=4,interval=2,burst=1,resume=2\n");
     EXPECT_EQ(kt::ReadFile(std::string(kLocal) + ".new"), "");
+    struct stat st;
+    ASSERT_EQ(stat(kLocal, &st), 0);
+    EXPECT_EQ(st.st_mode & 07777, 0777u);
     EXPECT_EQ(Seen({"KIRA_save_log_ratelimit: KIRA_open fail, -1.\n",
                     std::string("<6>mv -f ") + kLocal + ".new " + kLocal + " 2>/dev/kmsg\n"}, 6),
               "1,1");
