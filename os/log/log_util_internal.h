@@ -1,7 +1,8 @@
 #ifndef OS_LOG_LOG_UTIL_INTERNAL_H
 #define OS_LOG_LOG_UTIL_INTERNAL_H
 
-// Small helpers shared by the group and module tables: lock holders, the
+// Small helpers shared by the group and module tables: the lock holders (the
+// layer's own), the
 // relaxed atomics the lock-free readers rely on, and the configuration file
 // reading and saving that both tables do the same way.
 
@@ -9,27 +10,10 @@
 #include <stddef.h>
 #include <stdint.h>
 
-class SpinGuard {
-public:
-    explicit SpinGuard(pthread_spinlock_t* lock) : lock_(lock) { pthread_spin_lock(lock_); }
-    ~SpinGuard() { pthread_spin_unlock(lock_); }
-    SpinGuard(const SpinGuard&) = delete;
-    SpinGuard& operator=(const SpinGuard&) = delete;
+#include "os/base/kira_raii.h"
 
-private:
-    pthread_spinlock_t* lock_;
-};
-
-class MutexGuard {
-public:
-    explicit MutexGuard(pthread_mutex_t* mutex) : mutex_(mutex) { pthread_mutex_lock(mutex_); }
-    ~MutexGuard() { pthread_mutex_unlock(mutex_); }
-    MutexGuard(const MutexGuard&) = delete;
-    MutexGuard& operator=(const MutexGuard&) = delete;
-
-private:
-    pthread_mutex_t* mutex_;
-};
+using kira::MutexGuard;
+using kira::SpinGuard;
 
 template <typename T>
 inline T RelaxedLoad(const T* p) {
