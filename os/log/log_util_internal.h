@@ -1,10 +1,9 @@
 #ifndef OS_LOG_LOG_UTIL_INTERNAL_H
 #define OS_LOG_LOG_UTIL_INTERNAL_H
 
-// Small helpers shared by the group and module tables: the lock holders (the
-// layer's own), the
-// relaxed atomics the lock-free readers rely on, and the configuration file
-// reading and saving that both tables do the same way.
+// Small helpers shared by the group and module tables: the layer's lock
+// holders, the relaxed atomics the lock-free readers rely on, and the
+// configuration file reading and saving that both tables do the same way.
 
 #include <pthread.h>
 #include <stddef.h>
