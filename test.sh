@@ -87,15 +87,23 @@ stage_fuzz() {
   return $rc
 }
 stage_valgrind() {
-  # The real library loaded by the real runner, every default item once.
+  # The real library loaded by the real runner: every default item once, the
+  # prefix and wildcard groups, and the memory census.
   [ -x build/tools/runner/zadi_runner ] || configure_build build -- -DCMAKE_BUILD_TYPE=RelWithDebInfo || return 1
-  if valgrind --quiet --error-exitcode=99 --leak-check=full --errors-for-leak-kinds=definite \
-       build/tools/runner/zadi_runner --once >build/valgrind.log 2>&1; then
-    echo "valgrind: runner --once clean"; total_pass=$((total_pass + 1))
-  else
-    echo "valgrind: runner --once FAILED"; tail -n 60 build/valgrind.log
-    total_fail=$((total_fail + 1)); return 1
-  fi
+  local - rc=0 args
+  set -f   # the wildcard patterns below are the runner's, not the shell's
+  for args in "--once" "call GetProcessCoreCPUExtern ProcessName=/" "call GetProcessHandleFuzzyMatch ProcessName=*" \
+              "census rss"; do
+    # shellcheck disable=SC2086
+    if valgrind --quiet --error-exitcode=99 --leak-check=full --errors-for-leak-kinds=definite \
+         build/tools/runner/zadi_runner $args >build/valgrind.log 2>&1; then
+      echo "valgrind: runner $args clean"; total_pass=$((total_pass + 1))
+    else
+      echo "valgrind: runner $args FAILED"; tail -n 60 build/valgrind.log
+      total_fail=$((total_fail + 1)); rc=1
+    fi
+  done
+  return $rc
 }
 stage_aarch64() {
   local gtest_prefix="$root/build-arm-gtest"
