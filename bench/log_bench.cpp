@@ -32,7 +32,7 @@
 
 #include "os/log/dbg_log.h"
 #include "os/log/log_internal.h"
-#include "safec/securec.h"
+#include "safec/safec.h"
 
 extern "C" void* __libc_malloc(size_t size);
 extern "C" void* __libc_calloc(size_t n, size_t size);

@@ -11,7 +11,7 @@
 
 #include <vector>
 
-#include "safec/securec.h"
+#include "safec/safec.h"
 
 namespace {
 

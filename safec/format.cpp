@@ -16,17 +16,17 @@ int FormatInto(wchar_t* dest, size_t size, const wchar_t* format, va_list args) 
     return vswprintf(dest, size, format, args);
 }
 
-// Writes at most min(count, destMax - 1) characters and terminates. A cut
+// Writes at most min(count, destsz - 1) characters and terminates. A cut
 // output returns -1; keepCut says whether the cut text stays (snprintf_s)
 // or dest is emptied (sprintf_s).
 template <typename CharT>
-int FormatBounded(CharT* dest, size_t destMax, size_t count, const CharT* format, va_list args, bool keepCut) {
-    if (dest == nullptr || destMax == 0 || destMax > safec::Limits<CharT>::kString) return -1;
+int FormatBounded(CharT* dest, size_t destsz, size_t count, const CharT* format, va_list args, bool keepCut) {
+    if (dest == nullptr || destsz == 0 || destsz > safec::Limits<CharT>::kString) return -1;
     if (format == nullptr) {
         dest[0] = 0;
         return -1;
     }
-    const size_t limit = count < destMax ? count : destMax - 1;
+    const size_t limit = count < destsz ? count : destsz - 1;
     const int written = FormatInto(dest, limit + 1, format, args);
     if (written < 0) {
         dest[0] = 0;
@@ -43,38 +43,38 @@ int FormatBounded(CharT* dest, size_t destMax, size_t count, const CharT* format
 
 extern "C" {
 
-int vsnprintf_s(char* strDest, size_t destMax, size_t count, const char* format, va_list argList) {
-    return FormatBounded(strDest, destMax, count, format, argList, true);
+int vsnprintf_s(char* strDest, size_t destsz, size_t count, const char* format, va_list argList) {
+    return FormatBounded(strDest, destsz, count, format, argList, true);
 }
 
-int snprintf_s(char* strDest, size_t destMax, size_t count, const char* format, ...) {
+int snprintf_s(char* strDest, size_t destsz, size_t count, const char* format, ...) {
     va_list args;
     va_start(args, format);
-    const int ret = FormatBounded(strDest, destMax, count, format, args, true);
+    const int ret = FormatBounded(strDest, destsz, count, format, args, true);
     va_end(args);
     return ret;
 }
 
-int vsprintf_s(char* strDest, size_t destMax, const char* format, va_list argList) {
-    return FormatBounded(strDest, destMax, destMax, format, argList, false);
+int vsprintf_s(char* strDest, size_t destsz, const char* format, va_list argList) {
+    return FormatBounded(strDest, destsz, destsz, format, argList, false);
 }
 
-int sprintf_s(char* strDest, size_t destMax, const char* format, ...) {
+int sprintf_s(char* strDest, size_t destsz, const char* format, ...) {
     va_list args;
     va_start(args, format);
-    const int ret = FormatBounded(strDest, destMax, destMax, format, args, false);
+    const int ret = FormatBounded(strDest, destsz, destsz, format, args, false);
     va_end(args);
     return ret;
 }
 
-int vswprintf_s(wchar_t* strDest, size_t destMax, const wchar_t* format, va_list argList) {
-    return FormatBounded(strDest, destMax, destMax, format, argList, false);
+int vswprintf_s(wchar_t* strDest, size_t destsz, const wchar_t* format, va_list argList) {
+    return FormatBounded(strDest, destsz, destsz, format, argList, false);
 }
 
-int swprintf_s(wchar_t* strDest, size_t destMax, const wchar_t* format, ...) {
+int swprintf_s(wchar_t* strDest, size_t destsz, const wchar_t* format, ...) {
     va_list args;
     va_start(args, format);
-    const int ret = FormatBounded(strDest, destMax, destMax, format, args, false);
+    const int ret = FormatBounded(strDest, destsz, destsz, format, args, false);
     va_end(args);
     return ret;
 }

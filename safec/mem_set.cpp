@@ -4,17 +4,17 @@
 
 extern "C" {
 
-// A count above destMax still fills the whole destination: the caller asked
+// A count above destsz still fills the whole destination: the caller asked
 // for at least that much to be set, only the excess is refused.
-errno_t memset_s(void* dest, size_t destMax, int c, size_t count) {
-    if (destMax == 0 || destMax > SECUREC_MEM_MAX_LEN) return ERANGE;
+errno_t memset_s(void* dest, size_t destsz, int c, size_t count) {
+    if (destsz == 0 || destsz > SAFEC_MEM_MAX) return ERANGE;
     if (dest == nullptr) return EINVAL;
-    if (count > destMax) {
-        memset(dest, c, destMax);
+    if (count > destsz) {
+        memset(dest, c, destsz);
         return ERANGE;
     }
     memset(dest, c, count);
-    return EOK;
+    return 0;
 }
 
 }  // extern "C"

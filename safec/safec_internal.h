@@ -10,7 +10,7 @@
 #include <string.h>
 #include <wchar.h>
 
-#include "safec/securec.h"
+#include "safec/safec.h"
 
 namespace safec {
 
@@ -19,14 +19,14 @@ struct Limits;
 
 template <>
 struct Limits<char> {
-    static constexpr size_t kString = SECUREC_STRING_MAX_LEN;
-    static constexpr size_t kMem = SECUREC_MEM_MAX_LEN;
+    static constexpr size_t kString = SAFEC_STRING_MAX;
+    static constexpr size_t kMem = SAFEC_MEM_MAX;
 };
 
 template <>
 struct Limits<wchar_t> {
-    static constexpr size_t kString = SECUREC_WCHAR_STRING_MAX_LEN;
-    static constexpr size_t kMem = SECUREC_WCHAR_MEM_MAX_LEN;
+    static constexpr size_t kString = SAFEC_WCHAR_STRING_MAX;
+    static constexpr size_t kMem = SAFEC_WCHAR_MEM_MAX;
 };
 
 inline bool RangesOverlap(const void* a, size_t aBytes, const void* b, size_t bBytes) {
@@ -53,46 +53,46 @@ errno_t ResetText(CharT* dest, errno_t code) {
 // The checks every string routine starts with, in their fixed order; a
 // refusal once the destination is known usable leaves it empty.
 template <typename CharT>
-errno_t CheckTextArgs(CharT* dest, size_t destMax, const CharT* src, size_t count) {
-    if (destMax == 0 || destMax > Limits<CharT>::kString) return ERANGE;
+errno_t CheckTextArgs(CharT* dest, size_t destsz, const CharT* src, size_t count) {
+    if (destsz == 0 || destsz > Limits<CharT>::kString) return ERANGE;
     if (dest == nullptr) return EINVAL;
     if (src == nullptr) return ResetText(dest, EINVAL);
     if (count > Limits<CharT>::kString) return ResetText(dest, ERANGE);
-    return EOK;
+    return 0;
 }
 
 // Copies at most count characters of src and terminates.
 template <typename CharT>
-errno_t CopyText(CharT* dest, size_t destMax, const CharT* src, size_t count) {
-    const errno_t bad = CheckTextArgs(dest, destMax, src, count);
-    if (bad != EOK) return bad;
-    const size_t n = BoundedLength(src, Smaller(count, destMax));
-    if (n == destMax) return ResetText(dest, ERANGE);
+errno_t CopyText(CharT* dest, size_t destsz, const CharT* src, size_t count) {
+    const errno_t bad = CheckTextArgs(dest, destsz, src, count);
+    if (bad != 0) return bad;
+    const size_t n = BoundedLength(src, Smaller(count, destsz));
+    if (n == destsz) return ResetText(dest, ERANGE);
     if (RangesOverlap(dest, (n + 1) * sizeof(CharT), src, SourceSpan(n, count) * sizeof(CharT))) {
-        return ResetText(dest, EOVERLAP_AND_RESET);
+        return ResetText(dest, EINVAL);
     }
     memcpy(dest, src, n * sizeof(CharT));
     dest[n] = 0;
-    return EOK;
+    return 0;
 }
 
 // Appends at most count characters of src to the text in dest; a dest with
-// no terminator within destMax is not a text to append to.
+// no terminator within destsz is not a text to append to.
 template <typename CharT>
-errno_t AppendText(CharT* dest, size_t destMax, const CharT* src, size_t count) {
-    const errno_t bad = CheckTextArgs(dest, destMax, src, count);
-    if (bad != EOK) return bad;
-    const size_t used = BoundedLength(dest, destMax);
-    if (used == destMax) return ResetText(dest, EINVAL);
-    const size_t room = destMax - used;
+errno_t AppendText(CharT* dest, size_t destsz, const CharT* src, size_t count) {
+    const errno_t bad = CheckTextArgs(dest, destsz, src, count);
+    if (bad != 0) return bad;
+    const size_t used = BoundedLength(dest, destsz);
+    if (used == destsz) return ResetText(dest, EINVAL);
+    const size_t room = destsz - used;
     const size_t n = BoundedLength(src, Smaller(count, room));
     if (n == room) return ResetText(dest, ERANGE);
     if (RangesOverlap(dest, (used + n + 1) * sizeof(CharT), src, SourceSpan(n, count) * sizeof(CharT))) {
-        return ResetText(dest, EOVERLAP_AND_RESET);
+        return ResetText(dest, EINVAL);
     }
     memcpy(dest + used, src, n * sizeof(CharT));
     dest[used + n] = 0;
-    return EOK;
+    return 0;
 }
 
 template <typename CharT>

@@ -3,7 +3,7 @@
 // thread's reads cannot interleave with one record.
 
 #include "safec/scan_engine_internal.h"
-#include "safec/securec.h"
+#include "safec/safec.h"
 
 namespace {
 

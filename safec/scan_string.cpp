@@ -1,7 +1,7 @@
 // sscanf_s, swscanf_s and their va_list forms: the scan engine over a text.
 
 #include "safec/scan_engine_internal.h"
-#include "safec/securec.h"
+#include "safec/safec.h"
 
 namespace {
 

@@ -4,20 +4,20 @@
 
 extern "C" {
 
-errno_t strcat_s(char* strDest, size_t destMax, const char* strSrc) {
-    return safec::AppendText(strDest, destMax, strSrc, destMax);
+errno_t strcat_s(char* strDest, size_t destsz, const char* strSrc) {
+    return safec::AppendText(strDest, destsz, strSrc, destsz);
 }
 
-errno_t strncat_s(char* strDest, size_t destMax, const char* strSrc, size_t count) {
-    return safec::AppendText(strDest, destMax, strSrc, count);
+errno_t strncat_s(char* strDest, size_t destsz, const char* strSrc, size_t count) {
+    return safec::AppendText(strDest, destsz, strSrc, count);
 }
 
-errno_t wcscat_s(wchar_t* strDest, size_t destMax, const wchar_t* strSrc) {
-    return safec::AppendText(strDest, destMax, strSrc, destMax);
+errno_t wcscat_s(wchar_t* strDest, size_t destsz, const wchar_t* strSrc) {
+    return safec::AppendText(strDest, destsz, strSrc, destsz);
 }
 
-errno_t wcsncat_s(wchar_t* strDest, size_t destMax, const wchar_t* strSrc, size_t count) {
-    return safec::AppendText(strDest, destMax, strSrc, count);
+errno_t wcsncat_s(wchar_t* strDest, size_t destsz, const wchar_t* strSrc, size_t count) {
+    return safec::AppendText(strDest, destsz, strSrc, count);
 }
 
 }  // extern "C"

@@ -10,7 +10,7 @@
 #include "os/base/kira_file.h"
 #include "os/base/kira_raii.h"
 #include "os/base/kira_system.h"
-#include "safec/securec.h"
+#include "safec/safec.h"
 
 namespace {
 

@@ -7,7 +7,7 @@
 
 #include "os/base/kira_file.h"
 #include "os/base/kira_raii.h"
-#include "safec/securec.h"
+#include "safec/safec.h"
 
 namespace {
 
@@ -19,7 +19,7 @@ constexpr size_t kMaxDirName = 4096;  // inclusive
 char* CopyPath(const char* path, size_t len)
 {
     char* copy = static_cast<char*>(malloc(len + 1));
-    if (copy != nullptr && memcpy_s(copy, len + 1, path, len + 1) != EOK) {
+    if (copy != nullptr && memcpy_s(copy, len + 1, path, len + 1) != 0) {
         free(copy);
         return nullptr;
     }

@@ -10,7 +10,7 @@
 #include "os/base/kira_raii.h"
 #include "os/log/log_internal.h"
 #include "os/log/log_util_internal.h"
-#include "safec/securec.h"
+#include "safec/safec.h"
 
 namespace {
 

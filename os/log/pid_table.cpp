@@ -10,7 +10,7 @@
 
 #include "os/log/keyed_tree_internal.h"
 #include "os/log/log_internal.h"
-#include "safec/securec.h"
+#include "safec/safec.h"
 
 struct rb_root pid_tree_root = RB_ROOT;
 pthread_spinlock_t pid_tree_lock;

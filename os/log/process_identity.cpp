@@ -7,7 +7,7 @@
 #include <unistd.h>
 
 #include "os/log/log_internal.h"
-#include "safec/securec.h"
+#include "safec/safec.h"
 
 namespace {
 

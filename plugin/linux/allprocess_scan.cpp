@@ -12,7 +12,7 @@
 #include "os/log/dbg_log.h"
 #include "plugin/linux/allprocess_internal.h"
 #include "plugin/linux/zadi_linux_plugin.h"
-#include "safec/securec.h"
+#include "safec/safec.h"
 
 namespace {
 

@@ -14,7 +14,7 @@
 #include "os/log/dbg_log.h"
 #include "plugin/linux/fi_types.h"
 #include "plugin/linux/zadi_linux_plugin.h"
-#include "safec/securec.h"
+#include "safec/safec.h"
 
 #define PLUGIN_LOG_ERR(...) PLUGIN_LOG_ERR_AS(__FUNCTION__, __VA_ARGS__)
 // For helpers that fail on behalf of a measurement: the line names the

@@ -12,7 +12,7 @@
 #include "plugin/linux/err_report_internal.h"
 #include "plugin/linux/process_monitor_param_internal.h"
 #include "plugin/linux/zadi_inner.h"
-#include "safec/securec.h"
+#include "safec/safec.h"
 
 using zadi::ParamName;
 using zadi::ParamValue;

@@ -10,7 +10,7 @@
 #include "plugin/linux/process_monitor.h"
 #include "plugin/linux/process_monitor_internal.h"
 #include "plugin/linux/process_monitor_param_internal.h"
-#include "safec/securec.h"
+#include "safec/safec.h"
 
 static_assert(ZADI_HEARTBEAT_NODE_MAX == 7, "the heartbeat table holds seven files");
 static_assert(offsetof(FI_CONTEXT_S, contextbuff) % alignof(ZADI_PROCESS_HEARTBEAT_CONTEXT) == 0 &&
@@ -77,7 +77,7 @@ int CheckProcessHeartBeatFileRefresh(const char* filePath, const char* filename,
     ZADI_PROCESS_HEARTBEAT_CONTEXT* ctx = static_cast<ZADI_PROCESS_HEARTBEAT_CONTEXT*>(args[kArgContext]);
 
     char copy[zadi::kHeartbeatPathSize];
-    if (strcpy_s(copy, sizeof(copy), filename) != EOK) {
+    if (strcpy_s(copy, sizeof(copy), filename) != 0) {
         return 0;
     }
     char* fields[3] = {nullptr, nullptr, nullptr};

@@ -13,7 +13,7 @@
 #include "os/base/kira_raii.h"
 #include "plugin/linux/process_monitor.h"
 #include "plugin/linux/process_monitor_internal.h"
-#include "safec/securec.h"
+#include "safec/safec.h"
 
 namespace {
 
@@ -39,7 +39,7 @@ namespace zadi {
 DIR* OpenDirNoFollow(const char* dirPath) {
     // Any path the system can open: only the entry paths are held to 255.
     char path[PATH_MAX];
-    if (dirPath == nullptr || strcpy_s(path, sizeof(path), dirPath) != EOK) {
+    if (dirPath == nullptr || strcpy_s(path, sizeof(path), dirPath) != 0) {
         errno = EINVAL;
         return nullptr;
     }
@@ -87,7 +87,7 @@ int ForeachDir(const char* dirPath, ZADI_DIR_ITER_FN iterfunc, void* pContext) {
 
 int CheckHeartBeatFileValid(const char* filePath, const char* filename, void* pContext) {
     char copy[zadi::kHeartbeatPathSize];
-    if (strcpy_s(copy, sizeof(copy), filename) != EOK) {
+    if (strcpy_s(copy, sizeof(copy), filename) != 0) {
         return 0;
     }
     char* fields[3] = {nullptr, nullptr, nullptr};

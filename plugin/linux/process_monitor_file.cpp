@@ -15,7 +15,7 @@
 #include "plugin/linux/process_monitor.h"
 #include "plugin/linux/process_monitor_internal.h"
 #include "plugin/linux/zadi_linux_plugin.h"
-#include "safec/securec.h"
+#include "safec/safec.h"
 
 namespace {
 

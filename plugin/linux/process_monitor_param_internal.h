@@ -10,7 +10,7 @@
 
 #include "plugin/linux/fi_types.h"
 #include "plugin/linux/zadi_linux_plugin.h"
-#include "safec/securec.h"
+#include "safec/safec.h"
 
 namespace zadi {
 

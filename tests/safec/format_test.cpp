@@ -1,4 +1,4 @@
-// Bounded formatting: the count/destMax limit, -1 on truncation with the
+// Bounded formatting: the count/destsz limit, -1 on truncation with the
 // cut text kept (snprintf_s) or dropped (sprintf_s), and bad arguments.
 
 #include <gtest/gtest.h>
@@ -7,7 +7,7 @@
 
 #include <string>
 
-#include "safec/securec.h"
+#include "safec/safec.h"
 
 namespace {
 
@@ -23,7 +23,7 @@ TEST(Snprintf, CutsAtCountAndKeepsTerminatedText) {
     EXPECT_STREQ("123", small);
     EXPECT_EQ(-1, snprintf_s(small, sizeof(small), 3, "%d", 1234));
     EXPECT_STREQ("123", small);
-    EXPECT_EQ(7, snprintf_s(small, sizeof(small), 100, "%s", "abcdefg")) << "count above destMax-1 is capped";
+    EXPECT_EQ(7, snprintf_s(small, sizeof(small), 100, "%s", "abcdefg")) << "count above destsz-1 is capped";
     EXPECT_EQ(-1, snprintf_s(small, sizeof(small), 100, "%s", "abcdefgh"));
     EXPECT_STREQ("abcdefg", small);
     EXPECT_EQ(-1, snprintf_s(small, sizeof(small), 0, "x"));
@@ -35,7 +35,7 @@ TEST(Snprintf, BadArgumentsEmptyUsableDestination) {
     char dest[8] = "old";
     EXPECT_EQ(-1, snprintf_s(dest, 0, 0, "x"));
     EXPECT_STREQ("old", dest);
-    EXPECT_EQ(-1, snprintf_s(dest, SECUREC_STRING_MAX_LEN + 1, 3, "x"));
+    EXPECT_EQ(-1, snprintf_s(dest, SAFEC_STRING_MAX + 1, 3, "x"));
     EXPECT_STREQ("old", dest);
     EXPECT_EQ(-1, snprintf_s(nullptr, 8, 7, "x"));
     const char* noFormat = nullptr;

@@ -7,7 +7,7 @@
 #include <stdio.h>
 #include <string.h>
 
-#include "safec/securec.h"
+#include "safec/safec.h"
 
 namespace {
 

@@ -7,7 +7,7 @@
 #include <limits.h>
 #include <string.h>
 
-#include "safec/securec.h"
+#include "safec/safec.h"
 
 namespace {
 

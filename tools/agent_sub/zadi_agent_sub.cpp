@@ -19,7 +19,7 @@
 #include <utility>
 #include <vector>
 
-#include "safec/securec.h"
+#include "safec/safec.h"
 
 #define SUB_EXPORT __attribute__((visibility("default")))
 
@@ -294,7 +294,7 @@ SUB_EXPORT int ZADI_AgentSubLastSent(char* buf, size_t size)
     Locked guard;
     const SubState& s = State();
     if (s.sent == 0 || buf == nullptr || s.lastLine.size() >= size) return -1;
-    if (strcpy_s(buf, size, s.lastLine.c_str()) != EOK) return -1;
+    if (strcpy_s(buf, size, s.lastLine.c_str()) != 0) return -1;
     return static_cast<int>(s.lastLine.size());
 }
 
