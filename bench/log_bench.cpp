@@ -91,8 +91,8 @@ void SetUpTables() {
 }
 
 void ReportAllocations(benchmark::State& state, uint64_t before) {
-    state.counters["allocs_per_call"] =
-        benchmark::Counter(static_cast<double>(g_allocations.load() - before) / static_cast<double>(state.iterations()));
+    state.counters["allocs_per_call"] = benchmark::Counter(static_cast<double>(g_allocations.load() - before) /
+                                                           static_cast<double>(state.iterations()));
 }
 
 void BM_LevelDropped(benchmark::State& state) {

@@ -16,20 +16,13 @@ namespace {
 int g_reports = 0;
 }  // namespace
 
-extern "C" void syslog(int, const char*, ...)
-{
-    g_reports++;
-}
+extern "C" void syslog(int, const char*, ...) { g_reports++; }
 
-extern "C" void __syslog_chk(int, int, const char*, ...)
-{
-    g_reports++;
-}
+extern "C" void __syslog_chk(int, int, const char*, ...) { g_reports++; }
 
 namespace {
 
-int Digit(char c, bool hex)
-{
+int Digit(char c, bool hex) {
     if (c >= '0' && c <= '9') return c - '0';
     if (hex && c >= 'a' && c <= 'f') return c - 'a' + 10;
     if (hex && c >= 'A' && c <= 'F') return c - 'A' + 10;
@@ -37,8 +30,7 @@ int Digit(char c, bool hex)
 }
 
 // Value up to the first stray character, and whether there was one.
-uint64_t Reference(const char* s, bool* stray)
-{
+uint64_t Reference(const char* s, bool* stray) {
     bool hex = s[0] == '0' && (s[1] == 'x' || s[1] == 'X');
     uint64_t v = 0;
     *stray = false;
@@ -55,8 +47,7 @@ uint64_t Reference(const char* s, bool* stray)
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
-{
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     std::string text(reinterpret_cast<const char*>(data), size);
     const char* s = text.c_str();  // stops at an embedded NUL, as callers' strings do
 

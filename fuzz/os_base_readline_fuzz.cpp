@@ -14,8 +14,7 @@
 
 #include "os/base/kira_file.h"
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
-{
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (size == 0) return 0;
     static int fd = memfd_create("readline_fuzz", 0);
     if (fd < 0) abort();

@@ -20,7 +20,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     pattern = pattern.c_str();
     const bool m = ZADI_Linux_Plugin::str_fuzzy_match(text.c_str(), pattern.c_str());
     // A text always matches itself when it holds no wildcard.
-    if (text.find_first_of("*?") == std::string::npos && !ZADI_Linux_Plugin::str_fuzzy_match(text.c_str(), text.c_str())) {
+    if (text.find_first_of("*?") == std::string::npos &&
+        !ZADI_Linux_Plugin::str_fuzzy_match(text.c_str(), text.c_str())) {
         abort();
     }
     // A trailing '*' only widens a match.

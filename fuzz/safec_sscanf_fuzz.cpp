@@ -67,8 +67,8 @@ void ScanWide(const char* text, size_t size) {
     Field four(4);
     wchar_t wide[4];
     unsigned u[3];
-    int r = swscanf_s(wtext.data(), L"%s %3ls %u=%u %l[^=]%n", four.data, four.size, wide, 4u, &u[0], &u[1], wide,
-                      4u, &u[2]);
+    int r = swscanf_s(wtext.data(), L"%s %3ls %u=%u %l[^=]%n", four.data, four.size, wide, 4u, &u[0], &u[1], wide, 4u,
+                      &u[2]);
     CheckTerminated(four, r, 5);
 }
 

@@ -78,12 +78,10 @@ char* strtok_s(char* strToken, const char* strDelimit, char** context);
 
 int snprintf_s(char* strDest, size_t destsz, size_t count, const char* format, ...)
     __attribute__((format(printf, 4, 5)));
-int sprintf_s(char* strDest, size_t destsz, const char* format, ...)
-    __attribute__((format(printf, 3, 4)));
+int sprintf_s(char* strDest, size_t destsz, const char* format, ...) __attribute__((format(printf, 3, 4)));
 int vsnprintf_s(char* strDest, size_t destsz, size_t count, const char* format, va_list argList)
     __attribute__((format(printf, 4, 0)));
-int vsprintf_s(char* strDest, size_t destsz, const char* format, va_list argList)
-    __attribute__((format(printf, 3, 0)));
+int vsprintf_s(char* strDest, size_t destsz, const char* format, va_list argList) __attribute__((format(printf, 3, 0)));
 
 // %s, %c and %[ take a buffer size (size_t... passed as unsigned int, the
 // usual convention) right after the buffer pointer.

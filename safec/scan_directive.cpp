@@ -30,12 +30,23 @@ const CharT* ParseLength(const CharT* p, Length* length) {
             }
             *length = Length::kL;
             return p + 1;
-        case 'q': *length = Length::kLL; return p + 1;
-        case 'j': *length = Length::kJ; return p + 1;
-        case 'z': *length = Length::kZ; return p + 1;
-        case 't': *length = Length::kT; return p + 1;
-        case 'L': *length = Length::kBigL; return p + 1;
-        default: return p;
+        case 'q':
+            *length = Length::kLL;
+            return p + 1;
+        case 'j':
+            *length = Length::kJ;
+            return p + 1;
+        case 'z':
+            *length = Length::kZ;
+            return p + 1;
+        case 't':
+            *length = Length::kT;
+            return p + 1;
+        case 'L':
+            *length = Length::kBigL;
+            return p + 1;
+        default:
+            return p;
     }
 }
 

@@ -141,9 +141,13 @@ int Scanner<CharT, Input>::Run(const CharT* format) {
                 ++assigned_;
                 converted_ = true;
                 break;
-            case Outcome::kSkipped: converted_ = true; break;
-            case Outcome::kNoted: break;
-            default: return Stop(outcome);
+            case Outcome::kSkipped:
+                converted_ = true;
+                break;
+            case Outcome::kNoted:
+                break;
+            default:
+                return Stop(outcome);
         }
     }
     return assigned_;
@@ -172,23 +176,35 @@ Outcome Scanner<CharT, Input>::MatchLiteral(CharT expected) {
 template <typename CharT, typename Input>
 Outcome Scanner<CharT, Input>::Convert(const Directive<CharT>& directive) {
     switch (directive.conversion) {
-        case 'n': return StoreCount(directive);
-        case 'c': return ScanText(directive, TextKind::kChars);
-        case '[': return ScanText(directive, TextKind::kSet);
-        default: break;
+        case 'n':
+            return StoreCount(directive);
+        case 'c':
+            return ScanText(directive, TextKind::kChars);
+        case '[':
+            return ScanText(directive, TextKind::kSet);
+        default:
+            break;
     }
     SkipSpace();
     switch (directive.conversion) {
-        case '%': return MatchLiteral('%');
-        case 's': return ScanText(directive, TextKind::kString);
-        case 'd': return ScanInteger(directive, 10, true);
-        case 'i': return ScanInteger(directive, 0, true);
-        case 'u': return ScanInteger(directive, 10, false);
-        case 'o': return ScanInteger(directive, 8, false);
+        case '%':
+            return MatchLiteral('%');
+        case 's':
+            return ScanText(directive, TextKind::kString);
+        case 'd':
+            return ScanInteger(directive, 10, true);
+        case 'i':
+            return ScanInteger(directive, 0, true);
+        case 'u':
+            return ScanInteger(directive, 10, false);
+        case 'o':
+            return ScanInteger(directive, 8, false);
         case 'x':
         case 'X':
-        case 'p': return ScanInteger(directive, 16, false);
-        default: return ScanFloat(directive);
+        case 'p':
+            return ScanInteger(directive, 16, false);
+        default:
+            return ScanFloat(directive);
     }
 }
 
@@ -316,7 +332,8 @@ Outcome Scanner<CharT, Input>::ScanText(const Directive<CharT>& directive, TextK
     // stores wchar_t only with 'l'.
     const bool wideOut = directive.length == Length::kL;
     if (directive.suppress) {
-        return wideOut ? ScanTextInto<wchar_t>(directive, kind, nullptr, 0) : ScanTextInto<char>(directive, kind, nullptr, 0);
+        return wideOut ? ScanTextInto<wchar_t>(directive, kind, nullptr, 0)
+                       : ScanTextInto<char>(directive, kind, nullptr, 0);
     }
     void* buffer = va_arg(args_, void*);
     const size_t size = va_arg(args_, unsigned int);
@@ -328,15 +345,19 @@ Outcome Scanner<CharT, Input>::ScanText(const Directive<CharT>& directive, TextK
 template <typename CharT, typename Input>
 bool Scanner<CharT, Input>::Accepts(const Directive<CharT>& directive, TextKind kind, CharT c) const {
     switch (kind) {
-        case TextKind::kString: return !IsSpace(c);
-        case TextKind::kSet: return InSet(directive, c);
-        default: return true;
+        case TextKind::kString:
+            return !IsSpace(c);
+        case TextKind::kSet:
+            return InSet(directive, c);
+        default:
+            return true;
     }
 }
 
 template <typename CharT, typename Input>
 template <typename OutT>
-Outcome Scanner<CharT, Input>::ScanTextInto(const Directive<CharT>& directive, TextKind kind, OutT* buffer, size_t size) {
+Outcome Scanner<CharT, Input>::ScanTextInto(const Directive<CharT>& directive, TextKind kind, OutT* buffer,
+                                            size_t size) {
     FieldWriter<CharT, OutT> out(buffer, size, kind != TextKind::kChars);
     const size_t width = directive.width != 0 ? directive.width : (kind == TextKind::kChars ? 1 : SIZE_MAX);
     Cursor<CharT> cur;
@@ -383,14 +404,30 @@ Outcome Scanner<CharT, Input>::StoreInteger(const Directive<CharT>& directive, u
         return Outcome::kAssigned;
     }
     switch (directive.length) {
-        case Length::kHH: *static_cast<unsigned char*>(target) = static_cast<unsigned char>(bits); break;
-        case Length::kH: *static_cast<unsigned short*>(target) = static_cast<unsigned short>(bits); break;
-        case Length::kNone: *static_cast<unsigned int*>(target) = static_cast<unsigned int>(bits); break;
-        case Length::kL: *static_cast<unsigned long*>(target) = static_cast<unsigned long>(bits); break;
-        case Length::kJ: *static_cast<uintmax_t*>(target) = static_cast<uintmax_t>(bits); break;
-        case Length::kZ: *static_cast<size_t*>(target) = static_cast<size_t>(bits); break;
-        case Length::kT: *static_cast<ptrdiff_t*>(target) = static_cast<ptrdiff_t>(bits); break;
-        default: *static_cast<unsigned long long*>(target) = bits; break;
+        case Length::kHH:
+            *static_cast<unsigned char*>(target) = static_cast<unsigned char>(bits);
+            break;
+        case Length::kH:
+            *static_cast<unsigned short*>(target) = static_cast<unsigned short>(bits);
+            break;
+        case Length::kNone:
+            *static_cast<unsigned int*>(target) = static_cast<unsigned int>(bits);
+            break;
+        case Length::kL:
+            *static_cast<unsigned long*>(target) = static_cast<unsigned long>(bits);
+            break;
+        case Length::kJ:
+            *static_cast<uintmax_t*>(target) = static_cast<uintmax_t>(bits);
+            break;
+        case Length::kZ:
+            *static_cast<size_t*>(target) = static_cast<size_t>(bits);
+            break;
+        case Length::kT:
+            *static_cast<ptrdiff_t*>(target) = static_cast<ptrdiff_t>(bits);
+            break;
+        default:
+            *static_cast<unsigned long long*>(target) = bits;
+            break;
     }
     return Outcome::kAssigned;
 }
@@ -399,9 +436,12 @@ Outcome Scanner<CharT, Input>::StoreInteger(const Directive<CharT>& directive, u
 template <typename CharT, typename Input>
 Outcome Scanner<CharT, Input>::StoreFloat(const Directive<CharT>& directive, const FloatText& text) {
     switch (directive.length) {
-        case Length::kL: return StoreParsed<double>(directive, text, strtod);
-        case Length::kBigL: return StoreParsed<long double>(directive, text, strtold);
-        default: return StoreParsed<float>(directive, text, strtof);
+        case Length::kL:
+            return StoreParsed<double>(directive, text, strtod);
+        case Length::kBigL:
+            return StoreParsed<long double>(directive, text, strtold);
+        default:
+            return StoreParsed<float>(directive, text, strtof);
     }
 }
 

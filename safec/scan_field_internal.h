@@ -47,10 +47,14 @@ private:
 };
 
 template <>
-inline PutResult FieldWriter<char, char>::Convert(char c) { return Store(c); }
+inline PutResult FieldWriter<char, char>::Convert(char c) {
+    return Store(c);
+}
 
 template <>
-inline PutResult FieldWriter<wchar_t, wchar_t>::Convert(wchar_t c) { return Store(c); }
+inline PutResult FieldWriter<wchar_t, wchar_t>::Convert(wchar_t c) {
+    return Store(c);
+}
 
 // Multibyte input, one byte at a time, into wide characters.
 template <>

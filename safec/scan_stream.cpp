@@ -21,9 +21,7 @@ int ScanStream(FILE* stream, const CharT* format, va_list args) {
 
 extern "C" {
 
-int vfscanf_s(FILE* stream, const char* format, va_list argList) {
-    return ScanStream<char>(stream, format, argList);
-}
+int vfscanf_s(FILE* stream, const char* format, va_list argList) { return ScanStream<char>(stream, format, argList); }
 
 int fscanf_s(FILE* stream, const char* format, ...) {
     va_list args;

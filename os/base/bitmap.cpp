@@ -4,17 +4,13 @@
 
 namespace {
 
-inline unsigned char MaskOf(uint32_t nr)
-{
-    return static_cast<unsigned char>(1U << (nr % 8));
-}
+inline unsigned char MaskOf(uint32_t nr) { return static_cast<unsigned char>(1U << (nr % 8)); }
 
 }  // namespace
 
 extern "C" {
 
-KIRA_EXPORT unsigned char* KIRA_set_bit(uint32_t nr, unsigned char* addr)
-{
+KIRA_EXPORT unsigned char* KIRA_set_bit(uint32_t nr, unsigned char* addr) {
     if (addr == nullptr) {
         return nullptr;
     }
@@ -23,8 +19,7 @@ KIRA_EXPORT unsigned char* KIRA_set_bit(uint32_t nr, unsigned char* addr)
     return byte;
 }
 
-KIRA_EXPORT unsigned char* KIRA_clear_bit(uint32_t nr, unsigned char* addr)
-{
+KIRA_EXPORT unsigned char* KIRA_clear_bit(uint32_t nr, unsigned char* addr) {
     if (addr == nullptr) {
         return nullptr;
     }
@@ -33,8 +28,7 @@ KIRA_EXPORT unsigned char* KIRA_clear_bit(uint32_t nr, unsigned char* addr)
     return byte;
 }
 
-KIRA_EXPORT int32_t KIRA_test_bit(uint32_t nr, const unsigned char* addr)
-{
+KIRA_EXPORT int32_t KIRA_test_bit(uint32_t nr, const unsigned char* addr) {
     if (addr == nullptr) {
         return 0;
     }

@@ -14,8 +14,7 @@
 
 namespace {
 
-bool LengthOk(const char* path, const char* complaint)
-{
+bool LengthOk(const char* path, const char* complaint) {
     if (KIRA_name_lenth_check(path) != 0) {
         syslog(LOG_INFO, "%s", complaint);
         return false;
@@ -26,8 +25,7 @@ bool LengthOk(const char* path, const char* complaint)
 // format(dest, size, count) writes the command and returns snprintf_s's
 // count; len is the exact length the command must have.
 template <typename Format>
-int RunExactCommand(size_t len, Format format)
-{
+int RunExactCommand(size_t len, Format format) {
     kira::UniqueBlock block(malloc(len + 1));
     if (!block) {
         syslog(LOG_INFO, "Mem malloc failed.\n");
@@ -63,8 +61,7 @@ constexpr size_t kMvFixed = 4;
 constexpr size_t kMkdirFixed = 11;
 
 template <typename Format>
-int RunOnePath(const char* path, size_t fixed, Format format)
-{
+int RunOnePath(const char* path, size_t fixed, Format format) {
     if (path == nullptr) {
         syslog(LOG_INFO, "%s", kParamNull);
         return -1;
@@ -76,9 +73,8 @@ int RunOnePath(const char* path, size_t fixed, Format format)
 }
 
 template <typename Format>
-int RunTwoPaths(const char* first, const char* second, const char* firstComplaint,
-                const char* secondComplaint, size_t fixed, Format format)
-{
+int RunTwoPaths(const char* first, const char* second, const char* firstComplaint, const char* secondComplaint,
+                size_t fixed, Format format) {
     if (first == nullptr || second == nullptr) {
         syslog(LOG_INFO, "%s", kParamNull);
         return -1;
@@ -93,24 +89,21 @@ int RunTwoPaths(const char* first, const char* second, const char* firstComplain
 
 extern "C" {
 
-KIRA_EXPORT int KIRA_CmdCp(const char* src, const char* dst, int unused)
-{
+KIRA_EXPORT int KIRA_CmdCp(const char* src, const char* dst, int unused) {
     (void)unused;
     return RunTwoPaths(src, dst, kSourceLen, kDestLen, kCpFixed, [&](char* d, size_t size, size_t count) {
         return snprintf_s(d, size, count, "cp -af %s %s", src, dst);
     });
 }
 
-KIRA_EXPORT int KIRA_CmdRm(const char* path, int unused)
-{
+KIRA_EXPORT int KIRA_CmdRm(const char* path, int unused) {
     (void)unused;
     return RunOnePath(path, kRmFixed, [&](char* d, size_t size, size_t count) {
         return snprintf_s(d, size, count, "rm -rf %s", path);
     });
 }
 
-KIRA_EXPORT int KIRA_CmdTar(const char* archive, const char* path, int extract)
-{
+KIRA_EXPORT int KIRA_CmdTar(const char* archive, const char* path, int extract) {
     if (extract == 0) {
         return RunTwoPaths(archive, path, kFileLen, kFileLen, kTarCreateFixed, [&](char* d, size_t size, size_t count) {
             return snprintf_s(d, size, count, "tar -czvf %s %s", archive, path);
@@ -121,24 +114,20 @@ KIRA_EXPORT int KIRA_CmdTar(const char* archive, const char* path, int extract)
     });
 }
 
-KIRA_EXPORT int KIRA_CmdTouch(const char* path, int unused)
-{
+KIRA_EXPORT int KIRA_CmdTouch(const char* path, int unused) {
     (void)unused;
-    return RunOnePath(path, kTouchFixed, [&](char* d, size_t size, size_t count) {
-        return snprintf_s(d, size, count, "touch %s", path);
-    });
+    return RunOnePath(path, kTouchFixed,
+                      [&](char* d, size_t size, size_t count) { return snprintf_s(d, size, count, "touch %s", path); });
 }
 
-KIRA_EXPORT int KIRA_CmdMv(const char* src, const char* dst, int unused)
-{
+KIRA_EXPORT int KIRA_CmdMv(const char* src, const char* dst, int unused) {
     (void)unused;
     return RunTwoPaths(src, dst, kSourceLen, kDestLen, kMvFixed, [&](char* d, size_t size, size_t count) {
         return snprintf_s(d, size, count, "mv %s %s", src, dst);
     });
 }
 
-KIRA_EXPORT int KIRA_CmdMkdir(const char* path)
-{
+KIRA_EXPORT int KIRA_CmdMkdir(const char* path) {
     // An existing directory needs no shell at all; only then is the path
     // checked.
     if (path != nullptr && kira::UniqueDir(opendir(path))) {

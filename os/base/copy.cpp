@@ -14,8 +14,7 @@ constexpr unsigned int kCopyBlock = 128;
 // Ends after the first block the write did not fill: that is how the end
 // of the source is recognised, so an exact multiple of the block size needs
 // one more, empty, round.
-int CopyBlocks(int in, int out, const char* src, const char* dst)
-{
+int CopyBlocks(int in, int out, const char* src, const char* dst) {
     char block[kCopyBlock];
     ssize_t written;
     do {
@@ -35,8 +34,7 @@ int CopyBlocks(int in, int out, const char* src, const char* dst)
 
 }  // namespace
 
-extern "C" KIRA_EXPORT int KIRA_copy(const char* src, const char* dst)
-{
+extern "C" KIRA_EXPORT int KIRA_copy(const char* src, const char* dst) {
     if (src == nullptr || dst == nullptr) {
         syslog(LOG_INFO, "Input para null.\n");
         return -1;

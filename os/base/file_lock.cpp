@@ -8,19 +8,16 @@
 
 namespace {
 
-bool LockArgsOk(int vfd, const KIRA_LOCK_S* vlock)
-{
+bool LockArgsOk(int vfd, const KIRA_LOCK_S* vlock) {
     // Only -1 is refused; other negative descriptors reach fcntl (EBADF).
     if (vfd == -1 || vlock == nullptr) {
-        syslog(LOG_INFO, "Input param error, vfd = (%d), vlock= (%p).\n", vfd,
-               static_cast<const void*>(vlock));
+        syslog(LOG_INFO, "Input param error, vfd = (%d), vlock= (%p).\n", vfd, static_cast<const void*>(vlock));
         return false;
     }
     return true;
 }
 
-struct flock RangeOf(const KIRA_LOCK_S* vlock, short type)
-{
+struct flock RangeOf(const KIRA_LOCK_S* vlock, short type) {
     struct flock fl = {};
     fl.l_type = type;
     fl.l_whence = SEEK_SET;
@@ -33,8 +30,7 @@ struct flock RangeOf(const KIRA_LOCK_S* vlock, short type)
 
 extern "C" {
 
-KIRA_EXPORT int KIRA_LockFile(int vfd, KIRA_LOCK_S* vlock)
-{
+KIRA_EXPORT int KIRA_LockFile(int vfd, KIRA_LOCK_S* vlock) {
     if (!LockArgsOk(vfd, vlock)) {
         return -1;
     }
@@ -48,8 +44,7 @@ KIRA_EXPORT int KIRA_LockFile(int vfd, KIRA_LOCK_S* vlock)
     return ret == 0 ? 0 : -1;
 }
 
-KIRA_EXPORT int KIRA_UnLockFile(int vfd, KIRA_LOCK_S* vlock)
-{
+KIRA_EXPORT int KIRA_UnLockFile(int vfd, KIRA_LOCK_S* vlock) {
     if (!LockArgsOk(vfd, vlock)) {
         return -1;
     }

@@ -18,7 +18,8 @@ typedef struct tagKIRA_ATOMIC64_S {
     volatile int64_t counter;
 } atomic64_t;
 
-#define ATOMIC64_INIT(i) { (i) }
+#define ATOMIC64_INIT(i) \
+    { (i) }
 
 KIRA_EXPORT void atomic_set(atomic64_t* v, int32_t i);
 KIRA_EXPORT int64_t atomic_read(const atomic64_t* v);

@@ -13,8 +13,7 @@ namespace {
 // it back at the following position. Existing callers depend on the effect:
 // a file shorter than the area is extended past its end so the whole area
 // is backed; the file grows by one byte on every such mapping.
-void TouchAreaEnd(int fd, int64_t offset, uint64_t length)
-{
+void TouchAreaEnd(int fd, int64_t offset, uint64_t length) {
     char byte = 0;
     // Summed unsigned: absurd arguments must not overflow a signed sum.
     (void)lseek(fd, static_cast<off_t>(static_cast<uint64_t>(offset) + length), SEEK_SET);
@@ -31,8 +30,7 @@ extern "C" {
 
 // A failed mmap() yields MAP_FAILED, which is registered and returned like
 // any address: callers compare against it.
-KIRA_EXPORT void* KIRA_mmap(int32_t fd, int32_t prot, int64_t offset, uint64_t length)
-{
+KIRA_EXPORT void* KIRA_mmap(int32_t fd, int32_t prot, int64_t offset, uint64_t length) {
     InitMmap();
     TouchAreaEnd(fd, offset, length);
     void* addr = mmap(nullptr, length, prot, MAP_SHARED, fd, static_cast<off_t>(offset));
@@ -47,8 +45,7 @@ KIRA_EXPORT void* KIRA_mmap(int32_t fd, int32_t prot, int64_t offset, uint64_t l
     return addr;
 }
 
-KIRA_EXPORT int KIRA_munmap(void* addr)
-{
+KIRA_EXPORT int KIRA_munmap(void* addr) {
     InitMmap();
     KIRA_MAP_DATA_S entry = {addr, 0};
     if (FetchMapData(&entry) == 0) {

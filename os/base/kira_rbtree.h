@@ -29,8 +29,9 @@ struct rb_root {
     struct rb_node* rb_node;
 };
 
-#define RB_ROOT { NULL }
-#define rb_entry(ptr, type, member) ((type*)((char*)(ptr) - offsetof(type, member)))
+#define RB_ROOT \
+    { NULL }
+#define rb_entry(ptr, type, member) ((type*)((char*)(ptr)-offsetof(type, member)))
 
 #define rb_parent(r) ((struct rb_node*)((r)->rb_parent_color & ~3UL))
 #define rb_color(r) ((r)->rb_parent_color & 1UL)
@@ -42,13 +43,11 @@ struct rb_root {
 #define RB_EMPTY_NODE(node) (rb_parent(node) == (node))
 #define RB_CLEAR_NODE(node) ((node)->rb_parent_color = (unsigned long)(node))
 
-static inline void rb_set_parent(struct rb_node* rb, struct rb_node* p)
-{
+static inline void rb_set_parent(struct rb_node* rb, struct rb_node* p) {
     rb->rb_parent_color = (rb->rb_parent_color & 3UL) | (unsigned long)p;
 }
 
-static inline void rb_set_color(struct rb_node* rb, unsigned long color)
-{
+static inline void rb_set_color(struct rb_node* rb, unsigned long color) {
     rb->rb_parent_color = (rb->rb_parent_color & ~1UL) | color;
 }
 

@@ -18,22 +18,15 @@ struct MapRegistry {
 MapRegistry g_maps;
 pthread_once_t g_mapsOnce = PTHREAD_ONCE_INIT;
 
-void init_mmap_once()
-{
-    (void)pthread_spin_init(&g_maps.lock, PTHREAD_PROCESS_PRIVATE);
-}
+void init_mmap_once() { (void)pthread_spin_init(&g_maps.lock, PTHREAD_PROCESS_PRIVATE); }
 
 }  // namespace
 
 extern "C" {
 
-KIRA_EXPORT void InitMmap(void)
-{
-    (void)pthread_once(&g_mapsOnce, init_mmap_once);
-}
+KIRA_EXPORT void InitMmap(void) { (void)pthread_once(&g_mapsOnce, init_mmap_once); }
 
-KIRA_EXPORT int AddMapData(const KIRA_MAP_DATA_S* entry)
-{
+KIRA_EXPORT int AddMapData(const KIRA_MAP_DATA_S* entry) {
     InitMmap();
     kira::SpinGuard guard(&g_maps.lock);
     if (g_maps.count >= KIRA_MAP_DATA_MAX) {
@@ -43,8 +36,7 @@ KIRA_EXPORT int AddMapData(const KIRA_MAP_DATA_S* entry)
     return 1;
 }
 
-KIRA_EXPORT int FetchMapData(KIRA_MAP_DATA_S* entry)
-{
+KIRA_EXPORT int FetchMapData(KIRA_MAP_DATA_S* entry) {
     InitMmap();
     kira::SpinGuard guard(&g_maps.lock);
     for (unsigned int i = 0; i < g_maps.count; i++) {

@@ -16,8 +16,7 @@ constexpr size_t kMaxDirName = 4096;  // inclusive
 
 // basename() and dirname() may write into their argument, so each gets a
 // private copy.
-char* CopyPath(const char* path, size_t len)
-{
+char* CopyPath(const char* path, size_t len) {
     char* copy = static_cast<char*>(malloc(len + 1));
     if (copy != nullptr && memcpy_s(copy, len + 1, path, len + 1) != 0) {
         free(copy);
@@ -28,8 +27,7 @@ char* CopyPath(const char* path, size_t len)
 
 }  // namespace
 
-extern "C" KIRA_EXPORT int KIRA_name_lenth_check(const char* path)
-{
+extern "C" KIRA_EXPORT int KIRA_name_lenth_check(const char* path) {
     if (path == nullptr) {
         syslog(LOG_INFO, "Param is null.\n");
         return -1;
@@ -57,7 +55,7 @@ extern "C" KIRA_EXPORT int KIRA_name_lenth_check(const char* path)
     if (baseLen < kMaxBaseName && dirLen <= kMaxDirName) {
         return 0;
     }
-    syslog(LOG_INFO, "The length of file is too long. len_basename=%d, len_dirname=%d.\n",
-           static_cast<int>(baseLen), static_cast<int>(dirLen));
+    syslog(LOG_INFO, "The length of file is too long. len_basename=%d, len_dirname=%d.\n", static_cast<int>(baseLen),
+           static_cast<int>(dirLen));
     return -1;
 }

@@ -8,14 +8,10 @@
 
 namespace {
 
-bool HasHexPrefix(const char* str)
-{
-    return str[0] == '0' && (str[1] == 'x' || str[1] == 'X');
-}
+bool HasHexPrefix(const char* str) { return str[0] == '0' && (str[1] == 'x' || str[1] == 'X'); }
 
 // Value of c as a digit of the base, or -1.
-int DigitValue(char c, bool hex)
-{
+int DigitValue(char c, bool hex) {
     if (c >= '0' && c <= '9') {
         return c - '0';
     }
@@ -33,8 +29,7 @@ int DigitValue(char c, bool hex)
 extern "C" {
 
 // "" and a bare "0x" count as numbers on purpose.
-KIRA_EXPORT int KIRA_IsUnsignedNumbericStr(const char* str)
-{
+KIRA_EXPORT int KIRA_IsUnsignedNumbericStr(const char* str) {
     if (str == nullptr) {
         return -1;
     }
@@ -47,8 +42,7 @@ KIRA_EXPORT int KIRA_IsUnsignedNumbericStr(const char* str)
     return 0;
 }
 
-KIRA_EXPORT uint64_t KIRA_StrToU64(const char* str)
-{
+KIRA_EXPORT uint64_t KIRA_StrToU64(const char* str) {
     if (str == nullptr) {
         return 0;
     }
@@ -66,8 +60,7 @@ KIRA_EXPORT uint64_t KIRA_StrToU64(const char* str)
     return value;
 }
 
-KIRA_EXPORT int64_t KIRA_StrToS64(const char* str)
-{
+KIRA_EXPORT int64_t KIRA_StrToS64(const char* str) {
     if (str == nullptr) {
         return 0;
     }
@@ -77,8 +70,7 @@ KIRA_EXPORT int64_t KIRA_StrToS64(const char* str)
     return static_cast<int64_t>(KIRA_StrToU64(str));
 }
 
-KIRA_EXPORT void KIRA_StrToLower(char* str)
-{
+KIRA_EXPORT void KIRA_StrToLower(char* str) {
     if (str == nullptr) {
         return;
     }

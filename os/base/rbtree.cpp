@@ -13,29 +13,16 @@ using Child = struct rb_node* rb_node::*;
 constexpr Child kLeft = &rb_node::rb_left;
 constexpr Child kRight = &rb_node::rb_right;
 
-inline Child Opposite(Child c)
-{
-    return c == kLeft ? kRight : kLeft;
-}
+inline Child Opposite(Child c) { return c == kLeft ? kRight : kLeft; }
 
-inline bool IsBlackOrNil(const rb_node* n)
-{
-    return n == nullptr || rb_is_black(n);
-}
+inline bool IsBlackOrNil(const rb_node* n) { return n == nullptr || rb_is_black(n); }
 
-inline void SetBlack(rb_node* n)
-{
-    n->rb_parent_color |= RB_BLACK;
-}
+inline void SetBlack(rb_node* n) { n->rb_parent_color |= RB_BLACK; }
 
-inline void SetRed(rb_node* n)
-{
-    n->rb_parent_color &= ~1UL;
-}
+inline void SetRed(rb_node* n) { n->rb_parent_color &= ~1UL; }
 
 // Makes `to` take `from`'s place below `parent` (or at the root).
-void ReplaceChild(rb_node* from, rb_node* to, rb_node* parent, rb_root* root)
-{
+void ReplaceChild(rb_node* from, rb_node* to, rb_node* parent, rb_root* root) {
     if (parent == nullptr) {
         root->rb_node = to;
     } else if (parent->rb_left == from) {
@@ -47,8 +34,7 @@ void ReplaceChild(rb_node* from, rb_node* to, rb_node* parent, rb_root* root)
 
 // Lifts node's child on side `up` into node's place; node becomes that
 // child's child on the other side. Colours are left alone.
-void Rotate(rb_node* node, rb_root* root, Child up)
-{
+void Rotate(rb_node* node, rb_root* root, Child up) {
     Child down = Opposite(up);
     rb_node* lifted = node->*up;
     rb_node* parent = rb_parent(node);
@@ -65,8 +51,7 @@ void Rotate(rb_node* node, rb_root* root, Child up)
 
 // Restores the colours after a black node was removed above `node` (which
 // may be null), `parent` being node's parent.
-void EraseFixup(rb_node* node, rb_node* parent, rb_root* root)
-{
+void EraseFixup(rb_node* node, rb_node* parent, rb_root* root) {
     while (IsBlackOrNil(node) && node != root->rb_node) {
         Child side = parent->rb_left == node ? kLeft : kRight;
         Child other = Opposite(side);
@@ -101,8 +86,7 @@ void EraseFixup(rb_node* node, rb_node* parent, rb_root* root)
     }
 }
 
-rb_node* Extreme(rb_node* node, Child dir)
-{
+rb_node* Extreme(rb_node* node, Child dir) {
     if (node == nullptr) {
         return nullptr;
     }
@@ -113,8 +97,7 @@ rb_node* Extreme(rb_node* node, Child dir)
 }
 
 // In-order neighbour in direction `fwd` (right for next, left for prev).
-rb_node* Step(const rb_node* node, Child fwd)
-{
+rb_node* Step(const rb_node* node, Child fwd) {
     if (RB_EMPTY_NODE(node)) {
         return nullptr;
     }
@@ -131,8 +114,7 @@ rb_node* Step(const rb_node* node, Child fwd)
 // Recomputes node and, level by level up to the root, the sibling and the
 // parent: after rotations the nodes whose subtrees changed are on this path
 // or next to it.
-void AugmentPath(rb_node* node, rb_augment_f func, void* data)
-{
+void AugmentPath(rb_node* node, rb_augment_f func, void* data) {
     for (;;) {
         func(node, data);
         rb_node* parent = rb_parent(node);
@@ -152,16 +134,14 @@ void AugmentPath(rb_node* node, rb_augment_f func, void* data)
 
 extern "C" {
 
-KIRA_EXPORT void rb_link_node(rb_node* node, rb_node* parent, rb_node** rb_link)
-{
+KIRA_EXPORT void rb_link_node(rb_node* node, rb_node* parent, rb_node** rb_link) {
     node->rb_parent_color = reinterpret_cast<unsigned long>(parent);
     node->rb_left = nullptr;
     node->rb_right = nullptr;
     *rb_link = node;
 }
 
-KIRA_EXPORT void rb_insert_color(rb_node* node, rb_root* root)
-{
+KIRA_EXPORT void rb_insert_color(rb_node* node, rb_root* root) {
     rb_node* parent;
     while ((parent = rb_parent(node)) != nullptr && rb_is_red(parent)) {
         // A red parent is never the root, so the grandparent exists.
@@ -189,8 +169,7 @@ KIRA_EXPORT void rb_insert_color(rb_node* node, rb_root* root)
     SetBlack(root->rb_node);
 }
 
-KIRA_EXPORT void rb_erase(rb_node* node, rb_root* root)
-{
+KIRA_EXPORT void rb_erase(rb_node* node, rb_root* root) {
     rb_node* child;
     rb_node* parent;
     unsigned long color;
@@ -231,28 +210,15 @@ KIRA_EXPORT void rb_erase(rb_node* node, rb_root* root)
     }
 }
 
-KIRA_EXPORT rb_node* rb_first(const rb_root* root)
-{
-    return Extreme(root->rb_node, kLeft);
-}
+KIRA_EXPORT rb_node* rb_first(const rb_root* root) { return Extreme(root->rb_node, kLeft); }
 
-KIRA_EXPORT rb_node* rb_last(const rb_root* root)
-{
-    return Extreme(root->rb_node, kRight);
-}
+KIRA_EXPORT rb_node* rb_last(const rb_root* root) { return Extreme(root->rb_node, kRight); }
 
-KIRA_EXPORT rb_node* rb_next(const rb_node* node)
-{
-    return Step(node, kRight);
-}
+KIRA_EXPORT rb_node* rb_next(const rb_node* node) { return Step(node, kRight); }
 
-KIRA_EXPORT rb_node* rb_prev(const rb_node* node)
-{
-    return Step(node, kLeft);
-}
+KIRA_EXPORT rb_node* rb_prev(const rb_node* node) { return Step(node, kLeft); }
 
-KIRA_EXPORT void rb_replace_node(rb_node* victim, rb_node* replacement, rb_root* root)
-{
+KIRA_EXPORT void rb_replace_node(rb_node* victim, rb_node* replacement, rb_root* root) {
     ReplaceChild(victim, replacement, rb_parent(victim), root);
     if (victim->rb_left != nullptr) {
         rb_set_parent(victim->rb_left, replacement);
@@ -265,8 +231,7 @@ KIRA_EXPORT void rb_replace_node(rb_node* victim, rb_node* replacement, rb_root*
 
 // Call after rb_insert_color: starts below the node, which rotations may
 // have given children.
-KIRA_EXPORT void rb_augment_insert(rb_node* node, rb_augment_f func, void* data)
-{
+KIRA_EXPORT void rb_augment_insert(rb_node* node, rb_augment_f func, void* data) {
     if (node->rb_left != nullptr) {
         node = node->rb_left;
     } else if (node->rb_right != nullptr) {
@@ -277,8 +242,7 @@ KIRA_EXPORT void rb_augment_insert(rb_node* node, rb_augment_f func, void* data)
 
 // Call before rb_erase: the deepest node whose subtree the erase changes,
 // to be handed to rb_augment_erase_end afterwards.
-KIRA_EXPORT rb_node* rb_augment_erase_begin(rb_node* node)
-{
+KIRA_EXPORT rb_node* rb_augment_erase_begin(rb_node* node) {
     if (node->rb_left == nullptr && node->rb_right == nullptr) {
         return rb_parent(node);
     }
@@ -298,8 +262,7 @@ KIRA_EXPORT rb_node* rb_augment_erase_begin(rb_node* node)
     return deepest;
 }
 
-KIRA_EXPORT void rb_augment_erase_end(rb_node* node, rb_augment_f func, void* data)
-{
+KIRA_EXPORT void rb_augment_erase_end(rb_node* node, rb_augment_f func, void* data) {
     if (node != nullptr) {
         AugmentPath(node, func, data);
     }

@@ -5,8 +5,7 @@
 
 #include "os/base/kira_file.h"
 
-extern "C" KIRA_EXPORT char* KIRA_readline(int fd, char* buf, int size)
-{
+extern "C" KIRA_EXPORT char* KIRA_readline(int fd, char* buf, int size) {
     // A negative size would put the final terminator before the buffer.
     if (size <= 0 || buf == nullptr) {
         return nullptr;

@@ -8,8 +8,7 @@
 
 namespace {
 
-int SelectSleep(unsigned int sec, unsigned int usec)
-{
+int SelectSleep(unsigned int sec, unsigned int usec) {
     struct timeval tv;
     tv.tv_sec = sec;
     tv.tv_usec = usec;
@@ -22,18 +21,11 @@ int SelectSleep(unsigned int sec, unsigned int usec)
 extern "C" {
 
 // The unit is a 10 ms tick, as everywhere in this layer.
-KIRA_EXPORT int KIRA_sleep(unsigned int ticks)
-{
-    return SelectSleep(ticks / 100, (ticks % 100) * 10000);
-}
+KIRA_EXPORT int KIRA_sleep(unsigned int ticks) { return SelectSleep(ticks / 100, (ticks % 100) * 10000); }
 
-KIRA_EXPORT int KIRA_msleep(unsigned int ms)
-{
-    return SelectSleep(ms / 1000, (ms % 1000) * 1000);
-}
+KIRA_EXPORT int KIRA_msleep(unsigned int ms) { return SelectSleep(ms / 1000, (ms % 1000) * 1000); }
 
-KIRA_EXPORT int KIRA_CreateThread(void* (*routine)(void*), void* arg, pthread_t* tid)
-{
+KIRA_EXPORT int KIRA_CreateThread(void* (*routine)(void*), void* arg, pthread_t* tid) {
     if (routine == nullptr) {
         syslog(LOG_INFO, "Param pthread routine is null.\n");
         return -1;
@@ -50,19 +42,10 @@ KIRA_EXPORT int KIRA_CreateThread(void* (*routine)(void*), void* arg, pthread_t*
     return 0;
 }
 
-KIRA_EXPORT void KIRA_SetCurThrdPriority(int priority)
-{
-    (void)priority;
-}
+KIRA_EXPORT void KIRA_SetCurThrdPriority(int priority) { (void)priority; }
 
-KIRA_EXPORT pthread_t KIRA_GetTid(void)
-{
-    return pthread_self();
-}
+KIRA_EXPORT pthread_t KIRA_GetTid(void) { return pthread_self(); }
 
-KIRA_EXPORT pid_t KIRA_GetPid(void)
-{
-    return getpid();
-}
+KIRA_EXPORT pid_t KIRA_GetPid(void) { return getpid(); }
 
 }  // extern "C"

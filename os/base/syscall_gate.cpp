@@ -13,8 +13,7 @@ const char kSysCallPath[] = "/proc/nox/syscall";
 }  // namespace
 
 // The requests belong to the kernel side; they are passed through as given.
-extern "C" KIRA_EXPORT int KIRA_SysCall(int32_t request, void* arg)
-{
+extern "C" KIRA_EXPORT int KIRA_SysCall(int32_t request, void* arg) {
     int fd = KIRA_open(kSysCallPath, O_RDWR, 0);
     if (fd < 0) {
         return -1;

@@ -12,8 +12,7 @@ namespace {
 // A ';' or "||" anywhere before the last character chains a second command
 // and is refused; the last character is deliberately not examined, so a
 // trailing ';' passes. A single '|' and "&&" are allowed.
-bool ChainsCommands(const char* command)
-{
+bool ChainsCommands(const char* command) {
     size_t len = strlen(command);
     for (size_t i = 0; i + 1 < len; i++) {
         if (command[i] == ';' || (command[i] == '|' && command[i + 1] == '|')) {
@@ -28,8 +27,7 @@ bool ChainsCommands(const char* command)
 extern "C" {
 
 // Returns the raw wait status, not the exit code: callers test for 0.
-KIRA_EXPORT int KIRA_system(const char* command)
-{
+KIRA_EXPORT int KIRA_system(const char* command) {
     if (command == nullptr || ChainsCommands(command)) {
         return -1;
     }
@@ -50,8 +48,7 @@ KIRA_EXPORT int KIRA_system(const char* command)
     return status;
 }
 
-KIRA_EXPORT int KIRA_Execute(const char* command)
-{
+KIRA_EXPORT int KIRA_Execute(const char* command) {
     if (command == nullptr) {
         return -1;
     }

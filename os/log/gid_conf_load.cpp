@@ -22,8 +22,8 @@ int32_t read_gid_conf_line(char* line, uint32_t localFlag) {
     uint32_t interval = 0;
     uint32_t burst = 0;
     uint32_t resume = kDefaultResume;
-    const int fields = sscanf_s(line, "gid=%u,num=%u,interval=%u,burst=%u,resume=%u\n", &gid, &num, &interval,
-                                &burst, &resume);
+    const int fields =
+        sscanf_s(line, "gid=%u,num=%u,interval=%u,burst=%u,resume=%u\n", &gid, &num, &interval, &burst, &resume);
     if (fields != 5 && fields != 3) return -22;
     if (gid == 0 || gid == DBG_ALL_GID) return -22;
     return replace_or_add_gid(gid, num, interval, burst, resume, static_cast<int32_t>(localFlag));

@@ -39,9 +39,9 @@ typedef struct tagDBG_RATELIMIT_S {
     uint32_t num;          // lines allowed per period
     uint32_t printed;
     uint32_t missed;
-    uint32_t burst;        // kept and saved only
-    uint32_t resume;       // kept and saved only
-    struct timespec begin;        // tv_sec 0: period not started
+    uint32_t burst;         // kept and saved only
+    uint32_t resume;        // kept and saved only
+    struct timespec begin;  // tv_sec 0: period not started
     struct timespec last_report;
 } DBG_RATELIMIT_S;
 
@@ -55,7 +55,7 @@ typedef struct tagDBG_GID_CONF_S {
 struct tagDBG_PID_CONF_S {
     struct rb_node node;
     uint32_t pid;
-    uint8_t level;  // last level seen; written and read with relaxed atomics
+    uint8_t level;          // last level seen; written and read with relaxed atomics
     DBG_GID_CONF_S* group;  // set once linked, read without the tree lock
     char pid_name[DBG_PID_NAME_SIZE];
 };
@@ -94,8 +94,8 @@ void KIRA_DebugInitialize(void);
 
 // ---- output ----
 int32_t is_print_full(DBG_PID_CONF_S* conf);
-void __output_log(uint32_t pid, uint32_t level, const char* func, uint32_t line, uint64_t lineId,
-                  const char* message, int32_t identityMode, DBG_PID_CONF_S* conf);
+void __output_log(uint32_t pid, uint32_t level, const char* func, uint32_t line, uint64_t lineId, const char* message,
+                  int32_t identityMode, DBG_PID_CONF_S* conf);
 const char* __get_process_info(int32_t mode);
 void __get_process_name(char* out);
 // Lines dropped by the rate limiter since the process started.

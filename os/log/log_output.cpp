@@ -78,8 +78,8 @@ int32_t is_print_full(DBG_PID_CONF_S* conf) {
 
 uint64_t DbgRateLimitedLines(void) { return __atomic_load_n(&g_rateLimitedLines, __ATOMIC_RELAXED); }
 
-void __output_log(uint32_t pid, uint32_t level, const char* func, uint32_t line, uint64_t lineId,
-                  const char* message, int32_t identityMode, DBG_PID_CONF_S* conf) {
+void __output_log(uint32_t pid, uint32_t level, const char* func, uint32_t line, uint64_t lineId, const char* message,
+                  int32_t identityMode, DBG_PID_CONF_S* conf) {
     char moduleName[DBG_PID_NAME_SIZE];
     if (conf != nullptr) {
         DbgSnapshotPidName(conf, moduleName);
@@ -94,9 +94,8 @@ void __output_log(uint32_t pid, uint32_t level, const char* func, uint32_t line,
     const int priority = SyslogPriority(level);
     if (priority < 0) return;
     syslog(priority, "[%5lu.%06lu][%lx][%s][%s][%s][%s,%d][%s]\n", static_cast<unsigned long>(now.tv_sec),
-           static_cast<unsigned long>(now.tv_nsec / 1000), static_cast<unsigned long>(lineId),
-           g_aszLogLevelName[level], message, moduleName, func, static_cast<int>(line),
-           __get_process_info(identityMode));
+           static_cast<unsigned long>(now.tv_nsec / 1000), static_cast<unsigned long>(lineId), g_aszLogLevelName[level],
+           message, moduleName, func, static_cast<int>(line), __get_process_info(identityMode));
 }
 
 extern "C" {

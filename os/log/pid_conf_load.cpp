@@ -43,9 +43,7 @@ int32_t read_pid_conf_line(char* line) {
     return 0;
 }
 
-void read_pid_conf(const char* path) {
-    DbgReadConfFile(path, "read_pid_conf", "read_pid_conf_line", ParsePidLine, 0);
-}
+void read_pid_conf(const char* path) { DbgReadConfFile(path, "read_pid_conf", "read_pid_conf_line", ParsePidLine, 0); }
 
 void read_pid_conf_filename(const char* name) { DbgReadPrefixedConf(name, "pid_", read_pid_conf); }
 

@@ -78,8 +78,8 @@ bool NextSavedGidLine(void** cursor, char* buf, size_t size) {
     *cursor = rec;
     if (rec == nullptr) return false;
     SpinGuard hold(&rec->rs.lock);
-    return snprintf_s(buf, size, size - 1, "gid=%u,num=%u,interval=%u,burst=%u,resume=%u\n", rec->gid,
-                      rec->rs.num, rec->rs.interval, rec->rs.burst, rec->rs.resume) >= 0;
+    return snprintf_s(buf, size, size - 1, "gid=%u,num=%u,interval=%u,burst=%u,resume=%u\n", rec->gid, rec->rs.num,
+                      rec->rs.interval, rec->rs.burst, rec->rs.resume) >= 0;
 }
 
 }  // namespace

@@ -19,9 +19,7 @@ struct SysTicks {
     unsigned long long irq = 0;
     unsigned long long softirq = 0;
 
-    bool Read() {
-        return ZADI_Linux_Plugin::get_sys_cpu_tick(user, nice, system, idle, iowait, irq, softirq) == 0;
-    }
+    bool Read() { return ZADI_Linux_Plugin::get_sys_cpu_tick(user, nice, system, idle, iowait, irq, softirq) == 0; }
     unsigned long long Total() const { return user + nice + system + idle + iowait + irq + softirq; }
 };
 
@@ -76,9 +74,7 @@ void CalcAllProcessCoreCPU(struct list_head* firstScan, struct list_head* second
     AppendValid(firstScan, result);
 }
 
-void CalcAllProcessRssMem(struct list_head* scan, struct list_head* result) {
-    AppendValid(scan, result);
-}
+void CalcAllProcessRssMem(struct list_head* scan, struct list_head* result) { AppendValid(scan, result); }
 
 int GetAllProcessCoreCPUEvery(struct list_head* allProcessListHead, int* usersyscpu, unsigned int intervalSeconds) {
     if (allProcessListHead == nullptr || usersyscpu == nullptr) {

@@ -32,9 +32,7 @@ int MatchProcessName(const char* procName, int pid) {
 
 }  // namespace
 
-int CheckProcessExist(const char* procName, int pid) {
-    return MatchProcessName(procName, pid);
-}
+int CheckProcessExist(const char* procName, int pid) { return MatchProcessName(procName, pid); }
 
 int KillProcess(const char* procName, int pid) {
     int ret = MatchProcessName(procName, pid);
@@ -42,8 +40,7 @@ int KillProcess(const char* procName, int pid) {
         return ret;
     }
     char cmd[kKillCmdSize];
-    if (snprintf_s(cmd, sizeof(cmd), sizeof(cmd) - 1, "kill -9 %u >/dev/null 2>&1 &", static_cast<unsigned>(pid)) <
-        0) {
+    if (snprintf_s(cmd, sizeof(cmd), sizeof(cmd) - 1, "kill -9 %u >/dev/null 2>&1 &", static_cast<unsigned>(pid)) < 0) {
         return 0;
     }
     (void)ZADI_ExecuteCmd(cmd);

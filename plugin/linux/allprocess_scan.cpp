@@ -147,6 +147,4 @@ void FreeListEntries(struct list_head* pstListHead) {
     }
 }
 
-void FreeProcBasicData(struct list_head* pstListHead) {
-    FreeListEntries(pstListHead);
-}
+void FreeProcBasicData(struct list_head* pstListHead) { FreeListEntries(pstListHead); }

@@ -25,8 +25,8 @@ namespace zadi {
 
 constexpr size_t kReasonSize = sizeof(((FI_RESULT_S*)nullptr)->reason);
 constexpr size_t kCmdlineBufSize = 1024;
-constexpr size_t kScanPathSize = 100;   // "/proc/%s/cmdline" while walking /proc
-constexpr size_t kPidPathSize = 64;     // per-pid files of the sampling methods
+constexpr size_t kScanPathSize = 100;  // "/proc/%s/cmdline" while walking /proc
+constexpr size_t kPidPathSize = 64;    // per-pid files of the sampling methods
 
 // The float with bit pattern 0x00800000: items return it for every failure.
 float FaultMarker();

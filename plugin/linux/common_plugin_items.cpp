@@ -180,8 +180,9 @@ float GetProcessMemoryExtern(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, 
 }
 
 float GetProcessHandle(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI_RESULT_S* result) {
-    return ExactPidItem(argc, argv, context, result, kHandleFault,
-                        [](ZADI_Linux_Plugin& p, const char* name, int& pid) { return p.get_process_handle(name, pid); });
+    return ExactPidItem(
+        argc, argv, context, result, kHandleFault,
+        [](ZADI_Linux_Plugin& p, const char* name, int& pid) { return p.get_process_handle(name, pid); });
 }
 
 float GetProcessHandleExtern(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI_RESULT_S* result) {
@@ -190,8 +191,9 @@ float GetProcessHandleExtern(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, 
 
 // Existence never fails once the arguments are accepted: 1.0 or 0.0.
 float IsExistProcess(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI_RESULT_S* result) {
-    return ExactPidItem(argc, argv, context, result, nullptr,
-                        [](ZADI_Linux_Plugin& p, const char* name, int& pid) { return p.get_process_exist(name, pid); });
+    return ExactPidItem(argc, argv, context, result, nullptr, [](ZADI_Linux_Plugin& p, const char* name, int& pid) {
+        return p.get_process_exist(name, pid);
+    });
 }
 
 float IsExistProcessExtern(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI_RESULT_S* result) {
@@ -229,8 +231,7 @@ float GetProcessCoreCPUFuzzyMatch(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* cont
     return result == nullptr ? value : ToCoreShare(value, result);
 }
 
-float GetProcessCoreCPUFuzzyMatchCfgPeriod(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context,
-                                           FI_RESULT_S* result) {
+float GetProcessCoreCPUFuzzyMatchCfgPeriod(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI_RESULT_S* result) {
     const float value = FuzzyCpuCfgPeriodItem(argc, argv, context, result);
     return result == nullptr ? value : ToCoreShare(value, result);
 }

@@ -83,7 +83,7 @@ StatLineRead ReadStatLine(const char* path, kira::UniqueBlock& block) {
     char* line = static_cast<char*>(block.get());
     line[0] = '\0';
     return ReadFirstLine(path, line, kStatLineSize) == FirstLine::kOpenFailed ? StatLineRead::kOpenFailed
-                                                                                : StatLineRead::kOk;
+                                                                              : StatLineRead::kOk;
 }
 
 unsigned long long ParseStatLineTicks(const char* line) {

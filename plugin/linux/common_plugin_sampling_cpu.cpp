@@ -27,8 +27,7 @@ unsigned long long ZADI_Linux_Plugin::get_cpu_total_occupy() {
     // Four counters only (unlike the system CPU items): kept on purpose so
     // figures stay comparable with earlier releases.
     total_cpu_occupy_t t = {0, 0, 0, 0};
-    (void)sscanf_s(static_cast<char*>(block.get()), "%*s %llu %llu %llu %llu", &t.user, &t.nice, &t.system,
-                   &t.idle);
+    (void)sscanf_s(static_cast<char*>(block.get()), "%*s %llu %llu %llu %llu", &t.user, &t.nice, &t.system, &t.idle);
     return t.user + t.nice + t.system + t.idle;
 }
 
@@ -62,8 +61,7 @@ float ZADI_Linux_Plugin::get_pcpu(int pid, unsigned long long& syscputime, unsig
     if (proc == 0 || total == syscputime) {
         return 0.0f;
     }
-    const double value =
-        static_cast<double>(proc - procputime) * 100.0 / static_cast<double>(total - syscputime);
+    const double value = static_cast<double>(proc - procputime) * 100.0 / static_cast<double>(total - syscputime);
     syscputime = total;
     procputime = proc;
     return static_cast<float>(value);

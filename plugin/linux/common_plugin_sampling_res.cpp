@@ -110,8 +110,7 @@ float HeaviestFuzzyMatch(const char* name, int& maxUsagePid, Measure measure) {
 }  // namespace zadi
 
 float ZADI_Linux_Plugin::get_process_memory(const char* name) {
-    return zadi::HeaviestFuzzyMatch(name, max_usage_pid,
-                                    [](int pid) { return static_cast<float>(get_phy_mem(pid)); });
+    return zadi::HeaviestFuzzyMatch(name, max_usage_pid, [](int pid) { return static_cast<float>(get_phy_mem(pid)); });
 }
 
 float ZADI_Linux_Plugin::get_process_handle(const char* name) {

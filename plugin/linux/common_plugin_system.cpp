@@ -27,9 +27,8 @@ float ZADI_Linux_Plugin::get_disk_usage(const char* path) {
     return static_cast<float>(rounded);
 }
 
-int ZADI_Linux_Plugin::get_sys_cpu_tick(unsigned long long& user, unsigned long long& nice,
-                                        unsigned long long& system, unsigned long long& idle,
-                                        unsigned long long& iowait, unsigned long long& irq,
+int ZADI_Linux_Plugin::get_sys_cpu_tick(unsigned long long& user, unsigned long long& nice, unsigned long long& system,
+                                        unsigned long long& idle, unsigned long long& iowait, unsigned long long& irq,
                                         unsigned long long& softirq) {
     static const char kPath[] = "/proc/stat";
     zadi::LineReader reader;
@@ -40,8 +39,7 @@ int ZADI_Linux_Plugin::get_sys_cpu_tick(unsigned long long& user, unsigned long 
     char line[256] = {0};
     (void)reader.Gets(line, sizeof(line));
     unsigned long long v[7] = {0, 0, 0, 0, 0, 0, 0};
-    (void)sscanf_s(line, "%*s %llu %llu %llu %llu %llu %llu %llu", &v[0], &v[1], &v[2], &v[3], &v[4], &v[5],
-                   &v[6]);
+    (void)sscanf_s(line, "%*s %llu %llu %llu %llu %llu %llu %llu", &v[0], &v[1], &v[2], &v[3], &v[4], &v[5], &v[6]);
     user = v[0];
     nice = v[1];
     system = v[2];
@@ -77,8 +75,8 @@ float ZADI_Linux_Plugin::get_sys_cpu(sys_cpu_context_t* ctx) {
         return 0.0f;
     }
     // Only idle counts as idle: iowait, irq and softirq are busy time.
-    const double usage = 100.0 - static_cast<double>(t.idle - ctx->idletime) * 100.0 /
-                                     static_cast<double>(t.total - ctx->totaltime);
+    const double usage =
+        100.0 - static_cast<double>(t.idle - ctx->idletime) * 100.0 / static_cast<double>(t.total - ctx->totaltime);
     ctx->idletime = t.idle;
     ctx->totaltime = t.total;
     return static_cast<float>(usage);

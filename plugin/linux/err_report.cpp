@@ -52,9 +52,7 @@ ZADI_ERRREPORT_S* CreateWithKey(ZADI_PRIMARY_KEY_S* key, FI_RESULT_S* result) {
     return report;
 }
 
-bool IsNeverAttached(const char* name) {
-    return strcmp(name, "ErrCode") == 0 || strcmp(name, "RecoverCmd") == 0;
-}
+bool IsNeverAttached(const char* name) { return strcmp(name, "ErrCode") == 0 || strcmp(name, "RecoverCmd") == 0; }
 
 }  // namespace
 
@@ -120,8 +118,7 @@ ZADI_ERRREPORT_S* CreateErrRptSysMemHigh(int argc, FI_PARAM_S* argv, unsigned in
     return CreateErrRptSysCPUHigh(argc, argv, uErrCode, result);
 }
 
-ZADI_ERRREPORT_S* CreateErrRptheartbeatLast(int argc, FI_PARAM_S* argv, unsigned int uErrCode,
-                                            FI_RESULT_S* result) {
+ZADI_ERRREPORT_S* CreateErrRptheartbeatLast(int argc, FI_PARAM_S* argv, unsigned int uErrCode, FI_RESULT_S* result) {
     char* strProcName = nullptr;
     char* strProcModId = nullptr;
     char* strhangFlowId = nullptr;

@@ -23,7 +23,6 @@ int AddParaToErrRpt(int argc, FI_PARAM_S* argv, ZADI_ERRREPORT_S* errRpt, FI_RES
 
 ZADI_ERRREPORT_S* CreateErrRptSysCPUHigh(int argc, FI_PARAM_S* argv, unsigned int uErrCode, FI_RESULT_S* result);
 ZADI_ERRREPORT_S* CreateErrRptSysMemHigh(int argc, FI_PARAM_S* argv, unsigned int uErrCode, FI_RESULT_S* result);
-ZADI_ERRREPORT_S* CreateErrRptheartbeatLast(int argc, FI_PARAM_S* argv, unsigned int uErrCode,
-                                            FI_RESULT_S* result);
+ZADI_ERRREPORT_S* CreateErrRptheartbeatLast(int argc, FI_PARAM_S* argv, unsigned int uErrCode, FI_RESULT_S* result);
 
 #endif

@@ -31,9 +31,7 @@ uint32_t Capacity(const ZADI_PROCESS_HEARTBEAT_CONTEXT* ctx) {
     return ctx->uiSize < ZADI_HEARTBEAT_NODE_MAX ? ctx->uiSize : static_cast<uint32_t>(ZADI_HEARTBEAT_NODE_MAX);
 }
 
-void ZeroNode(ZADI_PROCESS_HEARTBEAT_NODE* node) {
-    (void)memset_s(node, sizeof(*node), 0, sizeof(*node));
-}
+void ZeroNode(ZADI_PROCESS_HEARTBEAT_NODE* node) { (void)memset_s(node, sizeof(*node), 0, sizeof(*node)); }
 
 // Drops nodes whose file was not seen and moves the rest to the front,
 // keeping their order.

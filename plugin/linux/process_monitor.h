@@ -32,7 +32,7 @@ typedef struct tagZADI_PROCESS_HEARTBEAT_CONTEXT {
 } ZADI_PROCESS_HEARTBEAT_CONTEXT;
 
 // As many whole nodes as fit in contextbuff behind the header.
-#define ZADI_HEARTBEAT_NODE_MAX                                                                        \
+#define ZADI_HEARTBEAT_NODE_MAX                                                                     \
     ((sizeof(((FI_CONTEXT_S*)0)->contextbuff) - offsetof(ZADI_PROCESS_HEARTBEAT_CONTEXT, stNode)) / \
      sizeof(ZADI_PROCESS_HEARTBEAT_NODE))
 

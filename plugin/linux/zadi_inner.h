@@ -74,30 +74,21 @@ void ZADI_DestoryErrRptSub(const ZADI_ERRREPORT_S* errRpt);
 }
 #endif
 
-static inline ZADI_ERRREPORT_S* ZADI_CreateErrRptInner(ZADI_PRIMARY_KEY_S* pKey)
-{
-    return ZADI_CreateErrRptSub(pKey);
-}
+static inline ZADI_ERRREPORT_S* ZADI_CreateErrRptInner(ZADI_PRIMARY_KEY_S* pKey) { return ZADI_CreateErrRptSub(pKey); }
 
-static inline int ZADI_AddParamToErrRptInner(const ZADI_ERRREPORT_S* errRpt, char* name, char* value)
-{
+static inline int ZADI_AddParamToErrRptInner(const ZADI_ERRREPORT_S* errRpt, char* name, char* value) {
     return ZADI_AddParamToErrRptSub(errRpt, name, value);
 }
 
-static inline int ZADI_GetPrimaryKeyInner(const ZADI_ERRREPORT_S* errRpt, ZADI_PRIMARY_KEY_S* key)
-{
+static inline int ZADI_GetPrimaryKeyInner(const ZADI_ERRREPORT_S* errRpt, ZADI_PRIMARY_KEY_S* key) {
     return ZADI_GetPrimaryKeySub(errRpt, key);
 }
 
-static inline void ZADI_DestoryErrRptInner(const ZADI_ERRREPORT_S* errRpt)
-{
-    ZADI_DestoryErrRptSub(errRpt);
-}
+static inline void ZADI_DestoryErrRptInner(const ZADI_ERRREPORT_S* errRpt) { ZADI_DestoryErrRptSub(errRpt); }
 
 // Without a description there is nothing to format, so the argument list is
 // never opened and the agent must not read it.
-static inline int ZADI_SendErrReportInner(const ZADI_ERRREPORT_S* errRpt, const char* desc, ...)
-{
+static inline int ZADI_SendErrReportInner(const ZADI_ERRREPORT_S* errRpt, const char* desc, ...) {
     int iRet = 0;
     va_list args;
     if (desc != NULL) {

@@ -24,11 +24,7 @@ typedef enum : int {
 } PROCESS_RESOURCE_E;
 
 // Match modes of check_with_cmdline / get_allpid; any other value is exact.
-enum {
-    CMDLINE_MATCH_EXACT = 0,
-    CMDLINE_MATCH_PREFIX = 1,
-    CMDLINE_MATCH_FUZZY = 2
-};
+enum { CMDLINE_MATCH_EXACT = 0, CMDLINE_MATCH_PREFIX = 1, CMDLINE_MATCH_FUZZY = 2 };
 
 // Group CPU measurements sample at most this many processes per call.
 #define PROCESS_SAMPLE_MAX 128
@@ -132,18 +128,14 @@ KIRA_EXPORT float GetProcessHandleExtern(int argc, FI_PARAM_S* argv, FI_CONTEXT_
 KIRA_EXPORT float IsExistProcess(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI_RESULT_S* result);
 KIRA_EXPORT float IsExistProcessExtern(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI_RESULT_S* result);
 KIRA_EXPORT float IsExistProcessPreCmd(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI_RESULT_S* result);
-KIRA_EXPORT float GetProcessSysCPUFuzzyMatch(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context,
-                                             FI_RESULT_S* result);
+KIRA_EXPORT float GetProcessSysCPUFuzzyMatch(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI_RESULT_S* result);
 KIRA_EXPORT float GetProcessSysCPUFuzzyMatchCfgPeriod(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context,
                                                       FI_RESULT_S* result);
-KIRA_EXPORT float GetProcessCoreCPUFuzzyMatch(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context,
-                                              FI_RESULT_S* result);
+KIRA_EXPORT float GetProcessCoreCPUFuzzyMatch(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI_RESULT_S* result);
 KIRA_EXPORT float GetProcessCoreCPUFuzzyMatchCfgPeriod(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context,
                                                        FI_RESULT_S* result);
-KIRA_EXPORT float GetProcessMemoryFuzzyMatch(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context,
-                                             FI_RESULT_S* result);
-KIRA_EXPORT float GetProcessHandleFuzzyMatch(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context,
-                                             FI_RESULT_S* result);
+KIRA_EXPORT float GetProcessMemoryFuzzyMatch(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI_RESULT_S* result);
+KIRA_EXPORT float GetProcessHandleFuzzyMatch(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI_RESULT_S* result);
 }
 
 #endif

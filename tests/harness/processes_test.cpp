@@ -118,7 +118,7 @@ SANDBOX_TEST(FakeCommand, RecordsArgumentsPrintsAndExits) {
 // Target programs run in cross builds too, where the kernel cannot start them by itself.
 TEST(TargetCommand, RunsTargetPrograms) {
     EXPECT_EQ(Sh(kt::TargetCommand(KIRA_BINARY_DIR "/tests/harness_tests") +
-                  " --gtest_filter=UniqueName.* --gtest_brief=1 >/dev/null; echo $?"),
+                 " --gtest_filter=UniqueName.* --gtest_brief=1 >/dev/null; echo $?"),
               "0\n|0");
 }
 

@@ -126,7 +126,17 @@ TEST(SandboxIsolation, SandboxOnlyHelpersRefuseOutside) {
 TEST(SandboxOutcome, ResultsComeBackWithKindPlaceAndText) {
     REQUIRE_SANDBOX();
     EXPECT_EQ(kt::RunSandboxedOutcome([] {}).kind, Kind::kPassed);
-    struct Case { void (*body)(); int line; Kind kind; Result::Type type; size_t count; const char* first; const char* last; };
+    struct Case {
+        void (*body)();
+        int line;
+        Kind kind;
+        Result::Type type;
+        size_t count;
+        const char* first;
+        const char* last;
+    };
+    // Each body stays on its case's line: the reported line is compared with __LINE__.
+    // clang-format off
     const Case cases[] = {
         {[] { ADD_FAILURE() << "first"; EXPECT_EQ(1, 2) << "second"; }, __LINE__, Kind::kFailed, Result::kNonFatalFailure, 2, "first", "second"},
         {[] { ASSERT_TRUE(false) << "stop here"; }, __LINE__, Kind::kFailed, Result::kFatalFailure, 1, "stop here", ""},
@@ -134,6 +144,7 @@ TEST(SandboxOutcome, ResultsComeBackWithKindPlaceAndText) {
         // A crash is the parent's own message, re-reported as a plain failure.
         {[] { abort(); }, 0, Kind::kCrashed, Result::kNonFatalFailure, 0, "sandboxed test crashed: signal 6", ""},
     };
+    // clang-format on
     for (const Case& c : cases) {
         const kt::SandboxOutcome direct = kt::RunSandboxedOutcome(c.body);
         const auto nested = kt::RunSandboxedOutcome([&c] { kt::RunSandboxed(c.body); }).reports;
@@ -189,7 +200,8 @@ TEST(SandboxOutcome, CrashPrintsBacktraceHangIsKilledEarlyExitFails) {
     EXPECT_EQ(kt::RunSandboxedOutcome([err_fd] {
                   dup2(err_fd, STDERR_FILENO);
                   abort();
-              }).kind, Kind::kCrashed);
+              }).kind,
+              Kind::kCrashed);
     wr.reset();
     char buf[4096] = {};
     ASSERT_GT(read(rd.get(), buf, sizeof buf - 1), 0);
@@ -198,7 +210,11 @@ TEST(SandboxOutcome, CrashPrintsBacktraceHangIsKilledEarlyExitFails) {
     kt::SandboxOptions opts;
     opts.timeout_ms = 300;
     const auto start = std::chrono::steady_clock::now();
-    kt::SandboxOutcome hung = kt::RunSandboxedOutcome([] { for (;;) pause(); }, opts);
+    kt::SandboxOutcome hung = kt::RunSandboxedOutcome(
+        [] {
+            for (;;) pause();
+        },
+        opts);
     const auto took = std::chrono::steady_clock::now() - start;
     EXPECT_EQ(hung.kind, Kind::kTimedOut);
     EXPECT_EQ(hung.message.rfind("sandboxed test timed out", 0), 0u) << hung.message;
@@ -241,8 +257,12 @@ TEST(SandboxOutcome, LeakInTheBodyIsReported) {
     REQUIRE_SANDBOX();
     // Leaked from a finished thread, so no stale copy of the pointer stays on a scanned stack.
     EXPECT_EQ(kt::RunSandboxedOutcome([] {
-                  std::thread([] { void* volatile block = malloc(64); (void)block; }).join();
-              }).kind, Kind::kLeaked);
+                  std::thread([] {
+                      void* volatile block = malloc(64);
+                      (void)block;
+                  }).join();
+              }).kind,
+              Kind::kLeaked);
 }
 #endif
 
@@ -252,7 +272,7 @@ TEST(SyslogParse, GlibcDatagramForms) {
     const std::pair<std::string, std::string> cases[] = {
         // Only the first ": " ends the ident.
         {"<11>Nov  1 05:06:07 prog[123]: Open failed(x): y\n", "3|prog|Open failed(x): y\n"},
-        {"<190>Dec 31 23:59:59 tag: text", "6|tag|text"},  // facility local7, info
+        {"<190>Dec 31 23:59:59 tag: text", "6|tag|text"},                        // facility local7, info
         {"<8>Jan 10 00:00:00 x[y]: <3>kernel-style", "0|x[y]|<3>kernel-style"},  // not a pid: kept
         {"no header at all", "-1||no header at all"},
     };

@@ -21,7 +21,6 @@ TEST(ScanString, SizeArgumentCountsTheTerminator) {
     EXPECT_EQ(0, sscanf_s("abcd 5", "%s %d", buf, 4u, &after));
     EXPECT_STREQ("", buf) << "a field one too long leaves the buffer empty";
     EXPECT_EQ(7, after) << "and ends the scan";
-
 }
 
 TEST(ScanString, WidthAndSuppression) {
@@ -168,8 +167,8 @@ TEST(ScanDirectives, LiteralsPercentCountAndEofVersusZero) {
 // The formats used for /proc and the configuration files.
 TEST(ScanSystemFormats, ProcAndConfigLines) {
     unsigned long long t[7] = {};
-    EXPECT_EQ(7, sscanf_s("cpu  10 20 30 40 50 60 70 80 90 0\n", "%*s %llu %llu %llu %llu %llu %llu %llu", &t[0],
-                          &t[1], &t[2], &t[3], &t[4], &t[5], &t[6]));
+    EXPECT_EQ(7, sscanf_s("cpu  10 20 30 40 50 60 70 80 90 0\n", "%*s %llu %llu %llu %llu %llu %llu %llu", &t[0], &t[1],
+                          &t[2], &t[3], &t[4], &t[5], &t[6]));
     EXPECT_EQ(10u, t[0]);
     EXPECT_EQ(70u, t[6]);
 
@@ -180,8 +179,7 @@ TEST(ScanSystemFormats, ProcAndConfigLines) {
 
     unsigned gid = 0, num = 0, interval = 0, burst = 0, resume = 86400;
     const char* five = "gid=%u,num=%u,interval=%u,burst=%u,resume=%u\n";
-    EXPECT_EQ(5, sscanf_s("gid=3,num=10,interval=2,burst=4,resume=60\n", five, &gid, &num, &interval, &burst,
-                          &resume));
+    EXPECT_EQ(5, sscanf_s("gid=3,num=10,interval=2,burst=4,resume=60\n", five, &gid, &num, &interval, &burst, &resume));
     EXPECT_EQ(60u, resume);
     resume = 86400;
     EXPECT_EQ(3, sscanf_s("gid=7,num=1,interval=9\n", five, &gid, &num, &interval, &burst, &resume));
@@ -194,8 +192,8 @@ TEST(ScanSystemFormats, ProcAndConfigLines) {
     EXPECT_EQ(3, sscanf_s("pid=424 pid_name=ZADIMONITOR gid=5\n", module, &pid, name, 32u, &gid));
     EXPECT_STREQ("ZADIMONITOR", name);
     EXPECT_EQ(1, sscanf_s("pid=9 gid=5\n", module, &pid, name, 32u, &gid));
-    EXPECT_EQ(2, sscanf_s("pid=9 pid_name=0123456789012345678901234567890123456789 gid=5\n", module, &pid, name, 32u,
-                          &gid))
+    EXPECT_EQ(
+        2, sscanf_s("pid=9 pid_name=0123456789012345678901234567890123456789 gid=5\n", module, &pid, name, 32u, &gid))
         << "the width stops the name, the rest then fails the literal";
     EXPECT_EQ(31u, strlen(name));
 }
@@ -203,11 +201,10 @@ TEST(ScanSystemFormats, ProcAndConfigLines) {
 TEST(ScanSystemFormats, ZdumpLineNineteenFields) {
     char zone[64], uwd[4], umon[4], word[64], lwd[4], lmon[4], abbr[32];
     int uday, uh, um, us, uyear, lday, lh, lm, ls, lyear, isdst, gmtoff;
-    const char* line =
-        "Europe/Berlin  Sun Mar 31 00:59:59 2024 UT = Sun Mar 31 01:59:59 2024 CET isdst=0 gmtoff=3600";
-    EXPECT_EQ(19, sscanf_s(line, "%s %s %s %d %d:%d:%d %d %s = %s %s %d %d:%d:%d %d %s isdst=%d gmtoff=%d", zone,
-                           64u, uwd, 4u, umon, 4u, &uday, &uh, &um, &us, &uyear, word, 64u, lwd, 4u, lmon, 4u, &lday,
-                           &lh, &lm, &ls, &lyear, abbr, 32u, &isdst, &gmtoff));
+    const char* line = "Europe/Berlin  Sun Mar 31 00:59:59 2024 UT = Sun Mar 31 01:59:59 2024 CET isdst=0 gmtoff=3600";
+    EXPECT_EQ(19, sscanf_s(line, "%s %s %s %d %d:%d:%d %d %s = %s %s %d %d:%d:%d %d %s isdst=%d gmtoff=%d", zone, 64u,
+                           uwd, 4u, umon, 4u, &uday, &uh, &um, &us, &uyear, word, 64u, lwd, 4u, lmon, 4u, &lday, &lh,
+                           &lm, &ls, &lyear, abbr, 32u, &isdst, &gmtoff));
     EXPECT_STREQ("Europe/Berlin", zone);
     EXPECT_STREQ("Mar", lmon);
     EXPECT_EQ(59, ls);

@@ -67,8 +67,7 @@ std::string CmdlineOf(const std::vector<std::string>& argv) {
 
 // The sleeper closing the ready pipe means it runs, loaded; the kernel then
 // already shows the new name and command line.
-bool WaitUntilReady(pid_t pid, int ready_rd, const std::string& cmdline, const std::string& comm,
-                    std::string* error) {
+bool WaitUntilReady(pid_t pid, int ready_rd, const std::string& cmdline, const std::string& comm, std::string* error) {
     struct pollfd p = {ready_rd, POLLIN, 0};
     char byte;
     int ready = poll(&p, 1, kStartWaitMs);

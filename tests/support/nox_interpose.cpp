@@ -89,8 +89,8 @@ int OpenFake(const char* path, int flags) {
         errno = ENOENT;
         return -1;
     }
-    int fd = static_cast<int>(syscall(SYS_memfd_create, path + sizeof kNoxPrefix - 1,
-                                      (flags & O_CLOEXEC) != 0 ? MFD_CLOEXEC : 0U));
+    int fd = static_cast<int>(
+        syscall(SYS_memfd_create, path + sizeof kNoxPrefix - 1, (flags & O_CLOEXEC) != 0 ? MFD_CLOEXEC : 0U));
     struct stat st;
     if (fd < 0 || fstat(fd, &st) != 0) return -1;
     ForgetFd(r, fd);
@@ -157,13 +157,13 @@ int NoxOpenCount(const std::string& path) {
 
 }  // namespace kt
 
-#define KT_MODE_ARG(flags, last)                                   \
-    mode_t mode = 0;                                               \
-    if (kt::TakesMode(flags)) {                                    \
-        va_list ap;                                                \
-        va_start(ap, last);                                        \
-        mode = static_cast<mode_t>(va_arg(ap, unsigned int));      \
-        va_end(ap);                                                \
+#define KT_MODE_ARG(flags, last)                              \
+    mode_t mode = 0;                                          \
+    if (kt::TakesMode(flags)) {                               \
+        va_list ap;                                           \
+        va_start(ap, last);                                   \
+        mode = static_cast<mode_t>(va_arg(ap, unsigned int)); \
+        va_end(ap);                                           \
     }
 
 // Hidden: the replacements serve this executable's own code; exporting them

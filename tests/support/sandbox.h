@@ -21,9 +21,9 @@
 namespace kt {
 
 struct SandboxOptions {
-    int timeout_s = 60;       // the child is killed (SIGKILL) after this
-    bool new_net = false;     // also unshare the network namespace (loopback is brought up)
-    int timeout_ms = 0;       // when non-zero, replaces timeout_s (for short limits)
+    int timeout_s = 60;    // the child is killed (SIGKILL) after this
+    bool new_net = false;  // also unshare the network namespace (loopback is brought up)
+    int timeout_ms = 0;    // when non-zero, replaces timeout_s (for short limits)
 };
 
 // False when namespaces cannot be created (not root, seccomp, ...).
@@ -54,9 +54,9 @@ struct SandboxOutcome {
         kLeaked,       // LeakSanitizer found leaks after the body (sanitizer builds)
     };
     Kind kind = Kind::kPassed;
-    int status = 0;                       // exit status, or the signal for kCrashed
-    std::string message;                  // what the parent reports; empty for kPassed
-    std::vector<SandboxReport> reports;   // in the order they happened
+    int status = 0;                      // exit status, or the signal for kCrashed
+    std::string message;                 // what the parent reports; empty for kPassed
+    std::vector<SandboxReport> reports;  // in the order they happened
 };
 SandboxOutcome RunSandboxedOutcome(const std::function<void()>& body, const SandboxOptions& opts = {});
 
@@ -79,7 +79,7 @@ int SyslogCount(const std::string& needle, int priority = -1);
 
 // ---- files (any path; inside the sandbox) ----
 void WriteFile(const std::string& path, const std::string& content, mode_t mode = 0644);
-std::string ReadFile(const std::string& path);   // "" when unreadable
+std::string ReadFile(const std::string& path);  // "" when unreadable
 void MakeDirs(const std::string& path);
 // Bind-mounts a file holding `content` over an existing path (e.g. /proc/stat).
 // Sandbox only; calling it again on the same target replaces what is seen.
@@ -97,6 +97,7 @@ public:
     explicit FakeCommand(const std::string& name, int exit_status = 0, const std::string& stdout_text = "");
     std::vector<std::vector<std::string>> Calls() const;
     const std::string& name() const { return name_; }
+
 private:
     std::string name_;
     std::string record_;
@@ -118,7 +119,7 @@ public:
     Child& operator=(Child&&) = delete;
     Child(const Child&) = delete;
     pid_t pid() const { return pid_; }
-    void Kill();          // SIGKILL and reap now
+    void Kill();  // SIGKILL and reap now
 private:
     pid_t pid_ = -1;
 };
@@ -141,18 +142,18 @@ using NoxHandler = std::function<int(unsigned long request, void* arg)>;
 void NoxSetHandler(const std::string& path, NoxHandler handler);
 void NoxRemove(const std::string& path);
 void NoxReset();
-int NoxOpenCount(const std::string& path);   // successful opens so far
+int NoxOpenCount(const std::string& path);  // successful opens so far
 
 }  // namespace kt
 
 // TEST whose body runs inside the sandbox; skipped with a message where
 // namespaces are not available.
-#define SANDBOX_TEST(suite, name)                                                      \
-    static void suite##_##name##_SandboxBody();                                        \
-    TEST(suite, name) {                                                                \
+#define SANDBOX_TEST(suite, name)                                                       \
+    static void suite##_##name##_SandboxBody();                                         \
+    TEST(suite, name) {                                                                 \
         if (!kt::SandboxAvailable()) GTEST_SKIP() << "needs root and mount namespaces"; \
-        kt::RunSandboxed(&suite##_##name##_SandboxBody);                               \
-    }                                                                                  \
+        kt::RunSandboxed(&suite##_##name##_SandboxBody);                                \
+    }                                                                                   \
     static void suite##_##name##_SandboxBody()
 
 #endif

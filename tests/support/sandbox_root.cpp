@@ -47,8 +47,8 @@ bool Failed(const std::string& what, std::string* error) {
     return false;
 }
 
-bool Mount(const char* source, const std::string& target, const char* type, unsigned long flags,
-           const char* data, std::string* error) {
+bool Mount(const char* source, const std::string& target, const char* type, unsigned long flags, const char* data,
+           std::string* error) {
     if (::mount(source, target.c_str(), type, flags, data) == 0) return true;
     return Failed(std::string("mount ") + (type != nullptr ? type : "bind") + " at " + target, error);
 }
@@ -81,7 +81,8 @@ std::vector<BindBack> OpenBindBacks() {
     std::sort(paths.begin(), paths.end());
     std::vector<BindBack> out;
     for (const std::string& p : paths) {
-        if (!out.empty() && (p == out.back().path || p.compare(0, out.back().path.size() + 1, out.back().path + "/") == 0))
+        if (!out.empty() &&
+            (p == out.back().path || p.compare(0, out.back().path.size() + 1, out.back().path + "/") == 0))
             continue;
         out.push_back(BindBack{p, kira::UniqueFd(::open(p.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC))});
     }
@@ -117,8 +118,7 @@ bool MountSystemTrees(const std::string& root, bool new_net, std::string* error)
 
 bool MountFixedDirs(const std::string& root, std::string* error) {
     return MountFreshTmpfs(root + "/tmp", "1777", error) && MountFreshTmpfs(root + "/ZUK", "755", error) &&
-           MountFreshTmpfs(root + "/etc/nox", "755", error) &&
-           MountFreshTmpfs(root + "/startup_disk", "755", error);
+           MountFreshTmpfs(root + "/etc/nox", "755", error) && MountFreshTmpfs(root + "/startup_disk", "755", error);
 }
 
 bool MountBindBacks(const std::string& root, const std::vector<BindBack>& dirs, std::string* error) {
@@ -157,10 +157,9 @@ bool EnterSandbox(const SandboxOptions& opts, std::string* error) {
     if (!Mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr, error)) return false;
     std::vector<BindBack> bind_backs = OpenBindBacks();
     const std::string root = kNewRoot;
-    bool built = Mount("tmpfs", kScratch, "tmpfs", 0, "mode=700", error) &&
-                 MountOverlay("/", "root", root, error) && MountSystemTrees(root, opts.new_net, error) &&
-                 MountFixedDirs(root, error) && MountBindBacks(root, bind_backs, error) &&
-                 EnterRoot(root, error) && StartSyslogCapture(error) &&
+    bool built = Mount("tmpfs", kScratch, "tmpfs", 0, "mode=700", error) && MountOverlay("/", "root", root, error) &&
+                 MountSystemTrees(root, opts.new_net, error) && MountFixedDirs(root, error) &&
+                 MountBindBacks(root, bind_backs, error) && EnterRoot(root, error) && StartSyslogCapture(error) &&
                  (!opts.new_net || BringLoopbackUp(error));
     if (!built) return false;
     // A connection to the host's log socket inherited from the parent would

@@ -76,8 +76,7 @@ int BodyExitCode() {
 // The sandboxed child forks once more: the body runs alone in its own
 // process, single-threaded and with no child it did not start, while this
 // one drains the syslog socket and then ends as the body did.
-[[noreturn]] void RunChild(pid_t parent, int result_fd, const std::function<void()>& body,
-                           const SandboxOptions& opts) {
+[[noreturn]] void RunChild(pid_t parent, int result_fd, const std::function<void()>& body, const SandboxOptions& opts) {
     ::setpgid(0, 0);
     ::prctl(PR_SET_PDEATHSIG, SIGKILL);
     if (::getppid() != parent) ::_exit(kExitSetupFailed);
@@ -121,8 +120,7 @@ bool ChildExited(pid_t pid) {
     memset(&info, 0, sizeof info);
     // WNOWAIT keeps the zombie, so its process group id cannot be reused
     // before the group is killed.
-    return ::waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOHANG | WNOWAIT) == 0 &&
-           info.si_pid == pid;
+    return ::waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOHANG | WNOWAIT) == 0 && info.si_pid == pid;
 }
 
 // Waits for the child up to the limit, collecting its results meanwhile (a
@@ -155,9 +153,15 @@ void JudgeStatus(int status, SandboxOutcome* out) {
     }
     out->status = WEXITSTATUS(status);
     switch (out->status) {
-        case kExitPassed: out->kind = Kind::kPassed; return;
-        case kExitFailed: out->kind = Kind::kFailed; return;
-        case kExitSkipped: out->kind = Kind::kSkipped; return;
+        case kExitPassed:
+            out->kind = Kind::kPassed;
+            return;
+        case kExitFailed:
+            out->kind = Kind::kFailed;
+            return;
+        case kExitSkipped:
+            out->kind = Kind::kSkipped;
+            return;
         case kExitSetupFailed:
             out->kind = Kind::kSetupFailed;
             out->message = "sandbox setup failed (the child's reason is printed above)";

@@ -122,8 +122,8 @@ bool IsDigits(const std::string& s, size_t from, size_t to) {
 
 // "Mmm dd hh:mm:ss " (the day padded with a space below 10).
 bool IsTimestampAt(const std::string& s, size_t pos) {
-    return s.size() - pos >= 16 && s[pos + 3] == ' ' && s[pos + 6] == ' ' && s[pos + 9] == ':' &&
-           s[pos + 12] == ':' && s[pos + 15] == ' ';
+    return s.size() - pos >= 16 && s[pos + 3] == ' ' && s[pos + 6] == ' ' && s[pos + 9] == ':' && s[pos + 12] == ':' &&
+           s[pos + 15] == ' ';
 }
 
 std::string IdentWithoutPid(std::string tag) {

@@ -53,9 +53,10 @@ SANDBOX_TEST(Runner, DefaultConfigurationShowsRealFiguresOfThisMachine) {
     ASSERT_EQ(r.status, 0) << r.out;
     const auto lines = Lines(r.out);
     // Every system item succeeds, and the runner finds itself.
-    for (const char* item : {"GetSysCPU", "GetSysUsrCPU", "GetSysMemory", "GetSysFreeMemory", "GetDiskUsage",
-                             "GetProcessMemory"}) {
-        const std::string* l = LineWith(lines, std::string("\"item\":\"") + item + "\"", item[3] == 'P' ? "zadi_runner" : "");
+    for (const char* item :
+         {"GetSysCPU", "GetSysUsrCPU", "GetSysMemory", "GetSysFreeMemory", "GetDiskUsage", "GetProcessMemory"}) {
+        const std::string* l =
+            LineWith(lines, std::string("\"item\":\"") + item + "\"", item[3] == 'P' ? "zadi_runner" : "");
         ASSERT_NE(l, nullptr) << item << "\n" << r.out;
         EXPECT_NE(l->find("\"result\":0"), std::string::npos) << *l;
         EXPECT_EQ(l->find("\"value\":null"), std::string::npos) << *l;
@@ -80,13 +81,20 @@ SANDBOX_TEST(Runner, ConfigurationFileKeepsContextsAcrossRounds) {
     kt::Child c("rnc", {"/opt/" + u, "serve"});
     kt::WriteFile("/tmp/items.conf",
                   "# items for the test\n"
-                  "item=IsExistProcess,period=1,ProcessName=/opt/" + u + " serve\n"
-                  "\n"
-                  "item=GetSysCPU,period=1\n"
-                  "item=IsExistProcessExtern,period=1,ProcessName=/opt/" + u + "\n"
-                  "item=GetProcessMemoryFuzzyMatch,period=1,ProcessName=/opt/" + u + " s*\n"
-                  "item=GetDiskUsage,period=1,Path=/no/such/dir\n"
-                  "item=IsExistProcess,period=1,ProcessName=/opt/" + u + " # commented out\n");
+                  "item=IsExistProcess,period=1,ProcessName=/opt/" +
+                      u +
+                      " serve\n"
+                      "\n"
+                      "item=GetSysCPU,period=1\n"
+                      "item=IsExistProcessExtern,period=1,ProcessName=/opt/" +
+                      u +
+                      "\n"
+                      "item=GetProcessMemoryFuzzyMatch,period=1,ProcessName=/opt/" +
+                      u +
+                      " s*\n"
+                      "item=GetDiskUsage,period=1,Path=/no/such/dir\n"
+                      "item=IsExistProcess,period=1,ProcessName=/opt/" +
+                      u + " # commented out\n");
     const Run r = Exec("--config /tmp/items.conf --rounds 2 --json");
     ASSERT_EQ(r.status, 0) << r.out;
     const auto lines = Lines(r.out);

@@ -31,8 +31,8 @@ struct tagZADI_ERRREPORT_S {
 namespace {
 
 struct FailPlan {
-    int nth = 0;       // as in ZADI_AgentSubFailCall
-    int calls = 0;     // calls of this kind since load or reset
+    int nth = 0;    // as in ZADI_AgentSubFailCall
+    int calls = 0;  // calls of this kind since load or reset
 };
 
 struct SubState {
@@ -46,8 +46,7 @@ struct SubState {
     bool envRead = false;
 };
 
-SubState& State()
-{
+SubState& State() {
     static SubState state;
     return state;
 }
@@ -60,8 +59,7 @@ public:
     Locked& operator=(const Locked&) = delete;
 };
 
-int CallFromName(const std::string& name)
-{
+int CallFromName(const std::string& name) {
     static const char* const kNames[ZADI_SUB_CALL_BUTT] = {"create", "addparam", "getkey", "send"};
     for (int i = 0; i < ZADI_SUB_CALL_BUTT; ++i) {
         if (name == kNames[i]) return i;
@@ -69,8 +67,7 @@ int CallFromName(const std::string& name)
     return -1;
 }
 
-void ParseFailPlan(SubState& s, const char* text)
-{
+void ParseFailPlan(SubState& s, const char* text) {
     std::string all(text);
     size_t pos = 0;
     while (pos <= all.size()) {
@@ -89,8 +86,7 @@ void ParseFailPlan(SubState& s, const char* text)
 }
 
 // Caller holds the lock.
-void ReadEnvironment(SubState& s)
-{
+void ReadEnvironment(SubState& s) {
     const char* out = getenv("ZADI_AGENT_SUB_OUT");
     s.outPath = (out != nullptr) ? out : "";
     const char* fail = getenv("ZADI_AGENT_SUB_FAIL");
@@ -98,16 +94,14 @@ void ReadEnvironment(SubState& s)
     s.envRead = true;
 }
 
-SubState& Ready()
-{
+SubState& Ready() {
     SubState& s = State();
     if (!s.envRead) ReadEnvironment(s);
     return s;
 }
 
 // Caller holds the lock. Counts the call and says whether it must fail.
-bool ShouldFail(int call)
-{
+bool ShouldFail(int call) {
     FailPlan& p = Ready().plan[call];
     ++p.calls;
     if (p.nth < 0) return true;
@@ -119,8 +113,7 @@ bool ShouldFail(int call)
 }
 
 // Names, values and texts may hold anything; keep the record on one line.
-void AppendQuoted(std::string& line, const char* text)
-{
+void AppendQuoted(std::string& line, const char* text) {
     line += '"';
     for (const unsigned char* p = reinterpret_cast<const unsigned char*>(text); *p != '\0'; ++p) {
         if (*p == '"' || *p == '\\') {
@@ -137,11 +130,11 @@ void AppendQuoted(std::string& line, const char* text)
     line += '"';
 }
 
-std::string RenderReport(const ZADI_ERRREPORT_S* rpt, const char* desc)
-{
+std::string RenderReport(const ZADI_ERRREPORT_S* rpt, const char* desc) {
     char head[96];
-    (void)snprintf_s(head, sizeof(head), sizeof(head) - 1, "errrpt errCode=0x%08X resType=0x%04X rptType=%u resId=",
-                     rpt->key.errCode, static_cast<unsigned>(rpt->key.resType), static_cast<unsigned>(rpt->key.rptType));
+    (void)snprintf_s(head, sizeof(head), sizeof(head) - 1,
+                     "errrpt errCode=0x%08X resType=0x%04X rptType=%u resId=", rpt->key.errCode,
+                     static_cast<unsigned>(rpt->key.resType), static_cast<unsigned>(rpt->key.rptType));
     std::string line(head);
     char resId[sizeof(rpt->key.resId) + 1] = {0};
     (void)memcpy_s(resId, sizeof(resId), rpt->key.resId, sizeof(rpt->key.resId));
@@ -159,8 +152,7 @@ std::string RenderReport(const ZADI_ERRREPORT_S* rpt, const char* desc)
     return line;
 }
 
-void Emit(const std::string& path, const std::string& line)
-{
+void Emit(const std::string& path, const std::string& line) {
     std::string rec = line + "\n";
     int fd = STDERR_FILENO;
     if (!path.empty()) {
@@ -176,17 +168,13 @@ void Emit(const std::string& path, const std::string& line)
     if (fd != STDERR_FILENO) close(fd);
 }
 
-bool IsLive(const ZADI_ERRREPORT_S* rpt)
-{
-    return rpt != nullptr && State().live.count(rpt) != 0;
-}
+bool IsLive(const ZADI_ERRREPORT_S* rpt) { return rpt != nullptr && State().live.count(rpt) != 0; }
 
 }  // namespace
 
 extern "C" {
 
-SUB_EXPORT ZADI_ERRREPORT_S* ZADI_CreateErrRptSub(ZADI_PRIMARY_KEY_S* pKey)
-{
+SUB_EXPORT ZADI_ERRREPORT_S* ZADI_CreateErrRptSub(ZADI_PRIMARY_KEY_S* pKey) {
     Locked guard;
     if (ShouldFail(ZADI_SUB_CALL_CREATE) || pKey == nullptr) return nullptr;
     ZADI_ERRREPORT_S* rpt = new ZADI_ERRREPORT_S;
@@ -195,24 +183,21 @@ SUB_EXPORT ZADI_ERRREPORT_S* ZADI_CreateErrRptSub(ZADI_PRIMARY_KEY_S* pKey)
     return rpt;
 }
 
-SUB_EXPORT int ZADI_AddParamToErrRptSub(const ZADI_ERRREPORT_S* errRpt, char* name, char* value)
-{
+SUB_EXPORT int ZADI_AddParamToErrRptSub(const ZADI_ERRREPORT_S* errRpt, char* name, char* value) {
     Locked guard;
     if (ShouldFail(ZADI_SUB_CALL_ADDPARAM) || !IsLive(errRpt) || name == nullptr || value == nullptr) return -1;
     const_cast<ZADI_ERRREPORT_S*>(errRpt)->params.emplace_back(name, value);
     return 0;
 }
 
-SUB_EXPORT int ZADI_GetPrimaryKeySub(const ZADI_ERRREPORT_S* errRpt, ZADI_PRIMARY_KEY_S* key)
-{
+SUB_EXPORT int ZADI_GetPrimaryKeySub(const ZADI_ERRREPORT_S* errRpt, ZADI_PRIMARY_KEY_S* key) {
     Locked guard;
     if (ShouldFail(ZADI_SUB_CALL_GETKEY) || !IsLive(errRpt) || key == nullptr) return -1;
     *key = errRpt->key;
     return 0;
 }
 
-SUB_EXPORT int ZADI_SendErrReportSub(const ZADI_ERRREPORT_S* errRpt, const char* desc, va_list args)
-{
+SUB_EXPORT int ZADI_SendErrReportSub(const ZADI_ERRREPORT_S* errRpt, const char* desc, va_list args) {
     char text[512] = {0};
     if (desc != nullptr) {
         (void)vsnprintf_s(text, sizeof(text), sizeof(text) - 1, desc, args);
@@ -233,8 +218,7 @@ SUB_EXPORT int ZADI_SendErrReportSub(const ZADI_ERRREPORT_S* errRpt, const char*
     return 0;
 }
 
-SUB_EXPORT void ZADI_DestoryErrRptSub(const ZADI_ERRREPORT_S* errRpt)
-{
+SUB_EXPORT void ZADI_DestoryErrRptSub(const ZADI_ERRREPORT_S* errRpt) {
     Locked guard;
     if (errRpt == nullptr) return;
     if (State().live.erase(errRpt) == 0) {
@@ -244,8 +228,7 @@ SUB_EXPORT void ZADI_DestoryErrRptSub(const ZADI_ERRREPORT_S* errRpt)
     delete errRpt;
 }
 
-SUB_EXPORT void ZADI_AgentSubReset(void)
-{
+SUB_EXPORT void ZADI_AgentSubReset(void) {
     Locked guard;
     SubState& s = State();
     for (FailPlan& p : s.plan) p = FailPlan();
@@ -255,8 +238,7 @@ SUB_EXPORT void ZADI_AgentSubReset(void)
     ReadEnvironment(s);
 }
 
-SUB_EXPORT void ZADI_AgentSubFailCall(int call, int nth)
-{
+SUB_EXPORT void ZADI_AgentSubFailCall(int call, int nth) {
     if (call < 0 || call >= ZADI_SUB_CALL_BUTT) return;
     Locked guard;
     FailPlan& p = Ready().plan[call];
@@ -264,33 +246,28 @@ SUB_EXPORT void ZADI_AgentSubFailCall(int call, int nth)
     p.calls = 0;
 }
 
-SUB_EXPORT void ZADI_AgentSubSetOutput(const char* path)
-{
+SUB_EXPORT void ZADI_AgentSubSetOutput(const char* path) {
     Locked guard;
     Ready().outPath = (path != nullptr) ? path : "";
 }
 
-SUB_EXPORT int ZADI_AgentSubLiveReports(void)
-{
+SUB_EXPORT int ZADI_AgentSubLiveReports(void) {
     Locked guard;
     return static_cast<int>(State().live.size());
 }
 
-SUB_EXPORT int ZADI_AgentSubSentReports(void)
-{
+SUB_EXPORT int ZADI_AgentSubSentReports(void) {
     Locked guard;
     return State().sent;
 }
 
-SUB_EXPORT int ZADI_AgentSubCallCount(int call)
-{
+SUB_EXPORT int ZADI_AgentSubCallCount(int call) {
     if (call < 0 || call >= ZADI_SUB_CALL_BUTT) return -1;
     Locked guard;
     return State().plan[call].calls;
 }
 
-SUB_EXPORT int ZADI_AgentSubLastSent(char* buf, size_t size)
-{
+SUB_EXPORT int ZADI_AgentSubLastSent(char* buf, size_t size) {
     Locked guard;
     const SubState& s = State();
     if (s.sent == 0 || buf == nullptr || s.lastLine.size() >= size) return -1;
@@ -298,8 +275,7 @@ SUB_EXPORT int ZADI_AgentSubLastSent(char* buf, size_t size)
     return static_cast<int>(s.lastLine.size());
 }
 
-SUB_EXPORT int ZADI_AgentSubLastSentKey(ZADI_PRIMARY_KEY_S* key)
-{
+SUB_EXPORT int ZADI_AgentSubLastSentKey(ZADI_PRIMARY_KEY_S* key) {
     Locked guard;
     const SubState& s = State();
     if (s.sent == 0 || key == nullptr) return -1;

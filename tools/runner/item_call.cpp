@@ -24,8 +24,7 @@ double NowMs() {
 
 }  // namespace
 
-bool PrepareItems(const Config& config, const PluginLibrary& lib, std::vector<ItemState>* states,
-                  std::string* error) {
+bool PrepareItems(const Config& config, const PluginLibrary& lib, std::vector<ItemState>* states, std::string* error) {
     states->clear();
     states->reserve(config.items.size());
     for (const ConfiguredItem& item : config.items) {

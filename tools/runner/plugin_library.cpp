@@ -29,9 +29,7 @@ bool PluginLibrary::Load(const std::string& path) {
     return true;
 }
 
-void* PluginLibrary::Symbol(const char* name) const {
-    return handle_ != nullptr ? dlsym(handle_, name) : nullptr;
-}
+void* PluginLibrary::Symbol(const char* name) const { return handle_ != nullptr ? dlsym(handle_, name) : nullptr; }
 
 FI_ITEM_FN PluginLibrary::Item(const std::string& name) const {
     return reinterpret_cast<FI_ITEM_FN>(Symbol(name.c_str()));

@@ -50,11 +50,21 @@ void JsonString(FILE* out, const std::string& text) {
     fputc('"', out);
     for (unsigned char c : text) {
         switch (c) {
-            case '"': fputs("\\\"", out); break;
-            case '\\': fputs("\\\\", out); break;
-            case '\n': fputs("\\n", out); break;
-            case '\r': fputs("\\r", out); break;
-            case '\t': fputs("\\t", out); break;
+            case '"':
+                fputs("\\\"", out);
+                break;
+            case '\\':
+                fputs("\\\\", out);
+                break;
+            case '\n':
+                fputs("\\n", out);
+                break;
+            case '\r':
+                fputs("\\r", out);
+                break;
+            case '\t':
+                fputs("\\t", out);
+                break;
             default:
                 if (c < 0x20) {
                     fprintf(out, "\\u%04x", c);

@@ -49,8 +49,8 @@ std::string DefaultLibraryPath();
 // ---- items the runner knows how to show ----
 struct ItemInfo {
     const char* name;
-    const char* unit;      // "%", "MB", "" ...
-    bool reports_pid;      // writes the pid field of the result
+    const char* unit;  // "%", "MB", "" ...
+    bool reports_pid;  // writes the pid field of the result
 };
 const ItemInfo* FindItemInfo(const std::string& name);
 const std::vector<ItemInfo>& KnownItems();
@@ -64,7 +64,7 @@ struct ConfiguredItem {
     std::string item;
     unsigned period_s = 5;
     std::vector<Param> params;
-    int line = 0;          // source line, 0 for built-in/ad-hoc items
+    int line = 0;  // source line, 0 for built-in/ad-hoc items
 };
 struct Config {
     std::vector<ConfiguredItem> items;
@@ -83,11 +83,11 @@ Config DefaultConfig();
 
 // ---- options and the environment handed to subcommands ----
 struct Options {
-    std::string lib;        // empty: DefaultLibraryPath()
-    std::string config;     // empty: DefaultConfig()
+    std::string lib;     // empty: DefaultLibraryPath()
+    std::string config;  // empty: DefaultConfig()
     bool json = false;
     bool once = false;
-    long rounds = 0;        // 0: until interrupted
+    long rounds = 0;  // 0: until interrupted
 };
 struct RunnerEnv {
     Options options;
@@ -101,7 +101,7 @@ struct ItemState {
     ConfiguredItem config;
     FI_ITEM_FN fn = nullptr;
     std::vector<FI_PARAM_S> argv;
-    FI_CONTEXT_S context;   // zeroed once, kept across calls like the agent
+    FI_CONTEXT_S context;  // zeroed once, kept across calls like the agent
     long next_due_ms = 0;
 };
 struct CallRecord {
@@ -113,8 +113,7 @@ struct CallRecord {
 };
 // Resolves every configured item and builds its argument array. False with
 // a message when an item is missing from the library.
-bool PrepareItems(const Config& config, const PluginLibrary& lib, std::vector<ItemState>* states,
-                  std::string* error);
+bool PrepareItems(const Config& config, const PluginLibrary& lib, std::vector<ItemState>* states, std::string* error);
 CallRecord CallItem(ItemState& state, unsigned long round);
 
 // ---- output ----

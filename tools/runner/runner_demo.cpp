@@ -80,8 +80,8 @@ int Demo(RunnerEnv& env, const std::vector<std::string>& args) {
     item.period_s = 1;
     std::string error;
     std::vector<ItemState> states;
-    if (!AddParam(&item, "ProcessName", kWorkerName, &error) || !AddParam(&item, "ProcessMoudleId", kModuleId, &error) ||
-        !PrepareItems(config, env.library, &states, &error)) {
+    if (!AddParam(&item, "ProcessName", kWorkerName, &error) ||
+        !AddParam(&item, "ProcessMoudleId", kModuleId, &error) || !PrepareItems(config, env.library, &states, &error)) {
         fprintf(env.err, "zadi_runner: %s\n", error.c_str());
         return 1;
     }

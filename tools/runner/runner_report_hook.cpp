@@ -59,8 +59,7 @@ public:
         config.items.emplace_back();
         std::string error;
         std::vector<ItemState> states;
-        if (!BuildReport(rec, &config.items.back(), &error) ||
-            !PrepareItems(config, env.library, &states, &error)) {
+        if (!BuildReport(rec, &config.items.back(), &error) || !PrepareItems(config, env.library, &states, &error)) {
             fprintf(env.err, "zadi_runner: no error report: %s\n", error.c_str());
             return;
         }

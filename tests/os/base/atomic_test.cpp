@@ -3,8 +3,7 @@
 #include "os/base/kira_atomic.h"
 #include "tests/os/base/base_test_util.h"
 
-TEST(KiraAtomic, ResultsAndWidths)
-{
+TEST(KiraAtomic, ResultsAndWidths) {
     atomic64_t v = ATOMIC64_INIT(1);
     EXPECT_EQ(atomic_dec_and_test(&v), 1);
     EXPECT_EQ(atomic_dec_and_test(&v), 0);
@@ -33,16 +32,17 @@ TEST(KiraAtomic, ResultsAndWidths)
     EXPECT_EQ(atomic_dec_and_test(&v), 0);
 }
 
-TEST(KiraAtomic, ConcurrentUpdatesLoseNothing)
-{
+TEST(KiraAtomic, ConcurrentUpdatesLoseNothing) {
     constexpr int kRounds = 20000;
     atomic64_t v = ATOMIC64_INIT(0);
     std::vector<std::thread> threads;
     for (int t = 0; t < 4; t++) {
         threads.emplace_back([&v, t] {
             for (int i = 0; i < kRounds; i++) {
-                if (t % 2 == 0) atomic_inc(&v), atomic_add_return(2, &v);
-                else atomic_sub(1, &v), atomic_dec_return(&v);
+                if (t % 2 == 0)
+                    atomic_inc(&v), atomic_add_return(2, &v);
+                else
+                    atomic_sub(1, &v), atomic_dec_return(&v);
             }
         });
     }
@@ -54,7 +54,10 @@ TEST(KiraAtomic, ConcurrentUpdatesLoseNothing)
         atomic64_t refs = ATOMIC64_INIT(4);
         atomic64_t winners = ATOMIC64_INIT(0);
         std::vector<std::thread> releasers;
-        for (int t = 0; t < 4; t++) releasers.emplace_back([&] { if (atomic_dec_and_test(&refs)) atomic_inc(&winners); });
+        for (int t = 0; t < 4; t++)
+            releasers.emplace_back([&] {
+                if (atomic_dec_and_test(&refs)) atomic_inc(&winners);
+            });
         for (auto& th : releasers) th.join();
         ASSERT_EQ(atomic_read(&winners), 1) << "round " << round;
     }

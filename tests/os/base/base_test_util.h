@@ -36,21 +36,18 @@ struct TempDir {
     std::string operator/(const std::string& name) const { return path + "/" + name; }
 };
 
-inline void WriteAll(const std::string& path, const std::string& data)
-{
+inline void WriteAll(const std::string& path, const std::string& data) {
     int fd = open(path.c_str(), O_CREAT | O_TRUNC | O_WRONLY, 0600);
     (void)!write(fd, data.data(), data.size());
     close(fd);
 }
 
-inline long long FileSize(const std::string& path)
-{
+inline long long FileSize(const std::string& path) {
     struct stat st;
     return stat(path.c_str(), &st) == 0 ? static_cast<long long>(st.st_size) : -1;
 }
 
-inline int OpenFdCount()
-{
+inline int OpenFdCount() {
     int n = 0;
     DIR* d = opendir("/proc/self/fd");
     while (readdir(d) != nullptr) n++;
@@ -58,16 +55,14 @@ inline int OpenFdCount()
     return n;
 }
 
-inline double SecondsSince(std::chrono::steady_clock::time_point start)
-{
+inline double SecondsSince(std::chrono::steady_clock::time_point start) {
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 }
 
 // Sends `sig` to the constructing thread `times` times, `everyMs` apart,
 // through a handler without SA_RESTART, so blocking calls see EINTR.
 struct SignalPoker {
-    SignalPoker(int sig, int times, int everyMs)
-    {
+    SignalPoker(int sig, int times, int everyMs) {
         struct sigaction sa = {};
         sa.sa_handler = +[](int) {};
         sigaction(sig, &sa, nullptr);

@@ -6,8 +6,7 @@
 
 using Calls = std::vector<std::vector<std::string>>;
 
-SANDBOX_TEST(KiraCmd, ExactCommandsUnquotedPathsAndFailures)
-{
+SANDBOX_TEST(KiraCmd, ExactCommandsUnquotedPathsAndFailures) {
     kt::FakeCommand cp("cp"), rm("rm"), tar("tar"), touch("touch"), mv("mv", 3), mkdirCmd("mkdir");
     EXPECT_EQ(KIRA_CmdCp("/a/src", "/b/dst", 0), 0);
     EXPECT_EQ(KIRA_CmdCp("/a/two words", "/b", 0), 0);
@@ -19,8 +18,9 @@ SANDBOX_TEST(KiraCmd, ExactCommandsUnquotedPathsAndFailures)
     EXPECT_EQ(KIRA_CmdMkdir("/tmp/made here"), 0);
     EXPECT_EQ(cp.Calls(), (Calls{{"-af", "/a/src", "/b/dst"}, {"-af", "/a/two", "words", "/b"}}));
     EXPECT_EQ(rm.Calls(), (Calls{{"-rf", "/a/old"}}));
-    EXPECT_EQ(tar.Calls(), (Calls{{"-czvf", "a.tgz", "/tmp/x"}, {"-xzvf", "a.tgz", "-C", "/tmp/x"},
-                                  {"-xzvf", "b.tgz", "-C", "/tmp/y"}}));
+    EXPECT_EQ(
+        tar.Calls(),
+        (Calls{{"-czvf", "a.tgz", "/tmp/x"}, {"-xzvf", "a.tgz", "-C", "/tmp/x"}, {"-xzvf", "b.tgz", "-C", "/tmp/y"}}));
     EXPECT_EQ(touch.Calls(), (Calls{{"/a/new"}}));
     EXPECT_EQ(mkdirCmd.Calls(), (Calls{{"-p", "/tmp/made here"}}));  // only mkdir quotes its path
 
@@ -35,8 +35,7 @@ SANDBOX_TEST(KiraCmd, ExactCommandsUnquotedPathsAndFailures)
     EXPECT_EQ(kt::SyslogCount("Execute cmd(rm -rf /a;reboot) Fail(-1).\n", 6), 1);
 }
 
-SANDBOX_TEST(KiraCmd, MkdirOfExistingDirectoryRunsNothing)
-{
+SANDBOX_TEST(KiraCmd, MkdirOfExistingDirectoryRunsNothing) {
     kt::FakeCommand mkdirCmd("mkdir", 1);
     kt::MakeDirs("/tmp/already");
     EXPECT_EQ(KIRA_CmdMkdir("/tmp/already"), 0);
@@ -49,8 +48,7 @@ SANDBOX_TEST(KiraCmd, MkdirOfExistingDirectoryRunsNothing)
     EXPECT_EQ(kt::SyslogCount("Execute cmd(mkdir -p \"/tmp/plainfile\") Fail(256).\n", 6), 1);
 }
 
-SANDBOX_TEST(KiraCmd, ArgumentChecksAndTheirMessages)
-{
+SANDBOX_TEST(KiraCmd, ArgumentChecksAndTheirMessages) {
     kt::FakeCommand cmds[] = {kt::FakeCommand("cp"), kt::FakeCommand("mv"), kt::FakeCommand("tar"),
                               kt::FakeCommand("rm"), kt::FakeCommand("touch")};
     std::string tooLongPath = "/tmp/" + std::string(256, 'q');
@@ -58,9 +56,10 @@ SANDBOX_TEST(KiraCmd, ArgumentChecksAndTheirMessages)
     auto count = [](const std::string& text) { return kt::SyslogCount(text, 6); };
     kt::SyslogClear();
 
-    EXPECT_EQ((std::vector<int>{KIRA_CmdCp(nullptr, "/d", 0), KIRA_CmdMv("/s", nullptr, 0), KIRA_CmdTar(nullptr, "/d", 0),
-                                KIRA_CmdRm(nullptr, 0), KIRA_CmdTouch(nullptr, 0), KIRA_CmdMkdir(nullptr)}),
-              std::vector<int>(6, -1));
+    EXPECT_EQ(
+        (std::vector<int>{KIRA_CmdCp(nullptr, "/d", 0), KIRA_CmdMv("/s", nullptr, 0), KIRA_CmdTar(nullptr, "/d", 0),
+                          KIRA_CmdRm(nullptr, 0), KIRA_CmdTouch(nullptr, 0), KIRA_CmdMkdir(nullptr)}),
+        std::vector<int>(6, -1));
     EXPECT_EQ(count("Param is null.\n"), 6);
 
     EXPECT_EQ((std::vector<int>{KIRA_CmdCp(big, "/d", 0), KIRA_CmdMv(big, "/d", 0), KIRA_CmdCp("/s", big, 0),

@@ -9,8 +9,7 @@
 namespace {
 
 // Read end of a pipe pre-filled with `data`.
-int PipeWith(const std::string& data)
-{
+int PipeWith(const std::string& data) {
     int fds[2];
     if (pipe(fds) != 0) return -1;
     (void)!write(fds[1], data.data(), data.size());
@@ -18,8 +17,7 @@ int PipeWith(const std::string& data)
     return fds[0];
 }
 
-std::string Rest(int fd)
-{
+std::string Rest(int fd) {
     std::string out;
     char c;
     while (read(fd, &c, 1) == 1) out.push_back(c);
@@ -29,9 +27,12 @@ std::string Rest(int fd)
 
 }  // namespace
 
-TEST(KiraReadline, CarriageReturnsPiecesAndEndOfFile)
-{
-    struct Case { const char* in; int size; const char* pieces; };
+TEST(KiraReadline, CarriageReturnsPiecesAndEndOfFile) {
+    struct Case {
+        const char* in;
+        int size;
+        const char* pieces;
+    };
     // CRs take no room in a piece and do not count as characters.
     for (const Case& c : {Case{"ab\r\ncd", 16, "ab\n|cd|"}, Case{"abcdefgh\nxy\n", 4, "abc|def|gh\n|xy\n|"},
                           Case{"a\r\rbc\r\n", 3, "ab|c\n|"}, Case{"\r\r", 8, ""}, Case{"\r\n", 8, "\n|"}}) {
@@ -57,8 +58,7 @@ TEST(KiraReadline, CarriageReturnsPiecesAndEndOfFile)
     EXPECT_EQ(Rest(fd), "xyz\n");
 }
 
-TEST(KiraCopy, CopiesIntoPrivateTruncatedDestination)
-{
+TEST(KiraCopy, CopiesIntoPrivateTruncatedDestination) {
     TempDir dir;
     std::string src = dir / "src", dst = dir / "dst";  // dst reused: the longer copy gets truncated
     for (size_t size : {0, 44, 128, 256, 300}) {
@@ -76,8 +76,7 @@ TEST(KiraCopy, CopiesIntoPrivateTruncatedDestination)
 // A FIFO opened read-write never reports end of file, so the 128-byte blocks
 // show: the copy ends after the first block the write did not fill, and only
 // then (a copy waiting for end of file would hang until the sandbox limit).
-SANDBOX_TEST(KiraCopy, StopsAfterFirstShortBlockOnly)
-{
+SANDBOX_TEST(KiraCopy, StopsAfterFirstShortBlockOnly) {
     TempDir dir;
     std::string fifo = dir / "fifo", dst = dir / "dst";
     ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
@@ -98,8 +97,7 @@ SANDBOX_TEST(KiraCopy, StopsAfterFirstShortBlockOnly)
     close(keep);
 }
 
-SANDBOX_TEST(KiraCopy, FailuresAreLoggedAndReleaseDescriptors)
-{
+SANDBOX_TEST(KiraCopy, FailuresAreLoggedAndReleaseDescriptors) {
     TempDir dir;
     std::string src = dir / "src", ro = dir / "ro", badDst = dir / "missing/out", memOut = dir / "mem";
     auto count = [](const std::string& text) { return kt::SyslogCount(text, 6); };
@@ -128,8 +126,7 @@ SANDBOX_TEST(KiraCopy, FailuresAreLoggedAndReleaseDescriptors)
     umount2(ro.c_str(), MNT_DETACH);
 }
 
-SANDBOX_TEST(KiraNameCheck, LimitsOfBasenameAndDirname)
-{
+SANDBOX_TEST(KiraNameCheck, LimitsOfBasenameAndDirname) {
     kt::SyslogClear();
     std::string base255(255, 'n'), dir4096 = "/" + std::string(4095, 'd');
     EXPECT_EQ(KIRA_name_lenth_check(("/tmp/" + base255).c_str()), 0);
@@ -147,8 +144,7 @@ SANDBOX_TEST(KiraNameCheck, LimitsOfBasenameAndDirname)
     EXPECT_EQ(kt::SyslogCount("Param is null.\n", 6), 1);
 }
 
-TEST(KiraSleep, TicksOfTenMsMillisecondsAndSignals)
-{
+TEST(KiraSleep, TicksOfTenMsMillisecondsAndSignals) {
     // Past one second, so a lost remainder or a wrong unit shows.
     for (auto sleeper : {+[] { return KIRA_sleep(101); }, +[] { return KIRA_msleep(1010); }}) {
         auto start = std::chrono::steady_clock::now();
@@ -163,8 +159,7 @@ TEST(KiraSleep, TicksOfTenMsMillisecondsAndSignals)
     EXPECT_LT(SecondsSince(start), 2.0);
 }
 
-SANDBOX_TEST(KiraThread, StartsDetachedThreadsAndRefusesNullRoutine)
-{
+SANDBOX_TEST(KiraThread, StartsDetachedThreadsAndRefusesNullRoutine) {
     static sem_t go, done;
     static pthread_t seen;
     sem_init(&go, 0, 0);

@@ -11,16 +11,14 @@ static_assert(sizeof(KIRA_LOCK_S) == 24 && offsetof(KIRA_LOCK_S, start) == 8 && 
 
 namespace {
 
-void Release(pid_t pid)
-{
+void Release(pid_t pid) {
     kill(pid, SIGKILL);
     waitpid(pid, nullptr, 0);
 }
 
 // A child process holding a lock of `type` on [0, 10) until Release();
 // -1 when it could not get the lock.
-pid_t HoldLock(const std::string& path, short type)
-{
+pid_t HoldLock(const std::string& path, short type) {
     int ready[2];
     if (pipe(ready) != 0) return -1;
     fflush(nullptr);
@@ -43,8 +41,7 @@ pid_t HoldLock(const std::string& path, short type)
     return -1;
 }
 
-int LockNow(int fd, uint64_t mode, int64_t start, int64_t len)
-{
+int LockNow(int fd, uint64_t mode, int64_t start, int64_t len) {
     KIRA_LOCK_S lock = {mode, start, len};
     return KIRA_LockFile(fd, &lock);
 }
@@ -52,8 +49,7 @@ int LockNow(int fd, uint64_t mode, int64_t start, int64_t len)
 }  // namespace
 
 // Sandboxed for the time limit: a request that waits by mistake would hang.
-SANDBOX_TEST(KiraLock, ModesAgainstAnotherProcess)
-{
+SANDBOX_TEST(KiraLock, ModesAgainstAnotherProcess) {
     TempDir dir;
     std::string path = dir / "f";
     base_test::WriteAll(path, "0123456789abcdefghij");
@@ -91,8 +87,7 @@ SANDBOX_TEST(KiraLock, ModesAgainstAnotherProcess)
     close(fd);
 }
 
-SANDBOX_TEST(KiraLock, OnlyMinusOneAndNullAreRefused)
-{
+SANDBOX_TEST(KiraLock, OnlyMinusOneAndNullAreRefused) {
     kt::SyslogClear();
     KIRA_LOCK_S lock = {0, 0, 0};
     EXPECT_EQ(KIRA_LockFile(3, nullptr), -1);

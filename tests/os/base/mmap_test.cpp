@@ -9,8 +9,7 @@ static_assert(sizeof(KIRA_MAP_DATA_S) == 16 && offsetof(KIRA_MAP_DATA_S, length)
 
 namespace {
 
-int MappingsOf(const std::string& path)
-{
+int MappingsOf(const std::string& path) {
     std::ifstream maps("/proc/self/maps");
     int n = 0;
     for (std::string line; std::getline(maps, line);)
@@ -18,8 +17,7 @@ int MappingsOf(const std::string& path)
     return n;
 }
 
-int MakeFile(const std::string& path, size_t size, int flags)
-{
+int MakeFile(const std::string& path, size_t size, int flags) {
     std::string data;
     for (size_t i = 0; i < size; i++) data.push_back(static_cast<char>('A' + i % 23));
     base_test::WriteAll(path, data);
@@ -30,8 +28,7 @@ void* FakeAddr(uintptr_t n) { return reinterpret_cast<void*>(0x10000 + n * 0x100
 
 }  // namespace
 
-TEST(KiraMmap, EndOfAreaIsTouchedBeforeMapping)
-{
+TEST(KiraMmap, EndOfAreaIsTouchedBeforeMapping) {
     TempDir dir;
     std::string path = dir / "short", longer = dir / "long";
     int fd = MakeFile(path, 10, O_RDWR);
@@ -39,7 +36,7 @@ TEST(KiraMmap, EndOfAreaIsTouchedBeforeMapping)
     ASSERT_NE(p, MAP_FAILED);
     ASSERT_NE(p, nullptr);
     EXPECT_EQ(FileSize(path), 4097);  // extended past the area, not to it
-    p[4095] = 'z';                     // backed: no SIGBUS
+    p[4095] = 'z';                    // backed: no SIGBUS
     void* q = KIRA_mmap(fd, PROT_READ, 0, 4096);
     EXPECT_EQ(FileSize(path), 4098) << "every read-write mapping adds a byte";
     EXPECT_EQ(KIRA_munmap(q), 0);
@@ -64,8 +61,7 @@ TEST(KiraMmap, EndOfAreaIsTouchedBeforeMapping)
     close(fd);
 }
 
-TEST(KiraMmap, ThirtyThirdLiveMappingIsRefusedAndUnmapped)
-{
+TEST(KiraMmap, ThirtyThirdLiveMappingIsRefusedAndUnmapped) {
     TempDir dir;
     std::string path = dir / "many";
     int fd = MakeFile(path, 4096, O_RDONLY);
@@ -88,8 +84,7 @@ TEST(KiraMmap, ThirtyThirdLiveMappingIsRefusedAndUnmapped)
     close(fd);
 }
 
-TEST(KiraMmap, RegistryLookupsFailedMappingsAndRaces)
-{
+TEST(KiraMmap, RegistryLookupsFailedMappingsAndRaces) {
     int dummy = 0;
     EXPECT_EQ(KIRA_munmap(&dummy), -1);
     for (uintptr_t i = 1; i <= 3; i++) {

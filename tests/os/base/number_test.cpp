@@ -5,8 +5,7 @@
 #include "os/base/kira_number.h"
 #include "tests/os/base/base_test_util.h"
 
-TEST(KiraNumber, UnsignedNumberPredicateAndLowerCase)
-{
+TEST(KiraNumber, UnsignedNumberPredicateAndLowerCase) {
     for (const char* yes : {"0", "18446744073709551616999", "0x1fA", "0XDEADbeef", "", "0x", "0X"})
         EXPECT_EQ(KIRA_IsUnsignedNumbericStr(yes), 0) << '"' << yes << '"';
     for (const char* no : {"12 ", " 12", "-1", "+1", "1f", "0x1g", "0x0x1", "x1"})
@@ -19,14 +18,19 @@ TEST(KiraNumber, UnsignedNumberPredicateAndLowerCase)
     KIRA_StrToLower(nullptr);
 }
 
-SANDBOX_TEST(KiraNumber, ConversionWrapsAndReportsStrayCharacters)
-{
+SANDBOX_TEST(KiraNumber, ConversionWrapsAndReportsStrayCharacters) {
     kt::SyslogClear();
-    struct U { const char* in; uint64_t out; };
+    struct U {
+        const char* in;
+        uint64_t out;
+    };
     for (const U& c : {U{"0x1F", 31}, U{"0XaBc", 0xabc}, U{"0x", 0}, U{"", 0}, U{"18446744073709551615", UINT64_MAX},
                        U{"18446744073709551616", 0}, U{"0x10000000000000001", 1}, U{nullptr, 0}})
         EXPECT_EQ(KIRA_StrToU64(c.in), c.out) << (c.in ? c.in : "null");
-    struct S { const char* in; int64_t out; };
+    struct S {
+        const char* in;
+        int64_t out;
+    };
     for (const S& c : {S{"-5", -5}, S{"-0x10", -16}, S{"-9223372036854775808", INT64_MIN},
                        S{"18446744073709551615", -1}, S{nullptr, 0}})
         EXPECT_EQ(KIRA_StrToS64(c.in), c.out) << (c.in ? c.in : "null");
@@ -43,8 +47,7 @@ SANDBOX_TEST(KiraNumber, ConversionWrapsAndReportsStrayCharacters)
     EXPECT_EQ(lines[2].message, "Not a numbric str: (-5).\n");
 }
 
-TEST(KiraBitmap, LeastSignificantBitFirstAndByteOrder)
-{
+TEST(KiraBitmap, LeastSignificantBitFirstAndByteOrder) {
     unsigned char map[4] = {0, 0, 0, 0xFF};
     EXPECT_EQ(KIRA_set_bit(9, map), &map[1]);
     EXPECT_EQ(KIRA_set_bit(23, map), &map[2]);

@@ -16,8 +16,7 @@ struct Rec {
     int id;
 };
 
-std::vector<int> Ids(list_head* head)
-{
+std::vector<int> Ids(list_head* head) {
     std::vector<int> ids;
     Rec* r;
     list_for_each_entry(r, head, link) ids.push_back(r->id);
@@ -33,15 +32,13 @@ struct Item {
 Item* ItemOf(rb_node* n) { return rb_entry(n, Item, node); }
 int CountOf(rb_node* n) { return n == nullptr ? 0 : ItemOf(n)->count; }
 
-void Recount(rb_node* n, void* calls)
-{
+void Recount(rb_node* n, void* calls) {
     ++*static_cast<int*>(calls);
     ItemOf(n)->count = 1 + CountOf(n->rb_left) + CountOf(n->rb_right);
 }
 
 // The caller's walk by its own key: smaller to the left.
-void Insert(rb_root* root, Item* item, int* calls)
-{
+void Insert(rb_root* root, Item* item, int* calls) {
     rb_node** link = &root->rb_node;
     rb_node* parent = nullptr;
     while (*link != nullptr) {
@@ -54,16 +51,14 @@ void Insert(rb_root* root, Item* item, int* calls)
     if (calls != nullptr) rb_augment_insert(&item->node, Recount, calls);
 }
 
-void Erase(rb_root* root, Item* item, int* calls)
-{
+void Erase(rb_root* root, Item* item, int* calls) {
     rb_node* deepest = calls != nullptr ? rb_augment_erase_begin(&item->node) : nullptr;
     rb_erase(&item->node, root);
     if (calls != nullptr) rb_augment_erase_end(deepest, Recount, calls);
 }
 
 // Black height of the subtree; records any broken rule and the keys in order.
-int Check(rb_node* n, rb_node* parent, bool augmented, std::vector<int>* keys)
-{
+int Check(rb_node* n, rb_node* parent, bool augmented, std::vector<int>* keys) {
     if (n == nullptr) return 1;
     int key = ItemOf(n)->key;
     EXPECT_EQ(rb_parent(n), parent) << "parent pointer of " << key;
@@ -76,8 +71,7 @@ int Check(rb_node* n, rb_node* parent, bool augmented, std::vector<int>* keys)
     return left + (rb_is_black(n) ? 1 : 0);
 }
 
-void VerifyTree(rb_root* root, const std::set<int>& model, bool augmented)
-{
+void VerifyTree(rb_root* root, const std::set<int>& model, bool augmented) {
     std::vector<int> inorder, forward, backward;
     Check(root->rb_node, nullptr, augmented, &inorder);
     EXPECT_EQ(inorder, std::vector<int>(model.begin(), model.end()));
@@ -90,8 +84,7 @@ void VerifyTree(rb_root* root, const std::set<int>& model, bool augmented)
 
 }  // namespace
 
-TEST(KiraList, OrderUnlinkAndPoison)
-{
+TEST(KiraList, OrderUnlinkAndPoison) {
     EXPECT_EQ(offsetof(list_head, next), 0u);
     EXPECT_EQ(offsetof(list_head, prev), sizeof(void*));
     LIST_HEAD(head);
@@ -120,8 +113,7 @@ TEST(KiraList, OrderUnlinkAndPoison)
     EXPECT_EQ(head.prev, &head);
 }
 
-TEST(RbTree, RandomInsertEraseMatchesOrderedSet)
-{
+TEST(RbTree, RandomInsertEraseMatchesOrderedSet) {
     for (unsigned seed = 1; seed <= 6; seed++) {
         const bool augmented = seed % 2 == 0;
         std::vector<Item> items(600);
@@ -133,8 +125,10 @@ TEST(RbTree, RandomInsertEraseMatchesOrderedSet)
         for (int step = 0; step < 4000; step++) {
             int k = static_cast<int>(rng() % items.size());
             items[k].key = k;
-            if (model.insert(k).second) Insert(&root, &items[k], hook);
-            else Erase(&root, &items[k], hook), model.erase(k);
+            if (model.insert(k).second)
+                Insert(&root, &items[k], hook);
+            else
+                Erase(&root, &items[k], hook), model.erase(k);
             if (step % 50 == 0 || step > 3900) VerifyTree(&root, model, augmented);
             ASSERT_FALSE(HasFailure()) << "seed " << seed << " step " << step;
         }
@@ -144,8 +138,7 @@ TEST(RbTree, RandomInsertEraseMatchesOrderedSet)
     }
 }
 
-TEST(RbTree, ReplaceNodeLayoutAndEdges)
-{
+TEST(RbTree, ReplaceNodeLayoutAndEdges) {
     // Parent-and-colour word first, then right, then left.
     EXPECT_EQ(offsetof(rb_node, rb_parent_color), 0u);
     EXPECT_EQ(offsetof(rb_node, rb_right), sizeof(void*));

@@ -6,8 +6,7 @@
 #include "os/base/kira_system.h"
 #include "tests/os/base/base_test_util.h"
 
-TEST(KiraSystem, RawWaitStatusAndRetriedWaits)
-{
+TEST(KiraSystem, RawWaitStatusAndRetriedWaits) {
     EXPECT_EQ(KIRA_system("true"), 0);
     EXPECT_EQ(KIRA_system("exit 3"), 0x300);
     EXPECT_EQ(KIRA_system("kill -9 $$"), SIGKILL);
@@ -19,8 +18,7 @@ TEST(KiraSystem, RawWaitStatusAndRetriedWaits)
     EXPECT_EQ(KIRA_system("sleep 0.5 && exit 4"), 0x400);
 }
 
-TEST(KiraSystem, RefusesChainsExceptAtTheLastCharacter)
-{
+TEST(KiraSystem, RefusesChainsExceptAtTheLastCharacter) {
     TempDir dir;
     std::string mark = dir / "mark", touch = "touch " + mark;
     for (const std::string& cmd : {touch + ";true", touch + "||true", touch + " ||", ";" + touch})
@@ -33,8 +31,7 @@ TEST(KiraSystem, RefusesChainsExceptAtTheLastCharacter)
     EXPECT_EQ(FileSize(mark), 0);
 }
 
-SANDBOX_TEST(KiraSysCall, PassesRequestThroughTheControlFile)
-{
+SANDBOX_TEST(KiraSysCall, PassesRequestThroughTheControlFile) {
     // No kernel module: the open fails.
     int dummy = 0;
     EXPECT_EQ(KIRA_SysCall(0x1234, &dummy), -1);
@@ -61,8 +58,7 @@ SANDBOX_TEST(KiraSysCall, PassesRequestThroughTheControlFile)
 namespace {
 
 // Permissions of the mapping holding addr, e.g. "rw-s".
-std::string MappingPerms(const void* addr)
-{
+std::string MappingPerms(const void* addr) {
     std::ifstream maps("/proc/self/maps");
     auto a = reinterpret_cast<unsigned long>(addr);
     for (std::string line; std::getline(maps, line);) {
@@ -73,8 +69,7 @@ std::string MappingPerms(const void* addr)
     return "";
 }
 
-int ShmMode(key_t key)
-{
+int ShmMode(key_t key) {
     struct shmid_ds ds;
     int id = shmget(key, 0, 0);
     return id >= 0 && shmctl(id, IPC_STAT, &ds) == 0 ? static_cast<int>(ds.shm_perm.mode & 0777) : -1;
@@ -82,8 +77,7 @@ int ShmMode(key_t key)
 
 }  // namespace
 
-SANDBOX_TEST(KiraShm, ModesSelectCreationAndAccess)
-{
+SANDBOX_TEST(KiraShm, ModesSelectCreationAndAccess) {
     // Segments live in the IPC namespace, not the mount namespace.
     ASSERT_EQ(unshare(CLONE_NEWIPC), 0);
     const key_t rw = 0x4b1a0001, ro = 0x4b1a0002;
@@ -110,8 +104,7 @@ SANDBOX_TEST(KiraShm, ModesSelectCreationAndAccess)
     EXPECT_EQ(KIRA_shmget(rw, 4096, 5), nullptr);
 }
 
-TEST(KiraDiv64, QuotientAndRemainder)
-{
+TEST(KiraDiv64, QuotientAndRemainder) {
     uint32_t rem = 99;
     EXPECT_EQ(KIRA_div64(10, 3, &rem), 3u);
     EXPECT_EQ(rem, 1u);

@@ -28,15 +28,33 @@ constexpr uint32_t kModules[] = {100, 101, 200, 300, 400};
 void Control(std::atomic<bool>& stop) {
     for (unsigned round = 0; !stop.load(); ++round) {
         switch (round % 9) {
-            case 0: EXPECT_EQ(KIRA_reset_log_ratelimit(), 0); break;
-            case 1: EXPECT_EQ(KIRA_set_log_ratelimit(1, 2), 0); break;
-            case 2: EXPECT_EQ(KIRA_set_log_ratelimit(0xFFFFFFFFu, 3), 0); break;
-            case 3: EXPECT_EQ(KIRA_save_log_ratelimit(), 0); break;
-            case 4: EXPECT_EQ(save_pid_log_level(), 0); break;
-            case 5: EXPECT_EQ(DBG_SetPidLevel(100, 4 + round % 2), 0); break;
-            case 6: EXPECT_EQ(DBG_SetDefLogLevel(4 + round % 2), 1); break;
-            case 7: EXPECT_EQ(KIRA_set_log_num_interval(2, 20 + round % 5, 1), 0); break;
-            default: DBG_SetPidName(100, round % 2 ? "a" : "a-longer-name"); break;
+            case 0:
+                EXPECT_EQ(KIRA_reset_log_ratelimit(), 0);
+                break;
+            case 1:
+                EXPECT_EQ(KIRA_set_log_ratelimit(1, 2), 0);
+                break;
+            case 2:
+                EXPECT_EQ(KIRA_set_log_ratelimit(0xFFFFFFFFu, 3), 0);
+                break;
+            case 3:
+                EXPECT_EQ(KIRA_save_log_ratelimit(), 0);
+                break;
+            case 4:
+                EXPECT_EQ(save_pid_log_level(), 0);
+                break;
+            case 5:
+                EXPECT_EQ(DBG_SetPidLevel(100, 4 + round % 2), 0);
+                break;
+            case 6:
+                EXPECT_EQ(DBG_SetDefLogLevel(4 + round % 2), 1);
+                break;
+            case 7:
+                EXPECT_EQ(KIRA_set_log_num_interval(2, 20 + round % 5, 1), 0);
+                break;
+            default:
+                DBG_SetPidName(100, round % 2 ? "a" : "a-longer-name");
+                break;
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
@@ -47,11 +65,13 @@ void Control(std::atomic<bool>& stop) {
 SANDBOX_TEST(LogConcurrency, PrintedPlusDroppedEqualsLogged) {
     kt::FakeLogLevel kernel;
     for (uint32_t m : kModules) kernel.SetLevel(m, 4);
-    logtest::WriteConf("/ZUK/conf/gid_of_pid.conf", "pid=100,pid_name=a,gid=1\npid=101,pid_name=b,gid=1\n"
-                                                    "pid=200,pid_name=c,gid=2\npid=300,pid_name=d\n"
-                                                    "pid=400,pid_name=e,gid=3\n");
-    logtest::WriteConf("/ZUK/conf/gid_print_limit.conf", "gid=1,num=5,interval=1\ngid=2,num=25,interval=1\n"
-                                                         "gid=3,num=0,interval=1\n");
+    logtest::WriteConf("/ZUK/conf/gid_of_pid.conf",
+                       "pid=100,pid_name=a,gid=1\npid=101,pid_name=b,gid=1\n"
+                       "pid=200,pid_name=c,gid=2\npid=300,pid_name=d\n"
+                       "pid=400,pid_name=e,gid=3\n");
+    logtest::WriteConf("/ZUK/conf/gid_print_limit.conf",
+                       "gid=1,num=5,interval=1\ngid=2,num=25,interval=1\n"
+                       "gid=3,num=0,interval=1\n");
     kt::MakeDirs("/startup_disk/conf/conf_local");
 
     // The child ends with _exit, which skips the sanitizer's exit status: its reports are read back from stderr.

@@ -69,7 +69,10 @@ SANDBOX_TEST(LogOutput, CutsMessageAndFunctionNameAndBuildsLineId) {
     DBG_Log(424, DBG_LOG_ERROR, (std::string(32, 'b') + "Z").c_str(), 2, 0, "short");
     auto cut = Lines("[" + std::string(159, 'm') + "]");
     ASSERT_EQ(cut.size(), 1u);
-    EXPECT_NE(cut[0].message.find("][15000" "01a80005][ERR]"), std::string::npos) << cut[0].message;
+    EXPECT_NE(cut[0].message.find("][15000"
+                                  "01a80005][ERR]"),
+              std::string::npos)
+        << cut[0].message;
     EXPECT_NE(cut[0].message.find("[" + func32 + ",1]"), std::string::npos);
     EXPECT_EQ(Seen({"[short][<424>][" + std::string(29, 'b') + "..Z,2]"}), "1");
     char buf[33];
@@ -124,7 +127,8 @@ SANDBOX_TEST(LogOutput, RootGroupRepairsSharedBlock) {
     DBG_Log(424, DBG_LOG_INFO, "f", 1, 0, "info");
     ASSERT_NE(DBG_GetLogConfig(), nullptr);
     const std::string block = kt::ReadFile("/dev/shm/dbglog.cfg");
-    const unsigned char expect[16] = {0x01, 0xC0, 0xAB, 0x78, 4, 0, 0, 0, 0xAA, 0xAA, 0xAA, 0xAA, 0xAA, 0xAA, 0xAA, 0xAA};
+    const unsigned char expect[16] = {0x01, 0xC0, 0xAB, 0x78, 4,    0,    0,    0,
+                                      0xAA, 0xAA, 0xAA, 0xAA, 0xAA, 0xAA, 0xAA, 0xAA};
     EXPECT_EQ(block.substr(0, 16), std::string(reinterpret_cast<const char*>(expect), 16));
     EXPECT_EQ(Seen({"[info]"}), "1");
 }
@@ -147,7 +151,8 @@ SANDBOX_TEST(LogOutput, MissingBlockFallsBackToInfoAndSkipsControlFile) {
     DBG_Log(424, DBG_LOG_INFO, "f", 1, 0, "info");
     const std::string stars = std::string(32, ' ') + std::string(62, '*') + "\n";
     const std::string banner = stars + std::string(32, ' ') +
-                               "Can not open print level config file, log will not write/read to log file,gid=1234\n" + stars;
+                               "Can not open print level config file, log will not write/read to log file,gid=1234\n" +
+                               stars;
     EXPECT_EQ(kt::SyslogCount(banner, 6), 1);
     EXPECT_EQ(kt::NoxOpenCount("/proc/nox/log_level"), 0);
     EXPECT_EQ(Seen({"[dbg]", "[info]"}), "0,1");

@@ -40,14 +40,16 @@ SANDBOX_TEST(ModuleTable, LinesAcceptedAndRejectedAsDesigned) {
               "pid=13,pid_name=nogid\n"
               "pid=14,gid=5\n"
               "pid=0,gid=5\n"
-              "pid=15,pid_name=" + std::string(40, 'n') + ",gid=3\n"
-              "#pid=16,gid=3\n");
+              "pid=15,pid_name=" +
+                  std::string(40, 'n') +
+                  ",gid=3\n"
+                  "#pid=16,gid=3\n");
     WriteConf("/etc/nox/pid/pid_extra", "pid=17,pid_name=dir,gid=3\n");
     WriteConf("/etc/nox/pid/log_extra", "pid=18,pid_name=notmine,gid=3\n");
     // A cut name (15) is kept without its group.
-    const std::pair<uint32_t, std::string> names[] = {{424, "old"},  {10, "comma"}, {11, "blank"},
-                                                      {12, "<12>"},  {13, "nogid"}, {15, std::string(31, 'n')},
-                                                      {17, "dir"},   {18, "<18>"}};
+    const std::pair<uint32_t, std::string> names[] = {{424, "old"}, {10, "comma"}, {11, "blank"},
+                                                      {12, "<12>"}, {13, "nogid"}, {15, std::string(31, 'n')},
+                                                      {17, "dir"},  {18, "<18>"}};
     for (const auto& n : names) EXPECT_STREQ(DBG_GetPidName(n.first), n.second.c_str()) << n.first;
     const std::string head = "read_pid_conf: /ZUK/conf/gid_of_pid.conf read_pid_conf_line fail, (";
     EXPECT_EQ(kt::SyslogCount(head + "pid=12 pid_name=nogroup gid=0\n)\n", 6), 1) << "logged after the comma rule";
@@ -67,8 +69,9 @@ SANDBOX_TEST(ModuleTable, LevelFileKeepsLevelsOfKnownModulesOnly) {
     WriteConf(kLevelFile, "pid=5,level=261\npid=7 level=3\npid=8\n");
     EXPECT_EQ(SavedLevels(), "pid=5,level=5\npid=7,level=0\n");
     EXPECT_STREQ(DBG_GetPidName(7), "<7>");
-    EXPECT_EQ(kt::SyslogCount("read_log_level_conf: " + std::string(kLevelFile) + " read_pid_conf_line fail, (pid=8\n)\n", 6),
-              1);
+    EXPECT_EQ(
+        kt::SyslogCount("read_log_level_conf: " + std::string(kLevelFile) + " read_pid_conf_line fail, (pid=8\n)\n", 6),
+        1);
 }
 
 SANDBOX_TEST(ModuleTable, NamesAreChecked) {

@@ -132,9 +132,10 @@ SANDBOX_TEST(RateLimit, FilesLoadInOrderAndOnlyProductFilesSetDefault) {
 
 SANDBOX_TEST(RateLimit, MalformedLinesAreSkippedOneByOne) {
     const std::string longLine = "gid=12,num=1,interval=1" + std::string(300, '7') + "\n";
-    WriteConf(kProduct, "gid=0,num=1,interval=1\ngid=7,num=10\n# gid=8,num=1,interval=1\n\n"
-                        "gid=4294967295,num=1,interval=1\ngid=6,num=1,interval=1,burst=2\n" +
-                            longLine + "gid=7,num=10,interval=2\n");
+    WriteConf(kProduct,
+              "gid=0,num=1,interval=1\ngid=7,num=10\n# gid=8,num=1,interval=1\n\n"
+              "gid=4294967295,num=1,interval=1\ngid=6,num=1,interval=1,burst=2\n" +
+                  longLine + "gid=7,num=10,interval=2\n");
     EXPECT_EQ(NumInterval(8), "-22");
     EXPECT_EQ(NumInterval(7), "10/2");
     const std::string head = "read_gid_conf: /ZUK/conf/gid_print_limit.conf read_gid_conf_line fail, (";
@@ -168,8 +169,9 @@ SANDBOX_TEST(RateLimit, ResetRestoresProductValuesButNotLocalOnes) {
 }
 
 SANDBOX_TEST(RateLimit, ScalingChecksAndCapsOverflow) {
-    WriteConf(kProduct, "gid=7,num=2147483648,interval=1\ngid=8,num=3,interval=1\n"
-                        "gid=3000000000,num=2147483648,interval=1\n");
+    WriteConf(kProduct,
+              "gid=7,num=2147483648,interval=1\ngid=8,num=3,interval=1\n"
+              "gid=3000000000,num=2147483648,interval=1\n");
     EXPECT_EQ(KIRA_set_log_ratelimit(7, 0), -22);
     EXPECT_EQ(KIRA_set_log_ratelimit(99, 2), -22);
     EXPECT_EQ(KIRA_set_log_ratelimit(7, 2), 0);
@@ -208,14 +210,16 @@ SANDBOX_TEST(RateLimit, SaveWritesAscendingLinesAndRenames) {
     EXPECT_EQ(KIRA_save_log_ratelimit(), -1) << "no local directory yet";
     kt::MakeDirs("/startup_disk/conf/conf_local");
     EXPECT_EQ(KIRA_save_log_ratelimit(), 0);
-    EXPECT_EQ(kt::ReadFile(kLocal), "gid=7,num=10,interval=2,burst=0,resume=86400\n"
-                                    "gid=9,num=4,interval=2,burst=1,resume=2\n");
+    EXPECT_EQ(kt::ReadFile(kLocal),
+              "gid=7,num=10,interval=2,burst=0,resume=86400\n"
+              "gid=9,num=4,interval=2,burst=1,resume=2\n");
     EXPECT_EQ(kt::ReadFile(std::string(kLocal) + ".new"), "");
     struct stat st;
     ASSERT_EQ(stat(kLocal, &st), 0);
     EXPECT_EQ(st.st_mode & 07777, 0777u);
     EXPECT_EQ(Seen({"KIRA_save_log_ratelimit: KIRA_open fail, -1.\n",
-                    std::string("<6>mv -f ") + kLocal + ".new " + kLocal + " 2>/dev/kmsg\n"}, 6),
+                    std::string("<6>mv -f ") + kLocal + ".new " + kLocal + " 2>/dev/kmsg\n"},
+                   6),
               "1,1");
 }
 

@@ -25,7 +25,8 @@ namespace {
 
 std::vector<PROCESS_INFO_S*> Entries(struct list_head* head) {
     std::vector<PROCESS_INFO_S*> out;
-    for (struct list_head* p = head->next; p != head; p = p->next) out.push_back(list_entry(p, PROCESS_INFO_S, stEntry));
+    for (struct list_head* p = head->next; p != head; p = p->next)
+        out.push_back(list_entry(p, PROCESS_INFO_S, stEntry));
     return out;
 }
 
@@ -307,7 +308,8 @@ SANDBOX_TEST(Census, CheckAndKillCompareTheKernelName) {
 SANDBOX_TEST(Census, PidLookupsByCommandLine) {
     std::string name = Unique("pid");
     std::vector<kt::Child> children;
-    for (const char* arg : {"a", "b", "c"}) children.emplace_back(name, std::vector<std::string>{name, "--" + std::string(arg)});
+    for (const char* arg : {"a", "b", "c"})
+        children.emplace_back(name, std::vector<std::string>{name, "--" + std::string(arg)});
     int pid = -5;
     EXPECT_EQ(GetProcessPid((name + " --b").c_str(), &pid), 0);
     EXPECT_EQ(pid, children[1].pid());

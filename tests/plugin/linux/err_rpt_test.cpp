@@ -61,7 +61,7 @@ SANDBOX_TEST(ErrRpt, SystemCodesBuildKeyAndAttachNothing) {
         uint32_t errCode;
     } cases[] = {
         {"0xF0000203", "5", 0xF005, 0xF0000203u},
-        {"0XF0000204", "70000", 0xF170, 0xF0000204u},  // module id cut to 16 bits
+        {"0XF0000204", "70000", 0xF170, 0xF0000204u},   // module id cut to 16 bits
         {"4026532356", "0x1234", 0xF234, 0xF0000204u},  // decimal code
     };
     for (const auto& c : cases) {
@@ -92,16 +92,22 @@ SANDBOX_TEST(ErrRpt, HeartbeatAttachesAllButCodeAndRecoverCmdInOrder) {
          "params={ProcessName=\"worker\", ProcessMoudleId=\"7\", UserData=\"17\", Site=\"a\\\"b\"}"},
         // Decimal code, no UserData: the id is the name alone.
         {{{"ErrCode", "4026532367"}, {"ProcessMoudleId", "7"}, {"ProcessName", "worker"}, {"ResId", "r"}},
-         0xF000020Fu, "worker", "params={ProcessMoudleId=\"7\", ProcessName=\"worker\", ResId=\"r\"}"},
+         0xF000020Fu,
+         "worker",
+         "params={ProcessMoudleId=\"7\", ProcessName=\"worker\", ResId=\"r\"}"},
         // Only the low 32 bits of the code count.
         {{{"ErrCode", "0x1F000020F"}, {"ProcessName", "w"}, {"ProcessMoudleId", "1"}}, 0xF000020Fu, "w", ""},
         // Ids are cut to 63; a value filling all 400 bytes has no terminator
         // and, as the last parameter, reading past it would leave the array.
-        {{{"ErrCode", "0xF000020F"}, {"ProcessName", std::string(70, 'n')}, {"ProcessMoudleId", "3"}}, 0xF000020Fu,
-         std::string(63, 'n'), ""},
+        {{{"ErrCode", "0xF000020F"}, {"ProcessName", std::string(70, 'n')}, {"ProcessMoudleId", "3"}},
+         0xF000020Fu,
+         std::string(63, 'n'),
+         ""},
         {{{"ErrCode", "0xF0000203"}, {"ProcessMoudleId", "2"}, {"ResId", full}}, 0xF0000203u, full.substr(0, 63), ""},
-        {{{"ErrCode", "0xF000020F"}, {"ProcessMoudleId", "2"}, {"ProcessName", "w"}, {"UserData", full}}, 0xF000020Fu,
-         ("w:" + full).substr(0, 63), "UserData=\"" + full + "\"}"},
+        {{{"ErrCode", "0xF000020F"}, {"ProcessMoudleId", "2"}, {"ProcessName", "w"}, {"UserData", full}},
+         0xF000020Fu,
+         ("w:" + full).substr(0, 63),
+         "UserData=\"" + full + "\"}"},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.resId);
@@ -202,7 +208,7 @@ SANDBOX_TEST(AgentSub, EnvironmentPlanAndOutputFile) {
     ExpectSent(hb);
     std::string line = LastSent() + "\n";
     EXPECT_EQ(kt::ReadFile("/tmp/reports.log"), line + line);
-    EXPECT_EQ(line.rfind("errrpt errCode=0xF000020F resType=0xF007 rptType=1 resId=\"worker:17\" desc=\"\" params={", 0),
-              0u)
+    EXPECT_EQ(
+        line.rfind("errrpt errCode=0xF000020F resType=0xF007 rptType=1 resId=\"worker:17\" desc=\"\" params={", 0), 0u)
         << line;
 }

@@ -46,7 +46,8 @@ struct Item {
     }
     std::vector<uint32_t> TrackedPids() const {
         std::vector<uint32_t> pids;
-        for (uint32_t i = 0; i < 7 && table()->stNode[i].uiProcessId != 0; ++i) pids.push_back(table()->stNode[i].uiProcessId);
+        for (uint32_t i = 0; i < 7 && table()->stNode[i].uiProcessId != 0; ++i)
+            pids.push_back(table()->stNode[i].uiProcessId);
         return pids;
     }
 };
@@ -114,7 +115,7 @@ SANDBOX_TEST(Heartbeat, TokenChangesDecideTheVerdict) {
         const char* text;  // null: left as it is
         float value;
         uint32_t id;
-    } steps[] = {{"tok1\n17\n", 1, 99}, {nullptr, 0, 17},        {"tok2\n18\n", 1, 99}, {"tok2\n19\n", 0, 18},
+    } steps[] = {{"tok1\n17\n", 1, 99}, {nullptr, 0, 17},    {"tok2\n18\n", 1, 99},    {"tok2\n19\n", 0, 18},
                  {"tok2\n20\n", 0, 18}, {"tok2\r\n", 1, 99}, {nullptr, 0, 0xFFFFFFFFu}};
     for (const auto& st : steps) {
         if (st.text != nullptr) kt::WriteFile(file, st.text);
@@ -143,9 +144,12 @@ SANDBOX_TEST(Heartbeat, ContentQuirks) {
         float value;
         uint32_t id;  // stored (fresh) or reported (stale)
         uint32_t used;
-    } steps[] = {{"", true, 1, 0xFFFFFFFFu, 0},          {"", false, 0, 0xFFFFFFFFu, 0},
-                 {head + "123\n", true, 1, 123, 126},    {head + "456\n", false, 0, 123, 126},
-                 {"t\n-2\n", true, 1, 0xFFFFFFFEu, 1},   {"t\n\n", false, 0, 0xFFFFFFFEu, 1},
+    } steps[] = {{"", true, 1, 0xFFFFFFFFu, 0},
+                 {"", false, 0, 0xFFFFFFFFu, 0},
+                 {head + "123\n", true, 1, 123, 126},
+                 {head + "456\n", false, 0, 123, 126},
+                 {"t\n-2\n", true, 1, 0xFFFFFFFEu, 1},
+                 {"t\n\n", false, 0, 0xFFFFFFFEu, 1},
                  {"u\nx\n", false, 1, 0, 1}};
     std::unique_ptr<Item> item;
     for (const auto& st : steps) {
@@ -172,8 +176,10 @@ SANDBOX_TEST(Heartbeat, EveryPidCountsAndTheTableHoldsSeven) {
     // Every tracked file beats; the untracked one does not matter.
     int untracked = 0;
     for (auto& c : children) {
-        if (trackedSet.count(static_cast<uint32_t>(c.pid())) != 0) kt::WriteFile(HbFile(name, "3", c.pid()), "b\n1\n");
-        else ++untracked;
+        if (trackedSet.count(static_cast<uint32_t>(c.pid())) != 0)
+            kt::WriteFile(HbFile(name, "3", c.pid()), "b\n1\n");
+        else
+            ++untracked;
     }
     ASSERT_EQ(untracked, 1);
     EXPECT_EQ(item.Call(), 1.0f);
@@ -235,7 +241,9 @@ SANDBOX_TEST(Heartbeat, NamesThatDoNotMatchAndNoDirectory) {
 
     // No directory at all: refreshed, silently.
     ExpectIgnoresEverything(item);
-    EXPECT_EQ(ForeachDir(kDir.c_str(), [](const char*, const char*, void*) { return 0; }, nullptr), -1);
+    EXPECT_EQ(ForeachDir(
+                  kDir.c_str(), [](const char*, const char*, void*) { return 0; }, nullptr),
+              -1);
     EXPECT_EQ(kt::SyslogCount("heartbeat"), 0);
 
     kt::MakeDirs(kDir);
@@ -278,7 +286,9 @@ SANDBOX_TEST(Heartbeat, DirectoryWalk) {
 
     const std::string deep = "/tmp/" + std::string(252, 'd');
     kt::MakeDirs(deep);
-    EXPECT_EQ(ForeachDir(deep.c_str(), [](const char*, const char*, void*) { return 0; }, nullptr), 0);
+    EXPECT_EQ(ForeachDir(
+                  deep.c_str(), [](const char*, const char*, void*) { return 0; }, nullptr),
+              0);
 }
 
 TEST(HeartbeatSteps, SplitName) {
@@ -286,9 +296,12 @@ TEST(HeartbeatSteps, SplitName) {
         const char* in;
         const char* f[3];
     } cases[] = {
-        {"worker___7___2310", {"worker", "7", "2310"}}, {"worker___7___2310___old", {"worker", "7", "2310"}},
-        {"worker___7", {"worker", "7", nullptr}},       {"worker", {"worker", nullptr, nullptr}},
-        {"a____b", {"a", "_b", nullptr}},               {"______", {"", "", ""}},
+        {"worker___7___2310", {"worker", "7", "2310"}},
+        {"worker___7___2310___old", {"worker", "7", "2310"}},
+        {"worker___7", {"worker", "7", nullptr}},
+        {"worker", {"worker", nullptr, nullptr}},
+        {"a____b", {"a", "_b", nullptr}},
+        {"______", {"", "", ""}},
         {"", {"", nullptr, nullptr}},
     };
     for (const auto& c : cases) {
@@ -350,9 +363,9 @@ SANDBOX_TEST(Heartbeat, ClearRemovesOnlyFilesOfGoneProcesses) {
         std::string path;
         bool kept;
     } files[] = {
-        {HbFile(name, "7", child.pid()), true},   {HbFile(name, "99", child.pid()), true},
-        {HbFile(name, "7", 999999999), false},    {HbFile(name, "7", otherChild.pid()), false},  // pid reused
-        {kDir + "/notes.txt", false},             {kDir + "/" + name + "___7", false},
+        {HbFile(name, "7", child.pid()), true}, {HbFile(name, "99", child.pid()), true},
+        {HbFile(name, "7", 999999999), false},  {HbFile(name, "7", otherChild.pid()), false},  // pid reused
+        {kDir + "/notes.txt", false},           {kDir + "/" + name + "___7", false},
     };
     for (const auto& f : files) kt::WriteFile(f.path, "x\n");
     const std::string link = kDir + "/junk_link", fifo = kDir + "/junk_fifo", subdir = kDir + "/junk_dir";

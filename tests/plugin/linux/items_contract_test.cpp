@@ -92,9 +92,9 @@ TEST(ItemContract, ChecksRunInOrderWithExactTexts) {
     for (const auto& c : cases) {
         SCOPED_TRACE(c.label);
         Args a(c.params);
-        EXPECT_EQ((p.*c.check)(a.argc(), c.null_argv ? nullptr : a.argv(), c.null_context ? nullptr : &a.context,
-                               &a.result),
-                  c.ok);
+        EXPECT_EQ(
+            (p.*c.check)(a.argc(), c.null_argv ? nullptr : a.argv(), c.null_context ? nullptr : &a.context, &a.result),
+            c.ok);
         // Nothing written on success.
         EXPECT_EQ(a.result.result, c.ok ? 77 : -1);
         EXPECT_EQ(a.reason(), c.ok ? "untouched" : c.reason);
@@ -136,9 +136,9 @@ TEST(ItemContract, ConvertStr2PeriodUSFollowsTheWrappingProduct) {
         const char* text;
         int us;
     } cases[] = {
-        {"1", 1000000},  {"240", 240000000}, {"241", 240000000}, {"2147", 240000000}, {"2148", 500000},
-        {"3600", 500000}, {"0", 500000},       {"-5", 500000},     {"abc", 500000},      {"", 500000},
-        {"7s", 7000000}, {"4295", 500000},    {"4296", 1032704},  {"4300", 5032704},    {"8590", 500000},
+        {"1", 1000000},   {"240", 240000000}, {"241", 240000000}, {"2147", 240000000}, {"2148", 500000},
+        {"3600", 500000}, {"0", 500000},      {"-5", 500000},     {"abc", 500000},     {"", 500000},
+        {"7s", 7000000},  {"4295", 500000},   {"4296", 1032704},  {"4300", 5032704},   {"8590", 500000},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.text);

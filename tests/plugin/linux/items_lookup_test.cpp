@@ -18,14 +18,29 @@ TEST(FuzzyMatch, KeepsItsAnchoringAndRestartQuirks) {
         const char* pattern;
         bool match;
     } cases[] = {
-        {"ab", "ab", true},       {"axab", "ab", true},     {"xab", "ab", false},  // anchored only at first char
-        {"abab", "ab", false},    {"abc", "ab", false},     {"abc", "ab*", true},
-        {"abc", "a?c", true},     {"abc", "*", true},       {"", "*", true},
-        {"abc", "", false},       {"", "", true},           {"aab", "ab", true},
-        {"abc", "*c", true},      {"abc", "*x", false},     {"abc", "a*c", true},
-        {"abc", "***", true},     {"abc", "?", false},      {"abc", "???", true},
-        {"abc", "????", false},   {"a", "a**", true},       {"/usr/bin/app -x", "*app*", true},
-        {"/usr/bin/app -x", "/usr/*/app -?", true},         {"xyz", "x*z?", false},
+        {"ab", "ab", true},
+        {"axab", "ab", true},
+        {"xab", "ab", false},  // anchored only at first char
+        {"abab", "ab", false},
+        {"abc", "ab", false},
+        {"abc", "ab*", true},
+        {"abc", "a?c", true},
+        {"abc", "*", true},
+        {"", "*", true},
+        {"abc", "", false},
+        {"", "", true},
+        {"aab", "ab", true},
+        {"abc", "*c", true},
+        {"abc", "*x", false},
+        {"abc", "a*c", true},
+        {"abc", "***", true},
+        {"abc", "?", false},
+        {"abc", "???", true},
+        {"abc", "????", false},
+        {"a", "a**", true},
+        {"/usr/bin/app -x", "*app*", true},
+        {"/usr/bin/app -x", "/usr/*/app -?", true},
+        {"xyz", "x*z?", false},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(std::string(c.str) + " ~ " + c.pattern);
@@ -54,7 +69,7 @@ TEST(CmdlineText, NulsBecomeSpacesAndFieldsCountSingleSpaces) {
     EXPECT_EQ(P::get_items(line, -4), line);
     EXPECT_STREQ(P::get_items(line, 3), "S 4 5");
     EXPECT_STREQ(P::get_items(line, 5), "5");
-    EXPECT_STREQ(P::get_items(line, 9), "");  // the terminator, not null
+    EXPECT_STREQ(P::get_items(line, 9), "");     // the terminator, not null
     EXPECT_STREQ(P::get_items("a  b", 3), "b");  // runs are not merged
     // A name with a space shifts the fields: accepted.
     EXPECT_EQ(zadi::ParseStatLineTicks("9 (x) S 1 1 1 0 -1 0 0 0 0 0 7 8 0 0"), 15u);

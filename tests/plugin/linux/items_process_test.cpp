@@ -99,8 +99,7 @@ int RssKb(pid_t pid) {
 struct Twins {
     kt::Child a, b;
     pid_t earlier, later;
-    Twins(const std::string& cmd, const std::string& arg)
-        : a("twa", {cmd, arg}), b("twb", {cmd, arg}) {
+    Twins(const std::string& cmd, const std::string& arg) : a("twa", {cmd, arg}), b("twb", {cmd, arg}) {
         const bool aFirst = itest::ProcOrder(a.pid()) < itest::ProcOrder(b.pid());
         earlier = aFirst ? a.pid() : b.pid();
         later = aFirst ? b.pid() : a.pid();
@@ -144,7 +143,6 @@ SANDBOX_TEST(ProcessCpu, SharesFromFrozenTicksAndStoredSamples) {
     Args none{{"ProcessName", "/opt/" + kt::UniqueName("absent")}};
     EXPECT_EQ(none.Call(GetProcessCoreCPU), 0.0f);
     EXPECT_EQ(none.result.result, 0);
-
 }
 
 SANDBOX_TEST(ProcessCpu, BusiestPrefixMatchIsReported) {
@@ -280,19 +278,31 @@ SANDBOX_TEST(ProcessExist, PreCommandGateCountsAnUnmetGateAsPresent) {
 
 namespace {
 
-#define ITEM(fn, argc) {#fn, fn, argc}
+#define ITEM(fn, argc) \
+    { #fn, fn, argc }
 const struct ItemCase {
     const char* name;
     FI_ITEM_FN fn;
     int argc;  // what the item's check wants
 } kItems[] = {
-    ITEM(GetDiskUsage, 1),          ITEM(GetProcessSysCPU, 1),          ITEM(GetProcessSysCPUExtern, 1),
-    ITEM(GetProcessCoreCPU, 1),     ITEM(GetProcessCoreCPUExtern, 1),   ITEM(GetProcessMemory, 1),
-    ITEM(GetProcessMemoryExtern, 1), ITEM(GetProcessHandle, 1),         ITEM(GetProcessHandleExtern, 1),
-    ITEM(IsExistProcess, 1),        ITEM(IsExistProcessExtern, 1),      ITEM(IsExistProcessPreCmd, 3),
-    ITEM(GetProcessSysCPUFuzzyMatch, 1),  ITEM(GetProcessSysCPUFuzzyMatchCfgPeriod, 2),
-    ITEM(GetProcessCoreCPUFuzzyMatch, 1), ITEM(GetProcessCoreCPUFuzzyMatchCfgPeriod, 2),
-    ITEM(GetProcessMemoryFuzzyMatch, 1),  ITEM(GetProcessHandleFuzzyMatch, 1),
+    ITEM(GetDiskUsage, 1),
+    ITEM(GetProcessSysCPU, 1),
+    ITEM(GetProcessSysCPUExtern, 1),
+    ITEM(GetProcessCoreCPU, 1),
+    ITEM(GetProcessCoreCPUExtern, 1),
+    ITEM(GetProcessMemory, 1),
+    ITEM(GetProcessMemoryExtern, 1),
+    ITEM(GetProcessHandle, 1),
+    ITEM(GetProcessHandleExtern, 1),
+    ITEM(IsExistProcess, 1),
+    ITEM(IsExistProcessExtern, 1),
+    ITEM(IsExistProcessPreCmd, 3),
+    ITEM(GetProcessSysCPUFuzzyMatch, 1),
+    ITEM(GetProcessSysCPUFuzzyMatchCfgPeriod, 2),
+    ITEM(GetProcessCoreCPUFuzzyMatch, 1),
+    ITEM(GetProcessCoreCPUFuzzyMatchCfgPeriod, 2),
+    ITEM(GetProcessMemoryFuzzyMatch, 1),
+    ITEM(GetProcessHandleFuzzyMatch, 1),
 };
 #undef ITEM
 

@@ -113,8 +113,7 @@ SANDBOX_TEST(SysCpu, UserShareLeavesNiceOut) {
 
 SANDBOX_TEST(SysMemory, LinesByPositionAndPlainFree) {
     // Line 2 is taken as free whatever its label says.
-    kt::BindFileOver("/proc/meminfo",
-                     "MemTotal:        8000000 kB\nMemAvailable:    2000000 kB\nMemFree:    100 kB\n");
+    kt::BindFileOver("/proc/meminfo", "MemTotal:        8000000 kB\nMemAvailable:    2000000 kB\nMemFree:    100 kB\n");
     Args a;
     EXPECT_FLOAT_EQ(GetSysMemory(0, nullptr, nullptr, &a.result), 75.0f);  // no context needed
     EXPECT_EQ(a.result.result, 0);
