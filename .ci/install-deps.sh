@@ -8,6 +8,7 @@ wanted=(
   googletest libgtest-dev libbenchmark-dev valgrind
   clang-14 libclang-rt-14-dev
   g++-aarch64-linux-gnu qemu-user
+  tzdata iproute2
 )
 
 missing=()
