@@ -81,15 +81,17 @@ void ApplyLscpuLine(const char* line, lscpu_t* info, uint32_t* siblings) {
     }
 }
 
-void CopyModelName(const char* line, cpuinfo_t* desc) {
+// False only when the copy cannot be allocated.
+bool CopyModelName(const char* line, cpuinfo_t* desc) {
     kira::UniqueBlock text(copy_string_part_after_delim(line, "model name\t: "));
     if (!text) {
-        return;
+        return false;
     }
     const char* src = static_cast<const char*>(text.get());
     size_t len = strnlen(src, sizeof(desc->modelName) - 1);
     (void)memcpy_s(desc->modelName, sizeof(desc->modelName), src, len);
     desc->modelName[len] = '\0';
+    return true;
 }
 
 }  // namespace
@@ -134,7 +136,9 @@ int SysinfoParseCpuinfo(char* const* lines, uint32_t count, uint32_t processor, 
         if (sizes != nullptr) {
             ScanUnsigned(sizes, &desc->addressSizes);
         } else if (SysinfoValueAfter(line, "model name\t: ") != nullptr) {
-            CopyModelName(line, desc);
+            if (!CopyModelName(line, desc)) {
+                return -1;
+            }
         } else {
             found = true;
         }

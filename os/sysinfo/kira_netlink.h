@@ -15,8 +15,9 @@
 // that the release signals, and receives only when data is ready. The
 // socket is closed under a lock that the listener also holds around each
 // receive, so a descriptor number reused after the release is never read.
-// Release each listened socket exactly once, and not while another thread
-// may reuse its number for something it then releases.
+// A plain close() from another thread ends the listener only when the next
+// datagram arrives (it is not passed on). Release each listened socket
+// exactly once.
 
 #include <stdint.h>
 
@@ -50,8 +51,7 @@ KIRA_EXPORT int KIRA_Netlink_ext3_create(void);
 // Binds the socket to portId and group 1 and passes each notification to
 // callback until the socket is released (0). Otherwise: -2 negative socket,
 // -7 port id 0, -3 null callback, -4 bind failed, -5 no memory (buffer or
-// wake-up descriptor), -6 the receive failed, was interrupted by a signal,
-// or returned 0.
+// wake-up descriptor), -6 the receive failed (a signal does not end it).
 KIRA_EXPORT int KIRA_Netlink_ext3_listen(int32_t sock, uint32_t portId, KIRA_NETLINK_CALLBACK callback);
 // Closes the socket and wakes its listener; close's result. A negative
 // descriptor is returned unchanged.

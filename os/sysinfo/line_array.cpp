@@ -82,6 +82,14 @@ int read_fp_to_2d_buffer(FILE* fp, char*** lines, uint32_t* count) {
         capacity = 0;
     }
     free(line);
+    // getline gives up the same way at the end and when it cannot allocate;
+    // a half-read file must not pass for the whole.
+    if (!feof(fp)) {
+        free_2d_buffer(slots, stored);
+        ClearOutputs(lines, count);
+        syslog(LOG_INFO, "Failed to allocate memory.\n");
+        return -1;
+    }
     if (stored == 0) {
         free(slots);
         ClearOutputs(lines, count);
