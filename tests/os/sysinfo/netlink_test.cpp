@@ -1,0 +1,189 @@
+// The netlink listener end to end on real sockets of a protocol user space
+// may send on (the module's own protocol is absent here): which datagrams
+// reach the callback, the stale-buffer quirk, argument results, and how a
+// listener ends after a release or a plain close from another thread. Also
+// the create fallback through a recorded modprobe.
+
+#include <errno.h>
+#include <fcntl.h>
+#include <linux/netlink.h>
+#include <string.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <future>
+#include <mutex>
+#include <vector>
+
+#include "os/sysinfo/kira_netlink.h"
+#include "tests/support/sandbox.h"
+
+namespace {
+
+constexpr uint32_t kPort = 7301;
+
+std::mutex g_seenLock;
+std::vector<std::vector<unsigned char>> g_seen;  // 56 payload bytes per call
+
+void Record(void* payload) {
+    std::lock_guard<std::mutex> lock(g_seenLock);
+    auto* p = static_cast<unsigned char*>(payload);
+    g_seen.emplace_back(p, p + 56);
+}
+
+size_t SeenCount() {
+    std::lock_guard<std::mutex> lock(g_seenLock);
+    return g_seen.size();
+}
+
+int UserSocket() { return socket(AF_NETLINK, SOCK_RAW, NETLINK_USERSOCK); }
+
+// A datagram of `size` bytes: a netlink header, then `kind` and a fill byte.
+void Send(int sender, uint32_t kind, size_t size, unsigned char fill) {
+    std::vector<unsigned char> d(size, fill);
+    struct nlmsghdr header = {};
+    header.nlmsg_len = static_cast<uint32_t>(size);
+    memcpy(d.data(), &header, std::min(size, sizeof(header)));
+    if (size >= 20) memcpy(d.data() + 16, &kind, 4);
+    struct sockaddr_nl to = {};
+    to.nl_family = AF_NETLINK;
+    to.nl_pid = kPort;
+    ASSERT_EQ(sendto(sender, d.data(), d.size(), 0, reinterpret_cast<sockaddr*>(&to), sizeof(to)),
+              static_cast<ssize_t>(size));
+}
+
+bool WaitFor(const std::function<bool()>& done, int ms) {
+    for (int i = 0; i < ms / 5 && !done(); i++) usleep(5000);
+    return done();
+}
+
+// The bind happens in the listener's thread: true once the port and group
+// show on the socket.
+bool WaitBound(int sock) {
+    return WaitFor(
+        [sock] {
+            struct sockaddr_nl a = {};
+            socklen_t len = sizeof(a);
+            return getsockname(sock, reinterpret_cast<sockaddr*>(&a), &len) == 0 && a.nl_pid == kPort &&
+                   a.nl_groups == 1;
+        },
+        2000);
+}
+
+void NetlinkSandbox(const std::function<void()>& body) {
+    if (!kt::SandboxAvailable()) GTEST_SKIP() << "needs root and namespaces";
+    kt::SandboxOptions opts;
+    opts.new_net = true;  // port ids of our own
+    kt::RunSandboxed(body, opts);
+}
+
+uint32_t U32At(const std::vector<unsigned char>& v, size_t at) {
+    uint32_t x;
+    memcpy(&x, v.data() + at, 4);
+    return x;
+}
+
+}  // namespace
+
+TEST(Netlink, NotificationsReachTheCallbackUntilReleased) {
+    NetlinkSandbox([] {
+        int sock = UserSocket();
+        int sender = UserSocket();
+        ASSERT_GE(sock, 0);
+        auto listener =
+            std::async(std::launch::async, [sock] { return KIRA_Netlink_ext3_listen(sock, kPort, Record); });
+        ASSERT_TRUE(WaitBound(sock));
+        Send(sender, KIRA_NETLINK_EXT3_MAGIC, 24, 0x11);
+        Send(sender, 0x12345678, 24, 0x22);                // not a notification
+        Send(sender, KIRA_NETLINK_EXT3_MAGIC, 100, 0x33);  // cut to 72 bytes
+        Send(sender, 0, 16, 0x44);                         // header only: the last payload again
+        ASSERT_TRUE(WaitFor([] { return SeenCount() == 3; }, 2000)) << SeenCount();
+        usleep(50 * 1000);
+
+        auto start = std::chrono::steady_clock::now();
+        EXPECT_EQ(KIRA_Netlink_ext3_release(sock), 0);
+        ASSERT_EQ(listener.wait_for(std::chrono::seconds(2)), std::future_status::ready) << "listener still blocked";
+        EXPECT_EQ(listener.get(), 0);
+        EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(500));
+        EXPECT_EQ(fcntl(sock, F_GETFD), -1);
+
+        std::lock_guard<std::mutex> lock(g_seenLock);
+        ASSERT_EQ(g_seen.size(), 3u);
+        EXPECT_EQ(U32At(g_seen[0], 0), KIRA_NETLINK_EXT3_MAGIC);
+        EXPECT_EQ(g_seen[0][4], 0x11);
+        EXPECT_EQ(g_seen[0][8], 0);  // cleared once before the first datagram
+        EXPECT_EQ(g_seen[1][55], 0x33);
+        EXPECT_EQ(g_seen[2], g_seen[1]);
+        close(sender);
+    });
+}
+
+TEST(Netlink, PlainCloseEndsTheListenerOnlyAtTheNextDatagram) {
+    NetlinkSandbox([] {
+        int sock = UserSocket();
+        int sender = UserSocket();
+        auto listener =
+            std::async(std::launch::async, [sock] { return KIRA_Netlink_ext3_listen(sock, kPort, Record); });
+        ASSERT_TRUE(WaitBound(sock));
+        usleep(50 * 1000);  // into the wait
+        close(sock);
+        EXPECT_EQ(listener.wait_for(std::chrono::milliseconds(300)), std::future_status::timeout);
+        Send(sender, KIRA_NETLINK_EXT3_MAGIC, 24, 0x55);
+        ASSERT_EQ(listener.wait_for(std::chrono::seconds(2)), std::future_status::ready);
+        EXPECT_EQ(listener.get(), 0);
+        EXPECT_EQ(SeenCount(), 0u);  // the last datagram is not passed on
+        close(sender);
+    });
+}
+
+TEST(Netlink, ArgumentsBindFailuresAndRelease) {
+    NetlinkSandbox([] {
+        int sock = UserSocket();
+        int other = UserSocket();
+        EXPECT_EQ(KIRA_Netlink_ext3_listen(-1, kPort, Record), -2);
+        EXPECT_EQ(KIRA_Netlink_ext3_listen(sock, 0, Record), -7);
+        EXPECT_EQ(KIRA_Netlink_ext3_listen(sock, kPort, nullptr), -3);
+        struct sockaddr_nl a = {};
+        socklen_t len = sizeof(a);
+        getsockname(sock, reinterpret_cast<sockaddr*>(&a), &len);
+        EXPECT_EQ(a.nl_pid, 0u) << "bound although the arguments were refused";
+
+        struct sockaddr_nl taken = {};
+        taken.nl_family = AF_NETLINK;
+        taken.nl_pid = kPort;
+        ASSERT_EQ(bind(other, reinterpret_cast<sockaddr*>(&taken), sizeof(taken)), 0);
+        EXPECT_EQ(KIRA_Netlink_ext3_listen(sock, kPort, Record), -4);
+        EXPECT_EQ(kt::SyslogCount("[KIRA_Netlink_ext3_listen]Bind socket failed, errno: 98.\n", 3), 1);
+        EXPECT_EQ(KIRA_Netlink_ext3_release(sock), 0);
+        EXPECT_EQ(KIRA_Netlink_ext3_listen(sock, kPort + 1, Record), -4);  // released before listening
+        EXPECT_EQ(KIRA_Netlink_ext3_release(sock), -1);
+        EXPECT_EQ(KIRA_Netlink_ext3_release(-5), -5);
+        close(other);
+    });
+}
+
+SANDBOX_TEST(Netlink, CreateFallsBackToModprobeTwice) {
+    int probe = socket(AF_NETLINK, SOCK_RAW, KIRA_NETLINK_EXT3_PROTOCOL);
+    if (probe >= 0) {
+        close(probe);
+        int fd = KIRA_Netlink_ext3_create();
+        EXPECT_GE(fd, 0);
+        close(fd);
+        GTEST_SKIP() << "protocol 28 is available here: the fallback cannot be reached";
+    }
+    int error = errno;
+    kt::FakeCommand modprobe("modprobe", 1);
+    EXPECT_EQ(KIRA_Netlink_ext3_create(), -1);
+    std::vector<std::vector<std::string>> want = {{"ext3"}, {"ext4"}};
+    EXPECT_EQ(modprobe.Calls(), want);
+    EXPECT_EQ(kt::SyslogCount("[KIRA_Netlink_ext3_create]Modprobe ext3.ko failed: 256.\n", 3), 1);
+    EXPECT_EQ(kt::SyslogCount("[KIRA_Netlink_ext3_create]Modprobe ext4.ko failed: 256.\n", 3), 1);
+    EXPECT_EQ(kt::SyslogCount(
+                  "[KIRA_Netlink_ext3_create]Create socket failed: -1, errno: " + std::to_string(error) + ".\n", 3),
+              1);
+    kt::FakeCommand quiet("modprobe", 0);
+    EXPECT_EQ(KIRA_Netlink_ext3_create(), -1);
+    EXPECT_EQ(kt::SyslogCount("Modprobe"), 2);
+}
