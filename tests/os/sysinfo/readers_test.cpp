@@ -7,7 +7,6 @@
 #include <string.h>
 #include <linux/if_packet.h>
 #include <net/if.h>
-#include <sys/mount.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -17,7 +16,10 @@
 #include <vector>
 
 #include "os/sysinfo/sysinfo_internal.h"
+#include "tests/os/sysinfo/sysinfo_test_util.h"
 #include "tests/support/sandbox.h"
+
+using sysinfo_test::BindNetDev;
 
 namespace {
 
@@ -42,16 +44,6 @@ std::string X86Cpuinfo(bool withCores) {
 const char kArmCpuinfo[] =
     "processor\t: 0\nBogoMIPS\t: 100.00\nFeatures\t: fp asimd evtstrm cpuid\nCPU implementer\t: 0x41\n\n"
     "processor\t: 1\nBogoMIPS\t: 100.00\nFeatures\t: fp asimd evtstrm cpuid\nCPU implementer\t: 0x41\n\n";
-
-// Entries under /proc/net are looked up afresh on every access, so a
-// mount on one is never seen: the process's whole net directory is covered
-// by one holding only "dev".
-void BindNetDev(const std::string& content) {
-    kt::MakeDirs("/tmp/kira_net");
-    kt::WriteFile("/tmp/kira_net/dev", content);
-    umount2("/proc/self/net", MNT_DETACH);
-    ASSERT_EQ(mount("/tmp/kira_net", "/proc/self/net", nullptr, MS_BIND, nullptr), 0) << strerror(errno);
-}
 
 struct Lines {
     SysinfoLines file;

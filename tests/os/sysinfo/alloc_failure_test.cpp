@@ -1,0 +1,202 @@
+// One walk over every function that allocates: the Nth allocation of the
+// calling thread fails, for N = 1, 2, ... until a call sees no failure.
+// Each failed call must give the failure result with a zeroed record (or,
+// where the C library absorbs the failure, exactly the normal result) and
+// leave nothing allocated; the messages the layer names for allocation
+// failures must show up. The hooks replace malloc only in plain builds
+// (the sanitizer runtimes own it there).
+
+#include <linux/netlink.h>
+#include <stdlib.h>
+#include <sys/socket.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <functional>
+#include <set>
+#include <string>
+
+#include "os/sysinfo/kira_netlink.h"
+#include "os/sysinfo/kira_schedwork.h"
+#include "os/sysinfo/sysinfo_internal.h"
+#include "tests/os/sysinfo/sysinfo_test_util.h"
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define SYSINFO_MALLOC_HOOK 0
+#else
+#define SYSINFO_MALLOC_HOOK 1
+
+namespace {
+
+std::atomic<long> g_armedTid{0};
+std::atomic<int> g_countdown{0};  // the allocation that makes it reach 0 fails
+std::atomic<long> g_live{0};      // allocations minus frees of the armed thread
+
+bool IsArmedThread() {
+    long tid = g_armedTid.load(std::memory_order_relaxed);
+    return tid != 0 && tid == syscall(SYS_gettid);
+}
+
+bool FailThisOne() { return IsArmedThread() && g_countdown.fetch_sub(1) == 1; }
+
+}  // namespace
+
+extern "C" {
+void* __libc_malloc(size_t size);
+void* __libc_calloc(size_t n, size_t size);
+void* __libc_realloc(void* p, size_t size);
+void __libc_free(void* p);
+
+void* malloc(size_t size) {
+    if (FailThisOne()) {
+        errno = ENOMEM;
+        return nullptr;
+    }
+    void* p = __libc_malloc(size);
+    if (p != nullptr && IsArmedThread()) g_live++;
+    return p;
+}
+void* calloc(size_t n, size_t size) {
+    if (FailThisOne()) {
+        errno = ENOMEM;
+        return nullptr;
+    }
+    void* p = __libc_calloc(n, size);
+    if (p != nullptr && IsArmedThread()) g_live++;
+    return p;
+}
+void* realloc(void* old, size_t size) {
+    if (FailThisOne()) {
+        errno = ENOMEM;
+        return nullptr;
+    }
+    void* p = __libc_realloc(old, size);
+    if (old == nullptr && p != nullptr && IsArmedThread()) g_live++;
+    return p;
+}
+void free(void* p) {
+    if (p != nullptr && IsArmedThread()) g_live--;
+    __libc_free(p);
+}
+}  // extern "C"
+
+namespace {
+
+// A call under test: runs armed and reports its result and output record
+// without allocating.
+struct Outcome {
+    int rc = 0;
+    unsigned char record[128] = {};
+    size_t size = 0;
+    bool operator==(const Outcome& o) const { return rc == o.rc && memcmp(record, o.record, sizeof(record)) == 0; }
+};
+
+template <typename T>
+Outcome Capture(int rc, const T& record) {
+    Outcome o;
+    o.rc = rc;
+    o.size = sizeof(T);
+    memcpy(o.record, &record, sizeof(T));
+    return o;
+}
+
+bool IsFailure(const Outcome& o, int failRc) {
+    for (size_t i = 0; i < o.size; i++)
+        if (o.record[i] != 0) return false;
+    return o.rc == failRc;
+}
+
+Outcome RunArmed(int n, const std::function<Outcome()>& call) {
+    g_live = 0;
+    g_countdown = n;
+    g_armedTid = syscall(SYS_gettid);
+    Outcome o = call();
+    g_armedTid = 0;
+    return o;
+}
+
+std::set<std::string> g_messages;  // logged during failed calls
+
+// Walks every allocation of call.
+void Walk(const char* name, int failRc, const std::function<Outcome()>& call) {
+    Outcome normal = call();
+    for (int n = 1; n < 500; n++) {
+        kt::SyslogClear();
+        Outcome o = RunArmed(n, call);
+        bool injected = g_countdown.load() <= 0;
+        EXPECT_EQ(g_live.load(), 0) << name << ": allocation " << n << " failing leaks";
+        if (!injected) {
+            EXPECT_TRUE(o == normal) << name;
+            EXPECT_GT(n, 1) << name << " allocates nothing";
+            break;
+        }
+        EXPECT_TRUE(IsFailure(o, failRc) || o == normal)
+            << name << ": allocation " << n << " failing gives rc " << o.rc;
+        for (const auto& line : kt::SyslogLines()) g_messages.insert(line.message);
+    }
+}
+
+const char kCpuinfo[] =
+    "processor\t: 0\nmodel name\t: Kira\nstepping\t: 1\ncpu MHz\t\t: 1000.0\nphysical id\t: 0\n"
+    "siblings\t: 2\ncpu cores\t: 1\nflags\t\t: lm\naddress sizes\t: 40 bits\n\n";
+
+}  // namespace
+#endif
+
+SANDBOX_TEST(AllocFailure, EveryAllocationOfEveryFunction) {
+#if !SYSINFO_MALLOC_HOOK
+    GTEST_SKIP() << "allocation hooks exist only in plain builds";
+#else
+    kt::BindFileOver("/proc/cpuinfo", kCpuinfo);
+    kt::BindFileOver("/proc/stat", "cpu  1 2 3 4 5 6 7 8 9 10\n");
+    kt::BindFileOver("/proc/diskstats", "   8 0 sda 123 2 3 4 5 6 7 8 9 10 11\n");
+    sysinfo_test::BindNetDev("h\nh\n  kd0: 12 1 0 0 0 0 0 0 34 1 0 0 0 0 0 0\n");
+    // The first log line of a process loads what syslog keeps for good.
+    EXPECT_EQ(KIRA_lscpu(nullptr), -22);
+
+    Walk("KIRA_lscpu", -1, [] {
+        lscpu_t r;
+        return Capture(KIRA_lscpu(&r), r);
+    });
+    Walk("KIRA_get_cpuinfo", -1, [] {
+        cpuinfo_t r;
+        return Capture(KIRA_get_cpuinfo(&r, 0), r);
+    });
+    Walk("KIRA_get_all_processor_stats", -1, [] {
+        processor_stat_t r;
+        return Capture(KIRA_get_all_processor_stats(&r), r);
+    });
+    Walk("KIRA_get_netdev_info", -1, [] {
+        netdev_info_t r;
+        return Capture(KIRA_get_netdev_info("kd0", &r), r);
+    });
+    Walk("KIRA_get_disk_stats", -1, [] {
+        disk_stats_t r;
+        return Capture(KIRA_get_disk_stats("sda", &r), r);
+    });
+    Walk("read_file", -1, [] {
+        FILE* fp = fopen("/proc/cpuinfo", "r");
+        char** l = nullptr;
+        uint32_t count = 0;
+        int rc = read_file(fp, &l, &count);
+        free_2d_buffer(l, count);
+        return Capture(rc, count);
+    });
+    Walk("KIRA_MallocSubStandard", 0, [] {
+        void* p = KIRA_MallocSubStandard(424, 64, "f", 1, 0);
+        KIRA_FreeSub(p, "f", 1);
+        return Capture(p != nullptr ? 1 : 0, 0);
+    });
+    for (const char* m : {"Failed to allocate memory for pre_line_buffer.\n", "Failed to allocate memory.\n",
+                          "Failed to open /proc/cpuinfo file.\n", "Failed to read /proc/diskstats!\n",
+                          "Failed to malloc disk_new_name!\n", "read_file fp is NULL.\n",
+                          "Malloc memory fails. PID: (424), size: (64), type: (5).\n"})
+        EXPECT_EQ(g_messages.count(m), 1u) << m;
+
+    int sock = socket(AF_NETLINK, SOCK_RAW, NETLINK_USERSOCK);
+    Outcome listen = RunArmed(1, [sock] { return Capture(KIRA_Netlink_ext3_listen(sock, 99, [](void*) {}), 0); });
+    EXPECT_EQ(listen.rc, -5);
+    EXPECT_EQ(KIRA_Netlink_ext3_release(sock), 0);
+#endif
+}
