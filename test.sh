@@ -63,9 +63,9 @@ stage_asan() {
 }
 stage_tsan() {
   # The threaded parts: logging from many threads, atomics, the harness.
-  configure_build build-tsan os_log_tests os_base_tests -- -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+  configure_build build-tsan os_log_tests os_base_tests os_sysinfo_tests -- -DCMAKE_BUILD_TYPE=RelWithDebInfo \
     -DKIRA_SANITIZE=thread -DKIRA_BUILD_BENCH=OFF &&
-    TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 run_ctest build-tsan -L 'os_log_tests|os_base_tests' -E Slow
+    TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 run_ctest build-tsan -L 'os_log_tests|os_base_tests|os_sysinfo_tests' -E Slow
 }
 stage_fuzz() {
   CC=clang-14 CXX=clang++-14 configure_build build-fuzz -- -DCMAKE_BUILD_TYPE=RelWithDebInfo -DKIRA_BUILD_FUZZ=ON || return 1
