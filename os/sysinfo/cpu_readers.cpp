@@ -94,6 +94,22 @@ bool CopyModelName(const char* line, cpuinfo_t* desc) {
     return true;
 }
 
+// The common frame of the /proc/cpuinfo readers: -22 for a null record,
+// the record zeroed before the file is read, -1 when it cannot be.
+template <typename Record, typename Parse>
+int ParseCpuinfoInto(Record* record, const char* nullMessage, Parse parse) {
+    if (record == nullptr) {
+        syslog(LOG_INFO, "%s", nullMessage);
+        return -22;
+    }
+    *record = Record{};
+    SysinfoLines file;
+    if (SysinfoLoadLines(kCpuinfoPath, &file) != 0) {
+        return -1;
+    }
+    return parse(file);
+}
+
 }  // namespace
 
 void SysinfoParseLscpu(char* const* lines, uint32_t count, lscpu_t* info) {
@@ -169,30 +185,17 @@ int SysinfoParseProcessorStats(const char* firstLine, processor_stat_t* counters
 extern "C" {
 
 KIRA_EXPORT int KIRA_lscpu(lscpu_t* info) {
-    if (info == nullptr) {
-        syslog(LOG_INFO, "lscpu_t is NULL in KIRA_lscpu!\n");
-        return -22;
-    }
-    *info = lscpu_t{};
-    SysinfoLines file;
-    if (SysinfoLoadLines(kCpuinfoPath, &file) != 0) {
-        return -1;
-    }
-    SysinfoParseLscpu(file.lines, file.count, info);
-    return 0;
+    return ParseCpuinfoInto(info, "lscpu_t is NULL in KIRA_lscpu!\n", [info](const SysinfoLines& file) {
+        SysinfoParseLscpu(file.lines, file.count, info);
+        return 0;
+    });
 }
 
 KIRA_EXPORT int KIRA_get_cpuinfo(cpuinfo_t* desc, uint32_t processor) {
-    if (desc == nullptr) {
-        syslog(LOG_INFO, "cpuinfo is NULL in KIRA_get_cpuinfo!\n");
-        return -22;
-    }
-    *desc = cpuinfo_t{};
-    SysinfoLines file;
-    if (SysinfoLoadLines(kCpuinfoPath, &file) != 0) {
-        return -1;
-    }
-    return SysinfoParseCpuinfo(file.lines, file.count, processor, desc);
+    return ParseCpuinfoInto(desc, "cpuinfo is NULL in KIRA_get_cpuinfo!\n",
+                            [desc, processor](const SysinfoLines& file) {
+                                return SysinfoParseCpuinfo(file.lines, file.count, processor, desc);
+                            });
 }
 
 KIRA_EXPORT int KIRA_get_all_processor_stats(processor_stat_t* counters) {
