@@ -40,7 +40,19 @@ bool IsArmedThread() {
 
 bool FailThisOne() { return IsArmedThread() && g_countdown.fetch_sub(1) == 1; }
 
+void* Counted(void* p) {
+    if (p != nullptr && IsArmedThread()) g_live++;
+    return p;
+}
+
 }  // namespace
+
+#define SYSINFO_FAIL_OR(allocation) \
+    if (FailThisOne()) {            \
+        errno = ENOMEM;             \
+        return nullptr;             \
+    }                               \
+    return allocation
 
 extern "C" {
 void* __libc_malloc(size_t size);
@@ -48,32 +60,10 @@ void* __libc_calloc(size_t n, size_t size);
 void* __libc_realloc(void* p, size_t size);
 void __libc_free(void* p);
 
-void* malloc(size_t size) {
-    if (FailThisOne()) {
-        errno = ENOMEM;
-        return nullptr;
-    }
-    void* p = __libc_malloc(size);
-    if (p != nullptr && IsArmedThread()) g_live++;
-    return p;
-}
-void* calloc(size_t n, size_t size) {
-    if (FailThisOne()) {
-        errno = ENOMEM;
-        return nullptr;
-    }
-    void* p = __libc_calloc(n, size);
-    if (p != nullptr && IsArmedThread()) g_live++;
-    return p;
-}
+void* malloc(size_t size) { SYSINFO_FAIL_OR(Counted(__libc_malloc(size))); }
+void* calloc(size_t n, size_t size) { SYSINFO_FAIL_OR(Counted(__libc_calloc(n, size))); }
 void* realloc(void* old, size_t size) {
-    if (FailThisOne()) {
-        errno = ENOMEM;
-        return nullptr;
-    }
-    void* p = __libc_realloc(old, size);
-    if (old == nullptr && p != nullptr && IsArmedThread()) g_live++;
-    return p;
+    SYSINFO_FAIL_OR(old != nullptr ? __libc_realloc(old, size) : Counted(__libc_realloc(old, size)));
 }
 void free(void* p) {
     if (p != nullptr && IsArmedThread()) g_live--;

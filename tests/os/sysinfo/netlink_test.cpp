@@ -18,7 +18,9 @@
 #include <vector>
 
 #include "os/sysinfo/kira_netlink.h"
-#include "tests/support/sandbox.h"
+#include "tests/os/sysinfo/sysinfo_test_util.h"
+
+using sysinfo_test::WaitUntil;
 
 namespace {
 
@@ -54,15 +56,10 @@ void Send(int sender, uint32_t kind, size_t size, unsigned char fill) {
               static_cast<ssize_t>(size));
 }
 
-bool WaitFor(const std::function<bool()>& done, int ms) {
-    for (int i = 0; i < ms / 5 && !done(); i++) usleep(5000);
-    return done();
-}
-
 // The bind happens in the listener's thread: true once the port and group
 // show on the socket.
 bool WaitBound(int sock) {
-    return WaitFor(
+    return WaitUntil(
         [sock] {
             struct sockaddr_nl a = {};
             socklen_t len = sizeof(a);
@@ -99,7 +96,7 @@ TEST(Netlink, NotificationsReachTheCallbackUntilReleased) {
         Send(sender, 0x12345678, 24, 0x22);                // not a notification
         Send(sender, KIRA_NETLINK_EXT3_MAGIC, 100, 0x33);  // cut to 72 bytes
         Send(sender, 0, 16, 0x44);                         // header only: the last payload again
-        ASSERT_TRUE(WaitFor([] { return SeenCount() == 3; }, 2000)) << SeenCount();
+        ASSERT_TRUE(WaitUntil([] { return SeenCount() == 3; }, 2000)) << SeenCount();
         usleep(50 * 1000);
 
         auto start = std::chrono::steady_clock::now();

@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "os/sysinfo/sysinfo_internal.h"
-#include "tests/support/sandbox.h"
+#include "tests/os/sysinfo/sysinfo_test_util.h"
 
 namespace {
 
@@ -21,14 +21,8 @@ double MsSince(Clock::time_point start) {
     return std::chrono::duration<double, std::milli>(Clock::now() - start).count();
 }
 
-// Polls until the figure equals want; false after timeoutMs.
 bool WaitForUsage(int32_t want, int timeoutMs) {
-    auto start = Clock::now();
-    while (KIRA_GetCpuUsage() != want) {
-        if (MsSince(start) > timeoutMs) return false;
-        usleep(20 * 1000);
-    }
-    return true;
+    return sysinfo_test::WaitUntil([want] { return KIRA_GetCpuUsage() == want; }, timeoutMs);
 }
 
 }  // namespace

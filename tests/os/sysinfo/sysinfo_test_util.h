@@ -7,6 +7,10 @@
 #include <string.h>
 #include <sys/mount.h>
 
+#include <unistd.h>
+
+#include <chrono>
+#include <functional>
 #include <string>
 
 #include "tests/support/sandbox.h"
@@ -21,6 +25,16 @@ inline void BindNetDev(const std::string& content) {
     kt::WriteFile("/tmp/kira_net/dev", content);
     umount2("/proc/self/net", MNT_DETACH);
     ASSERT_EQ(mount("/tmp/kira_net", "/proc/self/net", nullptr, MS_BIND, nullptr), 0) << strerror(errno);
+}
+
+// Polls every 5 ms; false when done() is still false after timeoutMs.
+inline bool WaitUntil(const std::function<bool()>& done, int timeoutMs) {
+    auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
+    while (!done()) {
+        if (std::chrono::steady_clock::now() > end) return false;
+        usleep(5 * 1000);
+    }
+    return true;
 }
 
 }  // namespace sysinfo_test
