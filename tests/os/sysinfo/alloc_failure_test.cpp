@@ -184,7 +184,7 @@ SANDBOX_TEST(AllocFailure, EveryAllocationOfEveryFunction) {
                           "Malloc memory fails. PID: (424), size: (64), type: (5).\n"})
         EXPECT_EQ(g_messages.count(m), 1u) << m;
 
-    int sock = socket(AF_NETLINK, SOCK_RAW, NETLINK_USERSOCK);
+    int sock = socket(AF_NETLINK, SOCK_RAW, NETLINK_ROUTE);
     Outcome listen = RunArmed(1, [sock] { return Capture(KIRA_Netlink_ext3_listen(sock, 99, [](void*) {}), 0); });
     EXPECT_EQ(listen.rc, -5);
     EXPECT_EQ(KIRA_Netlink_ext3_release(sock), 0);

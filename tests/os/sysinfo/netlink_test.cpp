@@ -40,7 +40,12 @@ size_t SeenCount() {
     return g_seen.size();
 }
 
-int UserSocket() { return socket(AF_NETLINK, SOCK_RAW, NETLINK_USERSOCK); }
+// A protocol user space may send on: user sockets, or where an emulator
+// refuses those, the uevent protocol (root may send on it).
+int UserSocket() {
+    int fd = socket(AF_NETLINK, SOCK_RAW, NETLINK_USERSOCK);
+    return fd >= 0 ? fd : socket(AF_NETLINK, SOCK_RAW, NETLINK_KOBJECT_UEVENT);
+}
 
 // A datagram of `size` bytes: a netlink header, then `kind` and a fill byte.
 void Send(int sender, uint32_t kind, size_t size, unsigned char fill) {
