@@ -93,7 +93,8 @@ ssize_t ReceiveUnlessReleased(Listener* self, struct msghdr* message, int* error
         return 0;
     }
     ssize_t got = recvmsg(self->fd, message, MSG_DONTWAIT);
-    *error = errno;
+    // An empty datagram ends the loop too; no stale errno decides how.
+    *error = got < 0 ? errno : 0;
     return got;
 }
 

@@ -49,15 +49,15 @@ int UserSocket() {
 
 // A datagram of `size` bytes: a netlink header, then `kind` and a fill byte.
 void Send(int sender, uint32_t kind, size_t size, unsigned char fill) {
-    std::vector<unsigned char> d(size, fill);
+    std::vector<unsigned char> d(size + 1, fill);  // never a null buffer, even for 0 bytes
     struct nlmsghdr header = {};
     header.nlmsg_len = static_cast<uint32_t>(size);
-    memcpy(d.data(), &header, std::min(size, sizeof(header)));
+    if (size >= sizeof(header)) memcpy(d.data(), &header, sizeof(header));
     if (size >= 20) memcpy(d.data() + 16, &kind, 4);
     struct sockaddr_nl to = {};
     to.nl_family = AF_NETLINK;
     to.nl_pid = kPort;
-    ASSERT_EQ(sendto(sender, d.data(), d.size(), 0, reinterpret_cast<sockaddr*>(&to), sizeof(to)),
+    ASSERT_EQ(sendto(sender, d.data(), size, 0, reinterpret_cast<sockaddr*>(&to), sizeof(to)),
               static_cast<ssize_t>(size));
 }
 
@@ -136,6 +136,35 @@ TEST(Netlink, PlainCloseEndsTheListenerOnlyAtTheNextDatagram) {
         ASSERT_EQ(listener.wait_for(std::chrono::seconds(2)), std::future_status::ready);
         EXPECT_EQ(listener.get(), 0);
         EXPECT_EQ(SeenCount(), 0u);  // the last datagram is not passed on
+        close(sender);
+    });
+}
+
+// Kernels refuse empty netlink datagrams, but an overrun of the receive
+// queue (group datagrams faster than the callback takes them) makes the
+// next receive fail with ENOBUFS.
+TEST(Netlink, AReceiveFailureEndsTheListenerWithMinusSix) {
+    NetlinkSandbox([] {
+        int sock = UserSocket();
+        int sender = UserSocket();
+        int small = 1;
+        setsockopt(sock, SOL_SOCKET, SO_RCVBUF, &small, sizeof(small));
+        auto listener = std::async(std::launch::async, [sock] {
+            return KIRA_Netlink_ext3_listen(sock, kPort, [](void*) { usleep(100 * 1000); });
+        });
+        ASSERT_TRUE(WaitBound(sock));
+        struct sockaddr_nl group = {};
+        group.nl_family = AF_NETLINK;
+        group.nl_groups = 1;
+        unsigned char d[64] = {};
+        uint32_t magic = KIRA_NETLINK_EXT3_MAGIC;
+        memcpy(d + 16, &magic, 4);
+        for (int i = 0; i < 200; i++)
+            sendto(sender, d, sizeof(d), 0, reinterpret_cast<sockaddr*>(&group), sizeof(group));
+        bool ended = listener.wait_for(std::chrono::seconds(3)) == std::future_status::ready;
+        KIRA_Netlink_ext3_release(sock);
+        ASSERT_TRUE(ended);
+        EXPECT_EQ(listener.get(), -6);
         close(sender);
     });
 }

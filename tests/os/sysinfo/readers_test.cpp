@@ -6,7 +6,9 @@
 #include <stdio.h>
 #include <string.h>
 #include <linux/if_packet.h>
+#include <linux/sockios.h>
 #include <net/if.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -360,7 +362,16 @@ TEST(Netdev, RealVethPairCountersAndLinkSpeed) {
             netdev_info_t before0, before1;
             ASSERT_EQ(KIRA_get_netdev_info("kv0", &before0), 0);
             ASSERT_EQ(KIRA_get_netdev_info("kv1", &before1), 0);
-            EXPECT_EQ(before0.speed, 10000u);  // what veth reports
+            // What veth reports; an emulator that does not pass the driver
+            // query on leaves the speed at 0, silently.
+            struct ifreq probe = {};
+            uint32_t settings[11] = {1};
+            strcpy(probe.ifr_name, "kv0");
+            probe.ifr_data = reinterpret_cast<char*>(settings);
+            int inet = socket(AF_INET, SOCK_DGRAM, 0);
+            const uint64_t speed = ioctl(inet, SIOCETHTOOL, &probe) == 0 ? 10000 : 0;
+            close(inet);
+            EXPECT_EQ(before0.speed, speed);
 
             // Raw frames sent out of kv0 arrive on kv1.
             int sock = socket(AF_PACKET, SOCK_RAW, 0);
@@ -389,7 +400,7 @@ TEST(Netdev, RealVethPairCountersAndLinkSpeed) {
             EXPECT_GE(after1.rxBytes - before1.rxBytes, 20000u);
             EXPECT_LE(hand0.second, after0.txBytes);
             EXPECT_LE(after1.rxBytes, hand1.first);
-            EXPECT_EQ(after1.speed, 10000u);
+            EXPECT_EQ(after1.speed, speed);
         },
         opts);
 }

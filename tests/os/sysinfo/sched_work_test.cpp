@@ -2,6 +2,7 @@
 // handlers that block until the 64-thread cap is reached), its FIFO order,
 // counters and messages; the sub-allocator's argument rules.
 
+#include <sys/mman.h>
 #include <sys/resource.h>
 
 #include <atomic>
@@ -116,11 +117,10 @@ SANDBOX_TEST(SchedWork, BlockedHandlersStopAtSixtyFourThreads) {
         w.handler = BlockUntilOpen;
         ASSERT_EQ(KIRA_SchedWork(&w), 0);
     }
-    ASSERT_TRUE(WaitUntil([] { return g_blocked.load() == 64; }, 20000)) << g_blocked.load();
+    ASSERT_TRUE(WaitUntil([] { return g_blocked.load() == 64 && Alive() == 64 && Spare() == 0; }, 20000))
+        << g_blocked.load() << " blocked, " << Alive() << " alive, " << Spare() << " spare";
     usleep(100 * 1000);
     EXPECT_EQ(g_blocked.load(), 64);
-    EXPECT_EQ(Alive(), 64);
-    EXPECT_EQ(Spare(), 0);
     // At the cap, topping up starts nothing and is no failure.
     EXPECT_EQ(KIRA_CreateSchedWorkThread(), 0);
     EXPECT_EQ(Alive(), 64);
@@ -152,8 +152,14 @@ SANDBOX_TEST(SchedWork, NullItemsNullHandlersAndFailedThreads) {
     none = old;
     none.rlim_cur = 0;
     setrlimit(RLIMIT_AS, &none);
-    int rc = KIRA_CreateSchedWorkThread();
+    // An emulator keeps the limit to itself: nothing would fail there.
+    void* probe = mmap(nullptr, 1 << 26, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    int rc = probe == MAP_FAILED ? KIRA_CreateSchedWorkThread() : 0;
     setrlimit(RLIMIT_AS, &old);
+    if (probe != MAP_FAILED) {
+        munmap(probe, 1 << 26);
+        GTEST_SKIP() << "the address-space limit does not bind here";
+    }
     EXPECT_EQ(rc, -1);
     EXPECT_EQ(Spare(), 0);
     EXPECT_EQ(Alive(), 4);
