@@ -6,12 +6,11 @@
 // finds more than 8 spare after its handler.
 
 #include <errno.h>
-#include <pthread.h>
+#include <sched.h>
 #include <semaphore.h>
 #include <syslog.h>
 
 #include "os/base/kira_file.h"
-#include "os/base/kira_raii.h"
 #include "os/sysinfo/kira_schedwork.h"
 #include "os/sysinfo/sysinfo_internal.h"
 
@@ -27,11 +26,44 @@ constexpr int32_t kSpareLimit = 8;
 // Statically valid so that an item posted before the pool is initialised
 // only waits instead of crashing.
 LIST_HEAD(g_stSchedWorkQueue);
-pthread_spinlock_t g_stSchedWorkLock = 0;
+int g_stSchedWorkLock = 0;
+
+// A spin lock that yields the processor after a short spin: with more
+// threads than processors a preempted holder would otherwise keep every
+// waiter spinning for a whole time slice.
+class QueueGuard {
+public:
+    QueueGuard() {
+        int spins = 0;
+        while (__atomic_exchange_n(&g_stSchedWorkLock, 1, __ATOMIC_ACQUIRE) != 0) {
+            while (__atomic_load_n(&g_stSchedWorkLock, __ATOMIC_RELAXED) != 0) {
+                if (++spins < 64) {
+                    CpuRelax();
+                } else {
+                    spins = 0;
+                    sched_yield();
+                }
+            }
+        }
+    }
+    ~QueueGuard() { __atomic_store_n(&g_stSchedWorkLock, 0, __ATOMIC_RELEASE); }
+    QueueGuard(const QueueGuard&) = delete;
+    QueueGuard& operator=(const QueueGuard&) = delete;
+
+private:
+    static void CpuRelax() {
+#if defined(__x86_64__) || defined(__i386__)
+        __builtin_ia32_pause();
+#elif defined(__aarch64__)
+        __asm__ __volatile__("yield");
+#endif
+    }
+};
+
 sem_t g_stSchedWorkSem;
 
 KIRA_SCHED_WORK_S* TakeFirst() {
-    kira::SpinGuard guard(&g_stSchedWorkLock);
+    QueueGuard guard;
     if (list_empty(&g_stSchedWorkQueue)) {
         return nullptr;
     }
@@ -56,7 +88,7 @@ KIRA_EXPORT int KIRA_SchedWorkInit(void) {
     atomic_set(&g_stSchedWorkSpare, 0);
     (void)sem_init(&g_stSchedWorkSem, 0, 0);
     INIT_LIST_HEAD(&g_stSchedWorkQueue);
-    (void)pthread_spin_init(&g_stSchedWorkLock, PTHREAD_PROCESS_PRIVATE);
+    __atomic_store_n(&g_stSchedWorkLock, 0, __ATOMIC_RELEASE);
     return KIRA_CreateSchedWorkThread();
 }
 
@@ -85,7 +117,7 @@ KIRA_EXPORT int KIRA_SchedWork(KIRA_SCHED_WORK_S* work) {
         return 0;
     }
     {
-        kira::SpinGuard guard(&g_stSchedWorkLock);
+        QueueGuard guard;
         list_add_tail(&work->node, &g_stSchedWorkQueue);
     }
     return sem_post(&g_stSchedWorkSem);
