@@ -26,8 +26,6 @@ typedef enum tagDBG_LOG_TYPE {
     DBG_LOG_BUTT = 6
 } DBG_LOG_TYPE;
 
-#define PID_CTRL_ZADIMONITOR 424
-
 // Content of "/dev/shm/dbglog.cfg", shared by every process of the node.
 #define DBG_CFG_MAGIC 0x78ABC001u
 typedef struct tagDBG_CFG_S {

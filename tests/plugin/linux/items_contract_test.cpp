@@ -5,7 +5,7 @@
 
 #include <type_traits>
 
-#include "plugin/linux/common_plugin_internal.h"
+#include "plugin/linux/item_contract_internal.h"
 #include "tests/plugin/linux/items_test_util.h"
 #include "tests/support/sandbox.h"
 
