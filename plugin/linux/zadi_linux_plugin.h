@@ -43,7 +43,7 @@ typedef struct {
     unsigned long long cstime;
 } process_cpu_occupy_t;
 
-class ZADI_Linux_Plugin {
+class KIRA_EXPORT ZADI_Linux_Plugin {
 public:
     // Pid of the heaviest process seen by the last wildcard group scan.
     int max_usage_pid;

@@ -25,8 +25,8 @@ namespace {
 
 std::vector<PROCESS_INFO_S*> Entries(struct list_head* head) {
     std::vector<PROCESS_INFO_S*> out;
-    for (struct list_head* p = head->next; p != head; p = p->next)
-        out.push_back(list_entry(p, PROCESS_INFO_S, stEntry));
+    PROCESS_INFO_S* e;
+    list_for_each_entry(e, head, stEntry) out.push_back(e);
     return out;
 }
 
