@@ -40,8 +40,8 @@ void ZADI_Linux_Plugin::change_cmdlie_to_str(char* buf, unsigned int size) {
 
 namespace zadi {
 
-ssize_t ReadCmdlineText(const char* path, char* buf, size_t size) {
-    kira::UniqueFd fd(open(path, O_RDONLY | O_CLOEXEC));
+ssize_t ReadCmdlineText(const char* path, char* buf, size_t size, int dirFd) {
+    kira::UniqueFd fd(openat(dirFd, path, O_RDONLY | O_CLOEXEC));
     if (!fd.valid()) {
         return -1;
     }
@@ -69,9 +69,9 @@ bool MatchesName(const char* text, const char* name, int mode) {
     }
 }
 
-bool CmdlineMatches(const char* path, const char* name, int mode, char* buf) {
+bool CmdlineMatches(const char* path, const char* name, int mode, char* buf, int dirFd) {
     // A kernel thread's cmdline is empty, so it never matches anything.
-    return ReadCmdlineText(path, buf, kCmdlineBufSize) > 0 && MatchesName(buf, name, mode);
+    return ReadCmdlineText(path, buf, kCmdlineBufSize, dirFd) > 0 && MatchesName(buf, name, mode);
 }
 
 }  // namespace zadi

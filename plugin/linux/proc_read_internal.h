@@ -10,6 +10,7 @@
 // back short is the whole file (kira::ReadEnd::kShortRead): a command line,
 // a stat or status file costs open, read, close. Nothing here allocates.
 
+#include <fcntl.h>
 #include <stdlib.h>
 #include <sys/types.h>
 
@@ -30,14 +31,15 @@ constexpr int kStatusLineSize = 256;       // status, limits, /proc/stat and mem
 // read_file(path, buf, size, 1) and change_cmdlie_to_str(buf, size) in one
 // read: at most size - 2 bytes, up to and including a newline. Returns the
 // bytes taken, 0 for an empty command line (a kernel thread), -1 when the
-// file cannot be opened (errno kept).
-ssize_t ReadCmdlineText(const char* path, char* buf, size_t size);
+// file cannot be opened (errno kept). A relative path is taken from the open
+// directory dirFd.
+ssize_t ReadCmdlineText(const char* path, char* buf, size_t size, int dirFd = AT_FDCWD);
 
 // The command-line text compared with name in mode (CMDLINE_MATCH_*).
 bool MatchesName(const char* text, const char* name, int mode);
 
 // The command line at path matches; buf is a kCmdlineBufSize scratch.
-bool CmdlineMatches(const char* path, const char* name, int mode, char* buf);
+bool CmdlineMatches(const char* path, const char* name, int mode, char* buf, int dirFd = AT_FDCWD);
 
 // Only process directories hold a cmdline file; skipping the others (sys,
 // net, driver, ...) saves a failing open each.
@@ -52,11 +54,15 @@ bool WalkMatching(const char* name, int mode, Fn fn) {
     if (!walk) {
         return false;
     }
+    // The path is built whole, so its length limit holds, but opened from
+    // the directory already open: the walk's floor is openat/read/close.
+    constexpr size_t kProcPrefix = sizeof("/proc/") - 1;
+    const int procFd = dirfd(walk.dir());
     char buf[kCmdlineBufSize];
     char path[kScanPathSize];
     while (const char* entry = walk.Next()) {
-        if (kira::ProcPidPath(path, sizeof(path), entry, "cmdline") && CmdlineMatches(path, name, mode, buf) &&
-            !fn(atoi(entry))) {
+        if (kira::ProcPidPath(path, sizeof(path), entry, "cmdline") &&
+            CmdlineMatches(path + kProcPrefix, name, mode, buf, procFd) && !fn(atoi(entry))) {
             break;
         }
     }
