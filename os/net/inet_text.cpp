@@ -29,8 +29,8 @@ struct ClassTable {
             of['a' + c] = static_cast<uint8_t>(10 + c);
             of['A' + c] = static_cast<uint8_t>(10 + c);
         }
-        of[':'] = kColon;
-        of['.'] = kDot;
+        of[int{':'}] = kColon;
+        of[int{'.'}] = kDot;
         of[0] = kEnd;
     }
 };
