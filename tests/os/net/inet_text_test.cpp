@@ -1,6 +1,6 @@
-// Address texts: the parsers' settled points, every text read from a page
-// end so a read past the terminator faults; a differential run against the
-// C library; printing against inet_ntop; inet_addr's leniency.
+// Address texts: the parsers' settled points; a differential run against the
+// C library with every text read from a page end, so a read past the
+// terminator faults; printing against inet_ntop; inet_addr's leniency.
 
 #include <arpa/inet.h>
 #include <sys/mman.h>
@@ -37,83 +37,36 @@ private:
     char* base_;
 };
 
-std::string Hex(const unsigned char* bytes, size_t n) {
-    static const char kDigits[] = "0123456789abcdef";
-    std::string out;
-    for (size_t i = 0; i < n; i++) (out += kDigits[bytes[i] >> 4]) += kDigits[bytes[i] & 15];
-    return out;
-}
-
 struct ParseCase {
     int family;
     const char* text;
     int result;
-    const char* bytes;  // hex, when valid
 };
 
+// What the C library cannot settle: the kept leniency and the dispatch; the
+// differential test below covers the rest, bytes included.
 // clang-format off
 const ParseCase kParseCases[] = {
-    {2, "1.2.3.4", 1, "01020304"},
-    {2, "0.0.0.0", 1, "00000000"},
-    {2, "255.255.255.255", 1, "ffffffff"},
-    {2, "01.2.3.4", 0, nullptr},    // leading zero before another digit
-    {2, "1.2.3", 0, nullptr},
-    {2, "1.2.3.4.5", 0, nullptr},
-    {2, "256.1.1.1", 0, nullptr},
-    {2, "1..2.3", 0, nullptr},
-    {2, "1.2.3.4x", 0, nullptr},
-    {2, "1.2.3.4.", 0, nullptr},
-    {2, ".1.2.3", 0, nullptr},
-    {2, "1.2.3.1000", 0, nullptr},
-    {2, "", 0, nullptr},
-    {10, "::", 1, "00000000000000000000000000000000"},
-    {10, "::1", 1, "00000000000000000000000000000001"},
-    {10, "1:2:3:4:5:6:7:8", 1, "00010002000300040005000600070008"},
-    {10, "FfFf:abcd::", 1, "ffffabcd000000000000000000000000"},
-    {10, "::ffff:1.2.3.4", 1, "00000000000000000000ffff01020304"},
-    {10, "1:2:3:4:5:6:1.2.3.4", 1, "00010002000300040005000601020304"},
-    {10, "1:2:3:4:5:6:7::", 1, "00010002000300040005000600070000"},
-    {10, "1::2:", 1, "00010000000000000000000000000002"},  // a trailing colon is tolerated
-    {10, "1:2:3:4:5:6:7:8:", 1, "00010002000300040005000600070008"},
-    {10, ":1::", 0, nullptr},
-    {10, ":", 0, nullptr},
-    {10, "1::2::3", 0, nullptr},
-    {10, ":::", 0, nullptr},
-    {10, "12345::", 0, nullptr},
-    {10, "00001::", 0, nullptr},   // five digits even when the value fits
-    {10, "1:2:3:4::5:6:7:8", 0, nullptr},  // all 16 bytes and "::"
-    {10, "1:2:3:4:5:6:7", 0, nullptr},
-    {10, "1:2:3:4:5:6:7:8:9", 0, nullptr},
-    {10, "1:", 0, nullptr},
-    {10, "1:2:3:4:5:6:7:1.2.3.4", 0, nullptr},  // no room for the tail
-    {10, "::1.2.3", 0, nullptr},
-    {10, "::ffff:1.2.3.4:", 0, nullptr},
-    {10, "1.2.3.4", 0, nullptr},
-    {10, "::g", 0, nullptr},
-    {10, "", 0, nullptr},
-    {3, "1.2.3.4", 0, nullptr},
-    {0, "::", 0, nullptr},
+    {2, "1.2.3.4", 1}, {2, "01.2.3.4", 0}, {2, "1.2.3", 0}, {2, "1.2.3.4.5", 0}, {2, "256.1.1.1", 0},
+    {2, "1..2.3", 0}, {2, "1.2.3.4x", 0}, {10, "::", 1}, {10, "::1", 1}, {10, "1:2:3:4:5:6:7:8", 1},
+    {10, "::ffff:1.2.3.4", 1}, {10, ":1::", 0}, {10, "1::2::3", 0}, {10, "12345::", 0}, {10, "00001::", 0},
+    {10, "1:2:3:4::5:6:7:8", 0}, {10, "1:", 0}, {10, "1::2:", 1}, {10, "1:2:3:4:5:6:7:8:", 1}, {10, "1::2::", 0},
+    {3, "1.2.3.4", 0}, {0, "::", 0},
 };
 // clang-format on
 
-TEST(NetText, ParsersKeepTheSettledPointsAndStopAtTheTerminator) {
-    PageEnd page;
+TEST(NetText, ParsersKeepTheSettledPoints) {
     for (const ParseCase& c : kParseCases) {
-        unsigned char out[16];
-        memset(out, 0xA5, sizeof out);
-        const char* text = page.Text(c.text);
-        const int got = c.family == 2    ? KIRA_inet_pton4(text, out)
-                        : c.family == 10 ? KIRA_inet_pton6(text, out)
-                                         : KIRA_inet_pton(c.family, text, out);
-        EXPECT_EQ(got, c.result) << c.family << " " << c.text;
-        if (c.family == 2 || c.family == 10) {
-            EXPECT_EQ(KIRA_inet_pton(c.family, text, out), c.result) << c.text;
-        }
-        // A refused text leaves the output as it was.
-        std::string untouched;
-        for (size_t i = 0; i < (c.family == 10 ? 16u : 4u); i++) untouched += "a5";
-        EXPECT_EQ(Hex(out, untouched.size() / 2), c.bytes != nullptr ? c.bytes : untouched) << c.text;
+        unsigned char out[16] = {};
+        EXPECT_EQ(KIRA_inet_pton(c.family, c.text, out), c.result) << c.family << " " << c.text;
+        const int direct = c.family == 2 ? KIRA_inet_pton4(c.text, out) : KIRA_inet_pton6(c.text, out);
+        EXPECT_EQ(direct, c.family == 2 || c.family == 10 ? c.result : direct) << c.text;
     }
+    unsigned char lenient[16];
+    unsigned char strict[16];
+    ASSERT_EQ(KIRA_inet_pton6("1::2:", lenient), 1);
+    ASSERT_EQ(KIRA_inet_pton6("1::2", strict), 1);
+    EXPECT_EQ(memcmp(lenient, strict, 16), 0);
 }
 
 TEST(NetText, NullArgumentsAndInetAddr) {
@@ -141,16 +94,17 @@ TEST(NetText, NullArgumentsAndInetAddr) {
 // inet_diff::Compare fails. The listed one must actually occur, or the
 // corpus has stopped reaching it.
 TEST(NetText, ParsersAgreeWithTheCLibraryExceptAsListed) {
+    PageEnd page;
     std::mt19937 rng(20261124);
     int valid6 = 0;
     int lenient = 0;
     for (int i = 0; i < 200000; i++) {
-        const std::string text = inet_diff::RandomText(rng);
-        const std::string diff = inet_diff::Compare(text);
-        ASSERT_EQ(diff, "") << "text \"" << text << "\"";
+        const char* text = page.Text(inet_diff::RandomText(rng));
+        ASSERT_EQ(inet_diff::Compare(text), "") << "text \"" << text << "\"";
         unsigned char out[16];
-        valid6 += inet_pton(AF_INET6, text.c_str(), out) == 1;
-        lenient += KIRA_inet_pton6(text.c_str(), out) == 1 && inet_pton(AF_INET6, text.c_str(), out) == 0;
+        const int libc = inet_pton(AF_INET6, text, out);
+        valid6 += libc == 1;
+        lenient += libc == 0 && KIRA_inet_pton6(text, out) == 1;
     }
     EXPECT_GT(valid6, 10000);
     EXPECT_GT(lenient, 100);

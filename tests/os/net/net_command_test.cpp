@@ -10,15 +10,17 @@
 #include <vector>
 
 #include "os/net/kira_net.h"
-#include "tests/support/sandbox.h"
+#include "tests/os/net/net_test_util.h"
 
 namespace {
 
+using net_test::Messages;
 using Calls = std::vector<std::vector<std::string>>;
 
 const std::string kAddressScript = "/ZUK/script/os_policy_route_process.sh";
 const std::string kRouteScript = "/ZUK/script/os_port_route_process.sh";
 constexpr size_t kLongestCommand = 127;
+const std::string kLongIp6 = "2001:db8:1234:5678:9abc:def0:1234:5678";
 
 // Pieces of text between separators; a final separator ends the last piece.
 std::vector<std::string> Split(const std::string& text, char sep) {
@@ -36,15 +38,6 @@ std::string Printed(const char* format, const std::string& command, int status) 
     char text[512];
     snprintf(text, sizeof text, format, command.c_str(), status);
     return text;
-}
-
-std::vector<std::string> Messages() {
-    std::vector<std::string> out;
-    for (const kt::SyslogLine& line : kt::SyslogLines()) {
-        EXPECT_EQ(line.priority, 6) << line.message;
-        out.push_back(line.message);
-    }
-    return out;
 }
 
 // A stand-in on PATH that records "$*" per call and exits 1 for a call
@@ -65,56 +58,83 @@ private:
     std::string record_;
 };
 
+using Texts = std::vector<const char*>;
+
+struct Entry {
+    const char* function;
+    Texts texts;  // usable arguments
+    std::function<int(const Texts&)> call;
+    int invalid;              // the result for a refused text
+    const char* nullMessage;  // "" when a null is refused silently
+    std::string command;      // as formatted, before the cut to the buffer; "" for the bond functions
+    const char* failure;
+};
+
+template <int32_t (*Bond)(const char*, char* const*, uint32_t)>
+int BondCall(const Texts& t) {
+    char* ports[] = {const_cast<char*>(t[1]), const_cast<char*>(t[2])};
+    return Bond(t[0], ports, 2);
+}
+
+const char kIp6Null[] = "Wrong parameter is NULL for interface or ipv6 address.";
+const char kRoute6Null[] = "Wrong parameter is NULL for interface or ipv6 address or gateway.";
+
+// Real port names and address texts, each allowed character among them.
+// clang-format off
+const Entry kEntries[] = {
+    {"KIRA_SetPortIP", {"eth0", "192.168.1.10", "255.255.255.0"}, [](const Texts& t) { return KIRA_SetPortIP(t[0], t[1], t[2]); },
+     -22, "", kAddressScript + " eth0 set ipv4 192.168.1.10 255.255.255.0",
+     "Can not execute ifconfig command(%s) when set port ip, the return value is %d."},
+    {"KIRA_DelPortIP", {"bond0.100", "10.0.0.1/8", "255.0.0.0"}, [](const Texts& t) { return KIRA_DelPortIP(t[0], t[1], t[2]); },
+     -22, "", kAddressScript + " bond0.100 del ipv4 10.0.0.1/8 255.0.0.0",
+     "Execute ifconfig command(%s) when del port ip failed, the return value is %d."},
+    {"KIRA_AddPortRoute", {"eth1", "10.2.0.0", "255.255.0.0", "10.2.0.1"}, [](const Texts& t) { return KIRA_AddPortRoute(t[0], t[1], t[2], t[3]); },
+     -22, "", kRouteScript + " eth1 set ipv4 10.2.0.0 255.255.0.0 10.2.0.1",
+     "Execute route add command(%s) when adding route failed,the return value is %d."},
+    {"KIRA_DelPortRoute", {"eth_2", "0.0.0.0", "0.0.0.0", "10.2.0.1"}, [](const Texts& t) { return KIRA_DelPortRoute(t[0], t[1], t[2], t[3]); },
+     -22, "", kRouteScript + " eth_2 del ipv4 0.0.0.0 0.0.0.0 10.2.0.1",
+     "Execute route delete command(%s) when deleting route failed,the return value is %d."},
+    {"KIRA_SetPortIP6", {"eth0", "fe80::1%eth0"}, [](const Texts& t) { return KIRA_SetPortIP6(t[0], t[1], 0xFFFFFFFFu); },
+     -1, kIp6Null, kAddressScript + " eth0 set ipv6 fe80::1%eth0 4294967295",  // unsigned
+     "Execute ifconfig command(%s) when set port ip failed, the return value is %d."},
+    {"KIRA_DelPortIP6", {"eth0@if3", "2001:db8::1"}, [](const Texts& t) { return KIRA_DelPortIP6(t[0], t[1], 64); },
+     -1, kIp6Null, kAddressScript + " eth0@if3 del ipv6 2001:db8::1 64",
+     "Execute ifconfig command(%s) when delete port ip failed, the return value is %d."},
+    {"KIRA_AddPortRoute6", {"eth-3", "2001:db8::", "2001:db8::ffff"}, [](const Texts& t) { return KIRA_AddPortRoute6(t[0], t[1], -1, t[2]); },
+     -1, kRoute6Null, kRouteScript + " eth-3 set ipv6 2001:db8:: -1 2001:db8::ffff",  // signed
+     "Execute route add command(%s) when adding route failed,the return value is %d."},
+    {"KIRA_DelPortRoute6", {"eth0", kLongIp6.c_str(), kLongIp6.c_str()}, [](const Texts& t) { return KIRA_DelPortRoute6(t[0], t[1], 64, t[2]); },
+     -1, kRoute6Null, kRouteScript + " eth0 del ipv6 " + kLongIp6 + " 64 " + kLongIp6,  // longer than the buffer
+     "Execute route delete command(%s) when deleting route failed,the return value is %d."},
+    {"KIRA_InitBond", {"bond0"}, [](const Texts& t) { return KIRA_InitBond(t[0]); }, -1, "", "", ""},
+    {"KIRA_SetBond", {"bond0", "eth0", "eth1"}, BondCall<KIRA_SetBond>, -22, "", "", ""},
+    {"KIRA_CancelBond", {"bond0", "eth0", "eth1"}, BondCall<KIRA_CancelBond>, -22, "", "", ""},
+};
+// clang-format on
+
 }  // namespace
 
+// The command text is seen twice: split into the script's arguments, and
+// whole in the failure message.
 SANDBOX_TEST(NetCommand, ScriptCommandsExactTextResultAndFailureMessage) {
-    const std::string v6Long = "2001:db8:1234:5678:9abc:def0:1234:5678";
-    struct Case {
-        std::function<int()> call;
-        std::string command;  // as formatted, before the cut to the buffer
-        const char* failure;
-    };
-    const Case cases[] = {
-        {[] { return KIRA_SetPortIP("eth0", "192.168.1.10", "255.255.255.0"); },
-         kAddressScript + " eth0 set ipv4 192.168.1.10 255.255.255.0",
-         "Can not execute ifconfig command(%s) when set port ip, the return value is %d."},
-        {[] { return KIRA_DelPortIP("bond0.100", "10.0.0.1/8", "255.0.0.0"); },
-         kAddressScript + " bond0.100 del ipv4 10.0.0.1/8 255.0.0.0",
-         "Execute ifconfig command(%s) when del port ip failed, the return value is %d."},
-        {[] { return KIRA_AddPortRoute("eth1", "10.2.0.0", "255.255.0.0", "10.2.0.1"); },
-         kRouteScript + " eth1 set ipv4 10.2.0.0 255.255.0.0 10.2.0.1",
-         "Execute route add command(%s) when adding route failed,the return value is %d."},
-        {[] { return KIRA_DelPortRoute("eth_2", "0.0.0.0", "0.0.0.0", "10.2.0.1"); },
-         kRouteScript + " eth_2 del ipv4 0.0.0.0 0.0.0.0 10.2.0.1",
-         "Execute route delete command(%s) when deleting route failed,the return value is %d."},
-        {[] { return KIRA_SetPortIP6("eth0", "fe80::1%eth0", 0xFFFFFFFFu); },
-         kAddressScript + " eth0 set ipv6 fe80::1%eth0 4294967295",  // unsigned
-         "Execute ifconfig command(%s) when set port ip failed, the return value is %d."},
-        {[] { return KIRA_DelPortIP6("eth0@if3", "2001:db8::1", 64); },
-         kAddressScript + " eth0@if3 del ipv6 2001:db8::1 64",
-         "Execute ifconfig command(%s) when delete port ip failed, the return value is %d."},
-        {[] { return KIRA_AddPortRoute6("eth-3", "2001:db8::", -1, "2001:db8::ffff"); },
-         kRouteScript + " eth-3 set ipv6 2001:db8:: -1 2001:db8::ffff",  // signed
-         "Execute route add command(%s) when adding route failed,the return value is %d."},
-        {[&] { return KIRA_DelPortRoute6("eth0", v6Long.c_str(), 64, v6Long.c_str()); },
-         kRouteScript + " eth0 del ipv6 " + v6Long + " 64 " + v6Long,  // cut to the buffer
-         "Execute route delete command(%s) when deleting route failed,the return value is %d."},
-    };
     for (int status : {0, 3}) {
         kt::FakeCommand addressScript(kAddressScript, status);
         kt::FakeCommand routeScript(kRouteScript, status);
-        for (const Case& c : cases) {
+        size_t ran = 0;
+        for (const Entry& e : kEntries) {
+            if (e.command.empty()) continue;
             kt::SyslogClear();
-            const std::string ran = c.command.substr(0, kLongestCommand);
-            EXPECT_EQ(c.call(), status == 0 ? 0 : -1) << ran;
-            const bool route = ran.compare(0, kRouteScript.size(), kRouteScript) == 0;
-            const kt::FakeCommand& script = route ? routeScript : addressScript;
-            EXPECT_EQ(script.Calls().back(), Split(ran.substr(ran.find(' ') + 1), ' '));
+            const std::string command = e.command.substr(0, kLongestCommand);
+            EXPECT_EQ(e.call(e.texts), status == 0 ? 0 : -1) << command;
+            const bool route = command.compare(0, kRouteScript.size(), kRouteScript) == 0;
+            EXPECT_EQ((route ? routeScript : addressScript).Calls().back(),
+                      Split(command.substr(command.find(' ') + 1), ' '));
             // The raw wait status is reported: exit 3 reads 768.
             EXPECT_EQ(Messages(), status == 0 ? std::vector<std::string>{}
-                                              : std::vector<std::string>{Printed(c.failure, ran, status << 8)});
+                                              : std::vector<std::string>{Printed(e.failure, command, status << 8)});
+            ran++;
         }
-        EXPECT_EQ(addressScript.Calls().size() + routeScript.Calls().size(), std::size(cases));
+        EXPECT_EQ(addressScript.Calls().size() + routeScript.Calls().size(), ran);
     }
 }
 
@@ -163,89 +183,29 @@ SANDBOX_TEST(NetCommand, BondStepsStopOrGoOnAsEachFunctionDoes) {
 }
 
 // Every text argument of every command function, in turn null and holding
-// each character a shell would act on: the function's own result, its own
+// each character a shell would act on: the function's own result and
 // message, and no command run.
 SANDBOX_TEST(NetCommand, BadArgumentsAreRefusedBeforeAnythingRuns) {
     kt::FakeCommand fakes[] = {kt::FakeCommand(kAddressScript), kt::FakeCommand(kRouteScript),
                                kt::FakeCommand("ifenslave"), kt::FakeCommand("ifconfig")};
-    using Texts = std::vector<const char*>;
-    auto bond = [](int32_t (*f)(const char*, char* const*, uint32_t)) {
-        return [f](const Texts& t) {
-            char* ports[] = {const_cast<char*>(t[1]), const_cast<char*>(t[2])};
-            return f(t[0], ports, 2);
-        };
-    };
-    const std::string ip6Null = "Wrong parameter is NULL for interface or ipv6 address.";
-    const std::string route6Null = "Wrong parameter is NULL for interface or ipv6 address or gateway.";
-    struct Entry {
-        const char* function;
-        Texts valid;
-        int invalid;
-        std::string nullMessage;  // "" when a null is refused silently
-        std::function<int(const Texts&)> call;
-    };
-    const Entry entries[] = {
-        {"KIRA_SetPortIP",
-         {"eth0", "1.2.3.4", "255.0.0.0"},
-         -22,
-         "",
-         [](const Texts& t) { return KIRA_SetPortIP(t[0], t[1], t[2]); }},
-        {"KIRA_DelPortIP",
-         {"eth0", "1.2.3.4", "255.0.0.0"},
-         -22,
-         "",
-         [](const Texts& t) { return KIRA_DelPortIP(t[0], t[1], t[2]); }},
-        {"KIRA_AddPortRoute",
-         {"eth0", "1.2.3.0", "255.0.0.0", "1.2.3.1"},
-         -22,
-         "",
-         [](const Texts& t) { return KIRA_AddPortRoute(t[0], t[1], t[2], t[3]); }},
-        {"KIRA_DelPortRoute",
-         {"eth0", "1.2.3.0", "255.0.0.0", "1.2.3.1"},
-         -22,
-         "",
-         [](const Texts& t) { return KIRA_DelPortRoute(t[0], t[1], t[2], t[3]); }},
-        {"KIRA_SetPortIP6",
-         {"eth0", "fe80::1"},
-         -1,
-         ip6Null,
-         [](const Texts& t) { return KIRA_SetPortIP6(t[0], t[1], 64); }},
-        {"KIRA_DelPortIP6",
-         {"eth0", "fe80::1"},
-         -1,
-         ip6Null,
-         [](const Texts& t) { return KIRA_DelPortIP6(t[0], t[1], 64); }},
-        {"KIRA_AddPortRoute6",
-         {"eth0", "fe80::", "fe80::1"},
-         -1,
-         route6Null,
-         [](const Texts& t) { return KIRA_AddPortRoute6(t[0], t[1], 64, t[2]); }},
-        {"KIRA_DelPortRoute6",
-         {"eth0", "fe80::", "fe80::1"},
-         -1,
-         route6Null,
-         [](const Texts& t) { return KIRA_DelPortRoute6(t[0], t[1], 64, t[2]); }},
-        {"KIRA_InitBond", {"bond0"}, -1, "", [](const Texts& t) { return KIRA_InitBond(t[0]); }},
-        {"KIRA_SetBond", {"bond0", "eth0", "eth1"}, -22, "", bond(KIRA_SetBond)},
-        {"KIRA_CancelBond", {"bond0", "eth0", "eth1"}, -22, "", bond(KIRA_CancelBond)},
-    };
     const std::string hostile = ";&|$`'\"<>\\()*? \n\t!#{}~";
-    for (const Entry& e : entries) {
-        for (size_t i = 0; i < e.valid.size(); i++) {
-            Texts texts = e.valid;
+    for (const Entry& e : kEntries) {
+        const std::vector<std::string> refusal = {std::string(e.function) +
+                                                  ": argument holds a character not allowed in a command, nothing "
+                                                  "executed."};
+        for (size_t i = 0; i < e.texts.size(); i++) {
+            Texts texts = e.texts;
             texts[i] = nullptr;
             kt::SyslogClear();
-            EXPECT_EQ(e.call(texts), e.nullMessage.empty() ? e.invalid : -1) << e.function << " null " << i;
+            EXPECT_EQ(e.call(texts), e.nullMessage[0] == '\0' ? e.invalid : -1) << e.function << " null " << i;
             EXPECT_EQ(Messages(),
-                      e.nullMessage.empty() ? std::vector<std::string>{} : std::vector<std::string>{e.nullMessage});
+                      e.nullMessage[0] == '\0' ? std::vector<std::string>{} : std::vector<std::string>{e.nullMessage});
             for (char h : hostile) {
                 const std::string bad = std::string("eth0") + h + "x";
                 texts[i] = bad.c_str();
                 kt::SyslogClear();
                 EXPECT_EQ(e.call(texts), e.invalid) << e.function << " " << i << " " << h;
-                EXPECT_EQ(Messages(), std::vector<std::string>{std::string(e.function) +
-                                                               ": argument holds a character not allowed in a "
-                                                               "command, nothing executed."});
+                EXPECT_EQ(Messages(), refusal);
             }
         }
     }

@@ -2,7 +2,6 @@
 // private network namespace), and the management IPv6 address file. Every
 // path must leave the descriptor count as it found it.
 
-#include <dirent.h>
 #include <errno.h>
 #include <stdlib.h>
 #include <sys/socket.h>
@@ -15,29 +14,16 @@
 #include <vector>
 
 #include "os/net/kira_net.h"
-#include "tests/support/sandbox.h"
+#include "tests/os/net/net_test_util.h"
 
 namespace {
 
+using net_test::Messages;
+using net_test::OpenFdCount;
+
 std::atomic<bool> g_refuseSockets{false};
 
-// The first syslog call of a process opens the log socket: callers log once
-// before they start counting.
-int OpenFdCount() {
-    int n = 0;
-    DIR* dir = opendir("/proc/self/fd");
-    while (readdir(dir) != nullptr) n++;
-    closedir(dir);
-    return n;
-}
-
 bool Ip(const std::string& args) { return system(("ip " + args + " >/dev/null 2>&1").c_str()) == 0; }
-
-std::vector<std::string> Messages() {
-    std::vector<std::string> out;
-    for (const kt::SyslogLine& line : kt::SyslogLines()) out.push_back(line.message);
-    return out;
-}
 
 std::string Dotted(uint32_t addr) {
     char text[16];
