@@ -9,7 +9,7 @@
 #include "os/net/net_internal.h"
 
 using kira_net::FormatCommand;
-using kira_net::RunCommand;
+using kira_net::RunCommandLine;
 using kira_net::ShellSafe;
 
 namespace {
@@ -22,15 +22,6 @@ int32_t MembersUsable(const char* function, const char* bond, char* const* ports
         if (ports[i] == nullptr || !ShellSafe(function, {ports[i]})) return -EINVAL;
     }
     return 0;
-}
-
-int RunMemberCommand(const char* format, const char* bond, const char* port, const char* failure)
-    __attribute__((format(printf, 1, 0)));
-
-int RunMemberCommand(const char* format, const char* bond, const char* port, const char* failure) {
-    char command[NET_COMMAND_SIZE];
-    FormatCommand(command, format, bond, port);
-    return RunCommand(KIRA_Execute, command, failure);
 }
 
 int ResetBondPort(const char* format, const char* bond) __attribute__((format(printf, 1, 0)));
@@ -73,8 +64,8 @@ KIRA_EXPORT int32_t KIRA_SetBond(const char* bond, char* const* ports, uint32_t 
     }
     if (MembersUsable(__func__, bond, ports, count) != 0) return -EINVAL;
     for (uint32_t i = 0; i < count; i++) {
-        if (RunMemberCommand("ifenslave %s %s", bond, ports[i],
-                             "Execute set bonding command(%s) failed,the return value is %d.") != 0) {
+        if (RunCommandLine(KIRA_Execute, "Execute set bonding command(%s) failed,the return value is %d.",
+                           "ifenslave %s %s", bond, ports[i]) != 0) {
             return -1;
         }
     }
@@ -90,8 +81,8 @@ KIRA_EXPORT int32_t KIRA_CancelBond(const char* bond, char* const* ports, uint32
     if (MembersUsable(__func__, bond, ports, count) != 0) return -EINVAL;
     int32_t result = 0;
     for (uint32_t i = 0; i < count; i++) {
-        if (RunMemberCommand("ifenslave -d %s %s", bond, ports[i],
-                             "Execute cancel bonding command(%s) failed,the return value is %d.") != 0) {
+        if (RunCommandLine(KIRA_Execute, "Execute cancel bonding command(%s) failed,the return value is %d.",
+                           "ifenslave -d %s %s", bond, ports[i]) != 0) {
             result = -1;
         }
     }

@@ -11,6 +11,7 @@ namespace {
 constexpr uint32_t kInvalid = 0xFFFFFFFFu;
 constexpr char kAllOnes[] = "255.255.255.255";
 constexpr uint32_t kIp6Bits = 128;
+constexpr int32_t kFamilyIp6 = 10;
 
 // An unparsable mask reads as all ones; only a real all-ones text may be.
 bool MaskUnusable(uint32_t mask, const char* text) {
@@ -38,7 +39,7 @@ KIRA_EXPORT int32_t KIRA_IfIpConflict(const char* addr1, const char* mask1, cons
 KIRA_EXPORT int32_t KIRA_IfIpV6Conflict(const char* addr1, uint32_t prefix1, const char* addr2, uint32_t prefix2) {
     uint8_t b1[16];
     uint8_t b2[16];
-    if (KIRA_inet_pton(10, addr1, b1) != 1 || KIRA_inet_pton(10, addr2, b2) != 1) return 1;
+    if (KIRA_inet_pton(kFamilyIp6, addr1, b1) != 1 || KIRA_inet_pton(kFamilyIp6, addr2, b2) != 1) return 1;
     uint32_t bits = prefix1 < prefix2 ? prefix1 : prefix2;
     if (bits > kIp6Bits) bits = kIp6Bits;  // a longer prefix compares the whole address
     uint32_t whole = bits / 8;

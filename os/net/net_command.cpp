@@ -51,15 +51,28 @@ bool ShellSafe(const char* function, std::initializer_list<const char*> args) {
     return true;
 }
 
+namespace {
+
+// Truncation reports -1 but keeps the cut, terminated text: that runs.
+void FormatInto(char (&command)[NET_COMMAND_SIZE], const char* format, va_list args) {
+    (void)vsnprintf_s(command, sizeof command, sizeof command - 1, format, args);
+}
+
+}  // namespace
+
 void FormatCommand(char (&command)[NET_COMMAND_SIZE], const char* format, ...) {
     va_list args;
     va_start(args, format);
-    // Truncation reports -1 but keeps the cut, terminated text: that runs.
-    (void)vsnprintf_s(command, sizeof command, sizeof command - 1, format, args);
+    FormatInto(command, format, args);
     va_end(args);
 }
 
-int RunCommand(Runner run, const char* command, const char* failure) {
+int RunCommandLine(Runner run, const char* failure, const char* format, ...) {
+    char command[NET_COMMAND_SIZE];
+    va_list args;
+    va_start(args, format);
+    FormatInto(command, format, args);
+    va_end(args);
     int status = run(command);
     if (status != 0) {
         syslog(LOG_INFO, failure, command, status);

@@ -32,9 +32,9 @@ bool ShellSafe(const char* function, std::initializer_list<const char*> args);
 // buffer and the cut command is what runs.
 void FormatCommand(char (&command)[NET_COMMAND_SIZE], const char* format, ...) __attribute__((format(printf, 2, 3)));
 
-// Runs `command`; a non-zero result is logged with `failure` (which takes
-// the command text, then the result) and gives -1.
-int RunCommand(Runner run, const char* command, const char* failure);
+// Formats as above and runs the command; a non-zero result is logged with
+// `failure` (which takes the command text, then the result) and gives -1.
+int RunCommandLine(Runner run, const char* failure, const char* format, ...) __attribute__((format(printf, 3, 4)));
 
 }  // namespace kira_net
 

@@ -31,7 +31,8 @@ KIRA_EXPORT int32_t KIRA_SetSockKeepAlive(int32_t sock, int32_t enable, int32_t 
         return -1;
     }
     int ret = SetIntOption(sock, SOL_SOCKET, SO_KEEPALIVE, enable, "set socket SO_KEEPALIVE fail, ret = (%d).\n");
-    if (ret < 0 || enable == 0) return ret < 0 ? ret : 0;
+    if (ret < 0) return ret;
+    if (enable == 0) return 0;
     struct TcpOption {
         int name;
         int32_t value;
