@@ -73,50 +73,43 @@ inline void PutGroup(uint8_t* at, unsigned value) {
 }
 
 int32_t ParseIp6(const unsigned char* src, uint8_t* dst) {
-    uint8_t bytes[kIp6Bytes] = {};
+    uint8_t bytes[kIp6Bytes];  // every byte is written before it is copied out
     int filled = 0;
     int gap = -1;  // where "::" stands, in bytes
     // A leading ':' is only allowed as the first half of "::".
     if (*src == ':' && *++src != ':') return 0;
     const unsigned char* token = src;
-    unsigned value = 0;
-    int digits = 0;
     for (;;) {
-        uint8_t cls = kClass.of[*src++];
+        uint8_t cls = kClass.of[*src];
         if (cls < kColon) {
-            if (++digits > 4) return 0;
-            value = (value << 4) | cls;
-            continue;
-        }
-        if (cls == kColon) {
-            token = src;
-            if (digits == 0) {
-                if (gap >= 0) return 0;
-                gap = filled;
-                continue;
+            // A whole group at once; its separator decides what follows.
+            const unsigned char* start = src;
+            unsigned value = cls;
+            while ((cls = kClass.of[*++src]) < kColon) value = (value << 4) | cls;
+            if (src - start > 4) return 0;
+            if (cls == kDot) {
+                if (filled + 4 > kIp6Bytes || ParseIp4(token, bytes + filled) <= 0) return 0;
+                filled += 4;
+                break;
             }
-            // A colon right before the end is not refused here: "1::2:"
-            // reads as "1::2", as callers have always had it.
             if (filled + 2 > kIp6Bytes) return 0;
             PutGroup(bytes + filled, value);
             filled += 2;
-            digits = 0;
-            value = 0;
+            if (cls == kEnd) break;
+            if (cls != kColon) return 0;
+            // A colon right before the end is not refused: "1::2:" reads as
+            // "1::2", as callers have always had it.
+            token = ++src;
             continue;
         }
-        if (cls == kDot) {
-            if (filled + 4 > kIp6Bytes || ParseIp4(token, bytes + filled) <= 0) return 0;
-            filled += 4;
-            digits = 0;
-            break;
+        if (cls == kColon) {
+            if (gap >= 0) return 0;
+            gap = filled;
+            token = ++src;
+            continue;
         }
         if (cls == kEnd) break;
         return 0;
-    }
-    if (digits > 0) {
-        if (filled + 2 > kIp6Bytes) return 0;
-        PutGroup(bytes + filled, value);
-        filled += 2;
     }
     if (gap >= 0) {
         if (filled == kIp6Bytes) return 0;
