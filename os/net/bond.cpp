@@ -15,13 +15,14 @@ using kira_net::ShellSafe;
 namespace {
 
 // Every member is screened before the first command runs, so a bad member
-// late in the array cannot leave the bond half built.
-int32_t MembersUsable(const char* function, const char* bond, char* const* ports, uint32_t count) {
-    if (!ShellSafe(function, {bond})) return -EINVAL;
+// late in the array cannot leave the bond half built. A null member is
+// refused like a null array.
+bool MembersUsable(const char* function, const char* bond, char* const* ports, uint32_t count) {
+    if (!ShellSafe(function, {bond})) return false;
     for (uint32_t i = 0; i < count; i++) {
-        if (ports[i] == nullptr || !ShellSafe(function, {ports[i]})) return -EINVAL;
+        if (ports[i] == nullptr || !ShellSafe(function, {ports[i]})) return false;
     }
-    return 0;
+    return true;
 }
 
 int ResetBondPort(const char* format, const char* bond) __attribute__((format(printf, 1, 0)));
@@ -62,7 +63,7 @@ KIRA_EXPORT int32_t KIRA_SetBond(const char* bond, char* const* ports, uint32_t 
         syslog(LOG_INFO, "Input para error, v_uiPortNum=(%u).\n", count);
         return -1;
     }
-    if (MembersUsable(__func__, bond, ports, count) != 0) return -EINVAL;
+    if (!MembersUsable(__func__, bond, ports, count)) return -EINVAL;
     for (uint32_t i = 0; i < count; i++) {
         if (RunCommandLine(KIRA_Execute, "Execute set bonding command(%s) failed,the return value is %d.",
                            "ifenslave %s %s", bond, ports[i]) != 0) {
@@ -78,7 +79,7 @@ KIRA_EXPORT int32_t KIRA_CancelBond(const char* bond, char* const* ports, uint32
         syslog(LOG_INFO, "Input the ethernet port number is zero (invalid).");
         return -1;
     }
-    if (MembersUsable(__func__, bond, ports, count) != 0) return -EINVAL;
+    if (!MembersUsable(__func__, bond, ports, count)) return -EINVAL;
     int32_t result = 0;
     for (uint32_t i = 0; i < count; i++) {
         if (RunCommandLine(KIRA_Execute, "Execute cancel bonding command(%s) failed,the return value is %d.",

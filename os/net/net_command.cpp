@@ -32,6 +32,11 @@ bool TextSafe(const char* text) {
     return true;
 }
 
+// Truncation reports -1 but keeps the cut, terminated text: that runs.
+void FormatInto(char (&command)[NET_COMMAND_SIZE], const char* format, va_list args) {
+    (void)vsnprintf_s(command, sizeof command, sizeof command - 1, format, args);
+}
+
 }  // namespace
 
 bool AnyNull(std::initializer_list<const char*> args) {
@@ -50,15 +55,6 @@ bool ShellSafe(const char* function, std::initializer_list<const char*> args) {
     }
     return true;
 }
-
-namespace {
-
-// Truncation reports -1 but keeps the cut, terminated text: that runs.
-void FormatInto(char (&command)[NET_COMMAND_SIZE], const char* format, va_list args) {
-    (void)vsnprintf_s(command, sizeof command, sizeof command - 1, format, args);
-}
-
-}  // namespace
 
 void FormatCommand(char (&command)[NET_COMMAND_SIZE], const char* format, ...) {
     va_list args;
