@@ -6,6 +6,7 @@
 #include <stdlib.h>
 
 #include <functional>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -25,12 +26,8 @@ const std::string kLongIp6 = "2001:db8:1234:5678:9abc:def0:1234:5678";
 // Pieces of text between separators; a final separator ends the last piece.
 std::vector<std::string> Split(const std::string& text, char sep) {
     std::vector<std::string> pieces;
-    size_t start = 0;
-    for (size_t at = text.find(sep); at != std::string::npos; at = text.find(sep, start)) {
-        pieces.push_back(text.substr(start, at - start));
-        start = at + 1;
-    }
-    if (start < text.size()) pieces.push_back(text.substr(start));
+    std::istringstream in(text);
+    for (std::string piece; std::getline(in, piece, sep);) pieces.push_back(piece);
     return pieces;
 }
 

@@ -3,8 +3,6 @@
 
 // Probes shared by the network tests.
 
-#include <dirent.h>
-
 #include <string>
 #include <vector>
 
@@ -21,16 +19,6 @@ inline std::vector<std::string> Messages() {
         out.push_back(line.message);
     }
     return out;
-}
-
-// The first syslog call of a process opens the log socket: callers log once
-// before they start counting.
-inline int OpenFdCount() {
-    int n = 0;
-    DIR* dir = opendir("/proc/self/fd");
-    while (readdir(dir) != nullptr) n++;
-    closedir(dir);
-    return n;
 }
 
 }  // namespace net_test

@@ -14,12 +14,15 @@
 #include <vector>
 
 #include "os/net/kira_net.h"
+#include "tests/os/base/base_test_util.h"
 #include "tests/os/net/net_test_util.h"
 
 namespace {
 
 using net_test::Messages;
-using net_test::OpenFdCount;
+// The first syslog call of a process opens the log socket: tests log once
+// before they start counting.
+using base_test::OpenFdCount;
 
 std::atomic<bool> g_refuseSockets{false};
 
