@@ -195,7 +195,8 @@ SANDBOX_TEST(Census, RssListHoldsUserProcessesInMegabytes) {
     ASSERT_TRUE(AnyKernelThread()) << "no kernel thread to leave out";
     for (PROCESS_INFO_S* e : Entries(&head)) {
         EXPECT_FALSE(IsKernelThread(e->pid)) << "kernel thread " << e->pid << " listed";
-        EXPECT_NE(e->cmdline[0], '\0');
+        // A process may blank its own command line (the runner does): it
+        // still has one, so it is listed, with an empty text.
         EXPECT_EQ(e->corecpu, 0);
         EXPECT_FALSE(e->used);
     }
