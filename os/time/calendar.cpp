@@ -6,7 +6,6 @@
 
 #include <time.h>
 
-#include "os/base/kira_system.h"
 #include "os/time/kira_time.h"
 #include "os/time/time_internal.h"
 #include "safec/safec.h"
@@ -15,12 +14,11 @@ namespace {
 
 constexpr uint32_t kSecondsPerDay = 86400;
 constexpr uint32_t kFirstYear = 1970;
-constexpr uint32_t kLastYear = 5000;
 // Days from 1970-01-01 to 5001-01-01: the walk gives up at this count.
 constexpr uint64_t kDaysToCap = 1107050;
 // Days from 0000-03-01 to 1970-01-01, and of one 400-year cycle.
-constexpr uint64_t kEpochFromMarchZero = 719468;
-constexpr uint64_t kDaysPerEra = 146097;
+constexpr uint32_t kEpochFromMarchZero = 719468;
+constexpr uint32_t kDaysPerEra = 146097;
 
 constexpr uint16_t kMonthStart[2][13] = {
     {0, 31, 59, 90, 120, 151, 181, 212, 243, 273, 304, 334, 365},
@@ -37,24 +35,28 @@ uint32_t WeekdayOf(uint64_t days) {
     return static_cast<uint32_t>(days > 2 ? (days - 3) % 7 : days + 4);
 }
 
-struct YearDay {
+struct Civil {
     uint32_t year;
-    uint32_t dayOfYear;
+    uint32_t month;  // 1 to 12
+    uint32_t day;    // 1 to 31
 };
 
-// Only for days below kDaysToCap.
-YearDay YearDayOf(uint64_t days) {
-    const uint64_t z = days + kEpochFromMarchZero;
-    const uint64_t era = z / kDaysPerEra;
-    const uint32_t dayOfEra = static_cast<uint32_t>(z - era * kDaysPerEra);
-    const uint32_t yearOfEra = (dayOfEra - dayOfEra / 1460 + dayOfEra / 36524 - dayOfEra / 146096) / 365;
-    const uint32_t dayFromMarch = dayOfEra - (365 * yearOfEra + yearOfEra / 4 - yearOfEra / 100);
-    uint32_t year = static_cast<uint32_t>(era * 400) + yearOfEra;
+// Only for days below kDaysToCap, so 32 bits hold every figure. Centuries,
+// years of the century and days of a March-based year come from
+// multiply-and-shift steps with no data-dependent branch (random instants
+// would mispredict them).
+__attribute__((always_inline)) inline Civil CivilOf(uint32_t days) {
+    const uint32_t n1 = 4 * (days + kEpochFromMarchZero) + 3;
+    // Four times the days over the days of 400 years: whole centuries.
+    const uint32_t century = n1 / kDaysPerEra;
+    const uint32_t n2 = (n1 % kDaysPerEra) | 3;
+    const uint64_t p2 = uint64_t{2939745} * n2;
+    const uint32_t yearOfCentury = static_cast<uint32_t>(p2 >> 32);
+    const uint32_t dayFromMarch = static_cast<uint32_t>(p2) / 2939745 / 4;
+    const uint32_t n3 = 2141 * dayFromMarch + 197913;
     // January and February close the March-based year.
-    if (dayFromMarch >= 306) {
-        return {year + 1, dayFromMarch - 306};
-    }
-    return {year, dayFromMarch + 59 + (IsLeap(year) ? 1 : 0)};
+    const uint32_t lateInYear = dayFromMarch >= 306 ? 1 : 0;
+    return {100 * century + yearOfCentury + lateInYear, (n3 >> 16) - 12 * lateInYear, (n3 & 0xFFFF) / 2141 + 1};
 }
 
 }  // namespace
@@ -69,9 +71,9 @@ void KIRA_GmTimeGetYearDays(uint64_t days, uint32_t* year, uint32_t* dayOfYear, 
         *dayOfYear = 0;
         return;
     }
-    const YearDay yd = YearDayOf(days);
-    *year = yd.year;
-    *dayOfYear = yd.dayOfYear;
+    const Civil c = CivilOf(static_cast<uint32_t>(days));
+    *year = c.year;
+    *dayOfYear = kMonthStart[IsLeap(c.year) ? 1 : 0][c.month - 1] + c.day - 1;
 }
 
 void KIRA_GmTimeGetMonthDayFromDaysOfYear(uint32_t year, uint32_t dayOfYear, uint32_t* month, uint32_t* day) {
@@ -111,11 +113,23 @@ extern "C" KIRA_EXPORT void KIRA_GmTime(const int64_t* seconds, KIRA_DATE_TIME_S
     if (input < 0) {
         input = 0;
     }
-    uint32_t secondsOfDay = 0;
-    const uint64_t days = KIRA_div64(static_cast<uint64_t>(input), kSecondsPerDay, &secondsOfDay);
-    uint32_t dayOfYear = 0;
-    KIRA_GmTimeGetYearDays(days, &record->year, &dayOfYear, &record->weekday);
-    KIRA_GmTimeGetMonthDayFromDaysOfYear(record->year, dayOfYear, &record->month, &record->day);
+    // The same quotient and rest as KIRA_div64, with the divisor known here
+    // so the compiler turns the division into a multiplication.
+    const uint64_t days = static_cast<uint64_t>(input) / kSecondsPerDay;
+    const uint32_t secondsOfDay = static_cast<uint32_t>(static_cast<uint64_t>(input) - days * kSecondsPerDay);
+    // The steps' results in one pass: year, month and day straight from the
+    // day count, the cap and the weekday rule kept.
+    Civil c = {kFirstYear, 1, 1};
+    if (days < kDaysToCap) {
+        // The weekday rule in 32 bits: (days - 3) mod 7 is (days + 4) mod 7.
+        record->weekday = (static_cast<uint32_t>(days) + 4) % 7;
+        c = CivilOf(static_cast<uint32_t>(days));
+    } else {
+        record->weekday = WeekdayOf(days);
+    }
+    record->year = c.year;
+    record->month = c.month;
+    record->day = c.day;
     KIRA_GmTimeGetHourMinSec(secondsOfDay, &record->hour, &record->minute, &record->second);
 }
 

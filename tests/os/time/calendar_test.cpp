@@ -78,6 +78,11 @@ TEST(Calendar, EveryDayMatchesTheYearWalkUpToPastTheCap) {
         ASSERT_TRUE(r.year == refYear && r.month == month && r.day == day && r.weekday == weekday &&
                     r.hour == sod / 3600 && r.minute == sod / 60 % 60 && r.second == sod % 60)
             << "day " << d << ": " << Fields(r);
+        // The steps on their own give the same.
+        uint32_t sy, sd, sw, sm, smd;
+        KIRA_GmTimeGetYearDays(d, &sy, &sd, &sw);
+        KIRA_GmTimeGetMonthDayFromDaysOfYear(sy, sd, &sm, &smd);
+        ASSERT_TRUE(sy == refYear && sd == refDay && sw == weekday && sm == month && smd == day) << "day " << d;
         if (++rest == YearLength(year)) year++, rest = 0;
     }
 }
