@@ -134,7 +134,8 @@ extern "C" KIRA_EXPORT void KIRA_GmTime(const int64_t* seconds, KIRA_DATE_TIME_S
 }
 
 extern "C" KIRA_EXPORT void KIRA_AscTime(const int64_t* seconds, char* buffer, uint32_t size) {
-    if (seconds == nullptr || buffer == nullptr) {
+    // A size of 0 leaves no room even for the terminator.
+    if (seconds == nullptr || buffer == nullptr || size == 0) {
         return;
     }
     KIRA_DATE_TIME_S r;

@@ -63,6 +63,7 @@ int zdump_timezone(const char* zone, char* path, size_t size) {
         (void)mkdir(KIRA_ZDUMP_CACHE_DIR, 0755);
     }
     if (snprintf_s(path, size, size - 1, "%s/%s", KIRA_ZDUMP_CACHE_DIR, zone) < 0) {
+        path[0] = '\0';  // a cut path could name another file
         return -1;
     }
     // From the separator after the directory name on: the cache file lies

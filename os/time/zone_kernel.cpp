@@ -76,10 +76,9 @@ extern "C" KIRA_EXPORT int sync_timezone_to_kernel(void) {
     if (ret != 0) {
         return ret;
     }
-    char path[KIRA_TIME_PATH_SIZE];
-    if (zdump_timezone(zone, path, sizeof(path)) != 0) {
-        return -1;
-    }
+    // A failed dump leaves no cache: reading it fails and is reported below.
+    char path[KIRA_TIME_PATH_SIZE] = "";
+    (void)zdump_timezone(zone, path, sizeof(path));
     KIRA_TZ_TRANSITIONS_S table;
     memset(&table, 0, sizeof(table));
     ret = read_timezone_file(path, 0, kLastSyncedSecond, &table);

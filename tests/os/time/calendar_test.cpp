@@ -158,6 +158,8 @@ TEST(Calendar, AscTimeTextIsCutToTheBuffer) {
     EXPECT_STREQ(buf, "keep");
     const int64_t zero = 0;
     KIRA_AscTime(&zero, nullptr, 8);
+    KIRA_AscTime(&zero, buf, 0);
+    EXPECT_STREQ(buf, "keep");
 }
 
 SANDBOX_TEST(Calendar, MkTimeReadsTheRecordAsLocalAndGivesLocalSeconds) {

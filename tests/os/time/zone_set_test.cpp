@@ -188,6 +188,12 @@ SANDBOX_TEST(KernelTable, PlantedCacheStopsAtCapacity) {
     kt::WriteFile(time_test::CachePath("Etc/GMT-3"), "");
     EXPECT_EQ(sync_timezone_to_kernel(), 0);
     EXPECT_EQ(kernel.table.count, 0u);
+    // A failed dump leaves no cache to read.
+    kt::FakeCommand zdump("zdump", 1);
+    time_test::UseZone("Etc/GMT+5");
+    kt::SyslogClear();
+    EXPECT_EQ(sync_timezone_to_kernel(), -1);
+    EXPECT_EQ(kt::SyslogCount("sync_timezone_to_kernel: read_timezone_file fail, -1\n", LOG_INFO), 1);
     (void)unlink("/etc/localtime");
     EXPECT_EQ(sync_timezone_to_kernel(), -1);
 }
