@@ -12,12 +12,6 @@
 
 namespace {
 
-#if defined(__aarch64__)
-// Under emulation a subset keeps the run short; it still covers the north,
-// the south, a 30-minute shift and negative daylight saving.
-const char* const kZones[] = {"Europe/Berlin", "Australia/Sydney", "Australia/Lord_Howe", "Africa/Casablanca",
-                              "Asia/Tehran"};
-#else
 const char* const kZones[] = {"Europe/Berlin",
                               "America/New_York",
                               "America/St_Johns",
@@ -31,7 +25,6 @@ const char* const kZones[] = {"Europe/Berlin",
                               "Africa/Casablanca",
                               "Pacific/Chatham",
                               "UTC"};
-#endif
 
 // Zone-years where the pair walk differs from the C library, and why, as
 // "Zone YEAR" -> reason. With the zone database of this distribution the two
