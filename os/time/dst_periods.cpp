@@ -5,12 +5,9 @@
 // carrying whether daylight time was in force when the year began;
 // get_dst_end goes on from there to the end of the period.
 
-#include <fcntl.h>
 #include <string.h>
 #include <syslog.h>
 
-#include "os/base/kira_file.h"
-#include "os/base/kira_raii.h"
 #include "os/time/zone_internal.h"
 #include "safec/safec.h"
 
@@ -27,11 +24,11 @@ struct Pair {
 enum class PairRead { kEnd, kFailed, kPair };
 
 // The next pair that is not "= NULL"; parses both lines.
-PairRead NextPair(ZoneLineReader* reader, const char* caller, Pair* pair) {
+PairRead NextPair(kira::LineReader* reader, const char* caller, Pair* pair) {
     char a[KIRA_DST_LINE_SIZE];
     char b[KIRA_DST_LINE_SIZE];
     for (;;) {
-        if (reader->Next(a, sizeof(a)) == nullptr || reader->Next(b, sizeof(b)) == nullptr) {
+        if (!reader->Gets(a, sizeof(a)) || !reader->Gets(b, sizeof(b))) {
             return PairRead::kEnd;
         }
         if (strstr(a, "= NULL") != nullptr) {
@@ -81,7 +78,7 @@ time_t get_this_year_end(int year) {
 
 // 0: the period begins this year and its end is still to be found; 1: the
 // period is complete; negative: no (further) period.
-int get_dst_begin(ZoneLineReader* reader, int year, KIRA_DST_PERIOD_S* period) {
+int get_dst_begin(kira::LineReader* reader, int year, KIRA_DST_PERIOD_S* period) {
     bool carried = false;
     Pair saved = {};
     Pair p;
@@ -132,7 +129,7 @@ int get_dst_begin(ZoneLineReader* reader, int year, KIRA_DST_PERIOD_S* period) {
     }
 }
 
-void get_dst_end(ZoneLineReader* reader, int year, KIRA_DST_PERIOD_S* period) {
+void get_dst_end(kira::LineReader* reader, int year, KIRA_DST_PERIOD_S* period) {
     Pair p;
     while (NextPair(reader, "get_dst_end", &p) == PairRead::kPair) {
         if (YearOf(p) != year) {
@@ -150,11 +147,10 @@ void get_dst_end(ZoneLineReader* reader, int year, KIRA_DST_PERIOD_S* period) {
 }
 
 int read_dst_file(const char* path, int year, KIRA_DST_CONFIG_S* config) {
-    kira::UniqueFd fd(KIRA_open(path, O_RDONLY, 0));
-    if (!fd.valid()) {
-        return fd.get();
+    kira::LineReader reader;
+    if (!reader.Open(path, kira::ReadEnd::kUntilEof)) {
+        return -1;
     }
-    ZoneLineReader reader(fd.get());
     uint32_t i = 0;
     for (;; i++) {
         KIRA_DST_PERIOD_S spare = {};

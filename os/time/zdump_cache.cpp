@@ -1,6 +1,5 @@
 // The zdump cache of a zone and the parsing of its lines: zone name checks,
-// the cache file beside "/var/run/timezone", a block-reading line reader and
-// read_dst_line.
+// the cache file beside "/var/run/timezone" and read_dst_line.
 
 #include <string.h>
 #include <sys/stat.h>
@@ -132,38 +131,4 @@ int read_dst_line(const char* line, KIRA_DST_LINE_S* rec) {
     const time_t local = timegm(&rec->local) + 1;
     (void)gmtime_r(&local, &rec->local);
     return 0;
-}
-
-bool ZoneLineReader::Fill() {
-    const ssize_t n = read(fd_, block_, sizeof(block_));
-    pos_ = 0;
-    len_ = n > 0 ? static_cast<int>(n) : 0;
-    return len_ > 0;
-}
-
-char* ZoneLineReader::Next(char* buf, int size) {
-    if (size <= 0 || buf == nullptr) {
-        return nullptr;
-    }
-    int out = 0;
-    int accepted = 0;
-    while (out < size - 1) {
-        if (pos_ == len_ && !Fill()) {
-            buf[out] = '\0';
-            break;
-        }
-        const char c = block_[pos_++];
-        if (c == '\n') {
-            buf[out] = '\n';
-            buf[out + 1] = '\0';
-            accepted++;
-            break;
-        }
-        if (c != '\r') {
-            buf[out++] = c;
-            accepted++;
-        }
-    }
-    buf[size - 1] = '\0';
-    return accepted == 0 ? nullptr : buf;
 }

@@ -8,6 +8,7 @@
 #include <stdint.h>
 #include <time.h>
 
+#include "os/base/kira_io.h"
 #include "os/time/kira_timezone.h"
 
 #define KIRA_ZONEINFO_DIR "/usr/share/zoneinfo/"
@@ -29,23 +30,6 @@ typedef struct tagKIRA_DST_LINE_S {
     int32_t gmtoff;
 } KIRA_DST_LINE_S;
 
-// A line reader on a descriptor that splits lines exactly as KIRA_readline
-// does (newline kept, carriage returns dropped, a longer line handed out in
-// pieces of size - 1 characters), reading the file in large blocks.
-class ZoneLineReader {
-public:
-    explicit ZoneLineReader(int fd) : fd_(fd) {}
-    // Null at end of file.
-    char* Next(char* buf, int size);
-
-private:
-    bool Fill();
-    int fd_;
-    int pos_ = 0;
-    int len_ = 0;
-    char block_[4096];
-};
-
 // False for a name the zone database cannot hold, which may reach a shell
 // command line: characters outside letters, digits, "/_-+.", an empty or
 // ".." component, a leading "/".
@@ -62,8 +46,8 @@ int read_dst_line(const char* line, KIRA_DST_LINE_S* rec);
 
 time_t get_this_year_begin(int year);
 time_t get_this_year_end(int year);
-int get_dst_begin(ZoneLineReader* reader, int year, KIRA_DST_PERIOD_S* period);
-void get_dst_end(ZoneLineReader* reader, int year, KIRA_DST_PERIOD_S* period);
+int get_dst_begin(kira::LineReader* reader, int year, KIRA_DST_PERIOD_S* period);
+void get_dst_end(kira::LineReader* reader, int year, KIRA_DST_PERIOD_S* period);
 int read_dst_file(const char* path, int year, KIRA_DST_CONFIG_S* config);
 
 int get_this_year(void);

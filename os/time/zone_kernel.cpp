@@ -28,14 +28,13 @@ constexpr int64_t kLastSyncedSecond = 2145916799;
 }  // namespace
 
 int read_timezone_file(const char* path, int64_t low, int64_t high, KIRA_TZ_TRANSITIONS_S* table) {
-    kira::UniqueFd fd(KIRA_open(path, O_RDONLY, 0));
-    if (!fd.valid()) {
-        return fd.get();
+    kira::LineReader reader;
+    if (!reader.Open(path, kira::ReadEnd::kUntilEof)) {
+        return -1;
     }
-    ZoneLineReader reader(fd.get());
     char line[KIRA_DST_LINE_SIZE];
     int result = 0;
-    while (reader.Next(line, sizeof(line)) != nullptr) {
+    while (reader.Gets(line, sizeof(line))) {
         if (strstr(line, "= NULL") != nullptr) {
             continue;
         }
