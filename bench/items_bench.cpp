@@ -1,19 +1,23 @@
 // Process lookup and item costs with 1000+ extra processes on the machine:
-// exact lookup without a stored pid against `pgrep -f -x`, a wildcard memory
-// item against `pgrep -f`, and item calls that re-use a stored pid (time and
-// heap allocations per call).
+// exact lookup without a stored pid against `pgrep -f -x` and against the
+// system-call floor (one getdents64 walk, openat/read/close per process) at
+// 1000 and 4000 processes, a wildcard memory item against `pgrep -f`, and
+// item calls that re-use a stored pid against their own floor (open, read,
+// close of each file they need), with heap allocations per call.
 
 #include <benchmark/benchmark.h>
+#include <dirent.h>
 #include <fcntl.h>
-#include <signal.h>
 #include <spawn.h>
 #include <string.h>
-#include <sys/wait.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
+#include <functional>
 #include <string>
 #include <vector>
 
+#include "bench/bench_processes.h"
 #include "plugin/linux/zadi_linux_plugin.h"
 
 extern "C" void* __libc_malloc(size_t);
@@ -27,33 +31,9 @@ bool g_counting = false;
 long g_allocs = 0;
 
 constexpr int kProcesses = 1000;
-std::vector<pid_t> g_children;
-std::string g_tag;
+bench::Sleepers* g_sleepers = nullptr;
 
-std::string ProcName(int i) {
-    char buf[32];
-    snprintf(buf, sizeof(buf), "/p%04d", i);
-    return g_tag + buf;
-}
-
-void SpawnProcesses() {
-    g_tag = "/opt/zbench" + std::to_string(getpid());
-    for (int i = 0; i < kProcesses; ++i) {
-        const std::string argv0 = ProcName(i);
-        const pid_t pid = fork();
-        if (pid == 0) {
-            execl("/bin/sleep", argv0.c_str(), "3600", static_cast<char*>(nullptr));
-            _exit(127);
-        }
-        g_children.push_back(pid);
-    }
-    usleep(500000);  // let every exec finish
-}
-
-void KillProcesses() {
-    for (pid_t pid : g_children) kill(pid, SIGKILL);
-    for (pid_t pid : g_children) waitpid(pid, nullptr, 0);
-}
+std::string ProcName(int i) { return g_sleepers->Name(i); }
 
 // The last spawned process: late in /proc order, so a walk sees nearly all.
 std::string Target() { return ProcName(kProcesses - 1) + " 3600"; }
@@ -144,6 +124,111 @@ void BM_StoredPidMemoryItem(benchmark::State& state) { StoredPidItem(state, GetP
 void BM_StoredPidCpuItem(benchmark::State& state) { StoredPidItem(state, GetProcessSysCPU); }
 void BM_StoredPidExistItem(benchmark::State& state) { StoredPidItem(state, IsExistProcess); }
 
+// The least an exact lookup can cost: one getdents64 walk of /proc and an
+// openat/read/close of each process directory's command line, up to the
+// first whose bytes equal `raw`.
+pid_t FloorLookup(const std::string& raw) {
+    const int dirFd = open("/proc", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    alignas(8) char entries[32768];
+    char data[1024];
+    pid_t found = 0;
+    for (long n; found == 0 && (n = syscall(SYS_getdents64, dirFd, entries, sizeof(entries))) > 0;) {
+        for (long off = 0; off < n && found == 0;) {
+            const struct dirent64* e = reinterpret_cast<const struct dirent64*>(entries + off);
+            off += e->d_reclen;
+            if (e->d_type != DT_DIR || e->d_name[0] < '0' || e->d_name[0] > '9') continue;
+            char leaf[300];
+            snprintf(leaf, sizeof(leaf), "%s/cmdline", e->d_name);
+            const int fd = openat(dirFd, leaf, O_RDONLY | O_CLOEXEC);
+            if (fd < 0) continue;
+            const ssize_t got = read(fd, data, sizeof(data));
+            close(fd);
+            if (got == static_cast<ssize_t>(raw.size()) && memcmp(data, raw.data(), raw.size()) == 0) {
+                found = atoi(e->d_name);
+            }
+        }
+    }
+    close(dirFd);
+    return found;
+}
+
+// Runs `a` and `b` alternately (each goes first every other time, so neither
+// always finds the caches warmed by the other); the figure is a's time, and
+// floor_ratio a's time over b's.
+void SideBySide(benchmark::State& state, const std::function<void()>& a, const std::function<void()>& b) {
+    double ta = 0.0;
+    double tb = 0.0;
+    bool aFirst = true;
+    for (auto _ : state) {
+        for (int round = 0; round < 2; ++round) {
+            const bool runA = (round == 0) == aFirst;
+            const timespec start = bench::Now();
+            runA ? a() : b();
+            const double took = bench::Seconds(start, bench::Now());
+            if (runA) {
+                ta += took;
+                state.SetIterationTime(took);
+            } else {
+                tb += took;
+            }
+        }
+        aFirst = !aFirst;
+    }
+    state.counters["floor_ratio"] = tb > 0.0 ? ta / tb : 0.0;
+}
+
+void BM_ExactLookupVsFloor(benchmark::State& state) {
+    const int processes = static_cast<int>(state.range(0));
+    g_sleepers->Grow(processes);
+    const std::string name = ProcName(processes - 1) + " 3600";
+    const std::string raw = ProcName(processes - 1) + std::string("\0", 1) + "3600" + std::string("\0", 1);
+    if (FloorLookup(raw) == 0) {
+        state.SkipWithError("target not found");
+        return;
+    }
+    SideBySide(
+        state,
+        [&] {
+            int pid = 0;
+            benchmark::DoNotOptimize(ZADI_Linux_Plugin::get_pid_byname(name.c_str(), pid));
+        },
+        [&] { benchmark::DoNotOptimize(FloorLookup(raw)); });
+}
+
+// open, one read, close of each file, as the item itself needs them.
+void ReadFiles(const std::vector<std::string>& paths) {
+    char data[4096];
+    for (const std::string& path : paths) {
+        const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+        benchmark::DoNotOptimize(read(fd, data, sizeof(data)));
+        close(fd);
+    }
+}
+
+void StoredPidVsFloor(benchmark::State& state, FI_ITEM_FN item, std::vector<std::string> leaves) {
+    FI_PARAM_S param = Param("ProcessName", Target());
+    FI_CONTEXT_S ctx;
+    memset(&ctx, 0, sizeof(ctx));
+    FI_RESULT_S res;
+    item(1, &param, &ctx, &res);
+    pid_t pid;
+    memcpy(&pid, ctx.contextbuff, sizeof(pid));
+    std::vector<std::string> paths;
+    for (const std::string& leaf : leaves) {
+        paths.push_back(leaf[0] == '/' ? leaf : "/proc/" + std::to_string(pid) + "/" + leaf);
+    }
+    SideBySide(
+        state, [&] { benchmark::DoNotOptimize(item(1, &param, &ctx, &res)); }, [&] { ReadFiles(paths); });
+}
+
+void BM_StoredPidExistVsFloor(benchmark::State& state) { StoredPidVsFloor(state, IsExistProcess, {"cmdline"}); }
+void BM_StoredPidMemoryVsFloor(benchmark::State& state) {
+    StoredPidVsFloor(state, GetProcessMemory, {"cmdline", "status"});
+}
+void BM_StoredPidCpuVsFloor(benchmark::State& state) {
+    StoredPidVsFloor(state, GetProcessCoreCPU, {"cmdline", "/proc/stat", "stat"});
+}
+
 }  // namespace
 
 extern "C" void* malloc(size_t n) {
@@ -167,12 +252,18 @@ BENCHMARK(BM_PgrepPattern)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_StoredPidMemoryItem)->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_StoredPidCpuItem)->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_StoredPidExistItem)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_StoredPidExistVsFloor)->UseManualTime()->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_StoredPidMemoryVsFloor)->UseManualTime()->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_StoredPidCpuVsFloor)->UseManualTime()->Unit(benchmark::kMicrosecond);
+// Last: the 4000 case leaves 4000 sleepers running.
+BENCHMARK(BM_ExactLookupVsFloor)->Arg(1000)->Arg(4000)->UseManualTime()->Unit(benchmark::kMillisecond);
 
 int main(int argc, char** argv) {
-    SpawnProcesses();
+    bench::Sleepers sleepers;
+    g_sleepers = &sleepers;
+    sleepers.Grow(kProcesses);
     benchmark::Initialize(&argc, argv);
     benchmark::RunSpecifiedBenchmarks();
     benchmark::Shutdown();
-    KillProcesses();
     return 0;
 }

@@ -32,6 +32,7 @@
 
 #include "os/log/dbg_log.h"
 #include "os/log/log_internal.h"
+#include "plugin/linux/zadi_inner.h"
 #include "safec/safec.h"
 
 extern "C" void* __libc_malloc(size_t size);

@@ -33,6 +33,8 @@ KIRA_EXPORT int AddMapData(const KIRA_MAP_DATA_S* entry);
 // removed, or 0 when absent.
 KIRA_EXPORT int FetchMapData(KIRA_MAP_DATA_S* entry);
 KIRA_EXPORT void InitMmap(void);
+// The registry's one-time set-up that InitMmap runs through pthread_once.
+KIRA_EXPORT void init_mmap_once(void);
 
 #ifdef __cplusplus
 }

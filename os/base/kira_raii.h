@@ -1,15 +1,17 @@
 #ifndef OS_BASE_KIRA_RAII_H
 #define OS_BASE_KIRA_RAII_H
 
-// Tiny owners for descriptors, streams, directories and heap blocks, so that
-// every early return releases what was acquired. Internal only: the exported
-// interface stays plain C.
+// Tiny owners for descriptors, streams, directories, heap blocks and lists
+// of heap records, so that every early return releases what was acquired.
+// Internal only: the exported interface stays plain C.
 
 #include <dirent.h>
 #include <pthread.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <unistd.h>
+
+#include "os/base/kira_list.h"
 
 namespace kira {
 
@@ -43,7 +45,8 @@ private:
     int fd_ = -1;
 };
 
-template <typename T, int (*Closer)(T*)>
+// Closer is any function taking the pointer (its result is ignored).
+template <typename T, auto Closer>
 class UniqueHandle {
 public:
     UniqueHandle() = default;
@@ -81,6 +84,34 @@ inline int FreeBlock(void* p) {
 using UniqueFile = UniqueHandle<FILE, ::fclose>;
 using UniqueDir = UniqueHandle<DIR, ::closedir>;
 using UniqueBlock = UniqueHandle<void, FreeBlock>;
+
+// Unlinks and frees every entry of a list whose records start with their
+// list_head and came from malloc; the head itself is not reset.
+inline void FreeListEntries(struct list_head* head) {
+    struct list_head* pos;
+    struct list_head* next;
+    list_for_each_safe(pos, next, head) {
+        list_del(pos);
+        ::free(pos);
+    }
+}
+
+// A list of such records that owns them: whatever is still linked when it
+// goes is freed. The head lives inside the holder, so it does not move.
+class HeapList {
+public:
+    HeapList() { INIT_LIST_HEAD(&head_); }
+    ~HeapList() { FreeListEntries(&head_); }
+    HeapList(const HeapList&) = delete;
+    HeapList& operator=(const HeapList&) = delete;
+
+    struct list_head* get() {
+        return &head_;
+    }
+
+private:
+    struct list_head head_;
+};
 
 // Holds a lock for the scope: Lock/Unlock are the pthread pair.
 template <typename L, int (*Lock)(L*), int (*Unlock)(L*)>

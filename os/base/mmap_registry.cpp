@@ -18,11 +18,11 @@ struct MapRegistry {
 MapRegistry g_maps;
 pthread_once_t g_mapsOnce = PTHREAD_ONCE_INIT;
 
-void init_mmap_once() { (void)pthread_spin_init(&g_maps.lock, PTHREAD_PROCESS_PRIVATE); }
-
 }  // namespace
 
 extern "C" {
+
+KIRA_EXPORT void init_mmap_once(void) { (void)pthread_spin_init(&g_maps.lock, PTHREAD_PROCESS_PRIVATE); }
 
 KIRA_EXPORT void InitMmap(void) { (void)pthread_once(&g_mapsOnce, init_mmap_once); }
 

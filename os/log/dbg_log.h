@@ -26,8 +26,6 @@ typedef enum tagDBG_LOG_TYPE {
     DBG_LOG_BUTT = 6
 } DBG_LOG_TYPE;
 
-#define PID_CTRL_ZADIMONITOR 424
-
 // Content of "/dev/shm/dbglog.cfg", shared by every process of the node.
 #define DBG_CFG_MAGIC 0x78ABC001u
 typedef struct tagDBG_CFG_S {
@@ -37,8 +35,11 @@ typedef struct tagDBG_CFG_S {
     uint8_t aucReserved2[8];
 } DBG_CFG_S;
 
-// A module's configuration record; its layout is private to the library.
+// Records of the module and group tables and a group's rate-limit state;
+// their layouts are private to the library.
 typedef struct tagDBG_PID_CONF_S DBG_PID_CONF_S;
+typedef struct tagDBG_GID_CONF_S DBG_GID_CONF_S;
+typedef struct tagDBG_RATELIMIT_S DBG_RATELIMIT_S;
 
 #ifdef __cplusplus
 extern "C" {
@@ -87,6 +88,41 @@ KIRA_EXPORT int32_t KIRA_set_log_ratelimit(uint32_t gid, uint32_t multiple);
 KIRA_EXPORT int32_t KIRA_save_log_ratelimit(void);
 KIRA_EXPORT int32_t KIRA_set_log_num_interval(uint32_t gid, uint32_t num, uint32_t interval);
 KIRA_EXPORT int32_t KIRA_get_log_num_interval(uint32_t gid, uint32_t* num, uint32_t* interval);
+
+// ---- the steps behind the entry points, for components that drive them ----
+// Output: 1 when the module's group limit drops the line; one formatted
+// line; the process identity texts.
+KIRA_EXPORT int32_t is_print_full(DBG_PID_CONF_S* conf);
+KIRA_EXPORT void __output_log(uint32_t pid, uint32_t level, const char* func, uint32_t line, uint64_t lineId,
+                              const char* message, int32_t identityMode, DBG_PID_CONF_S* conf);
+KIRA_EXPORT const char* __get_process_info(int32_t mode);
+KIRA_EXPORT void __get_process_name(char* out);
+// The once-per-process initialisation KIRA_DebugModuleInit runs.
+KIRA_EXPORT void KIRA_DebugInitialize(void);
+
+// Group table and its configuration files; 1 when the line is dropped.
+KIRA_EXPORT int32_t add_gid_conf(uint32_t gid);
+KIRA_EXPORT DBG_GID_CONF_S* search_gid_conf(uint32_t gid);
+KIRA_EXPORT int32_t replace_or_add_gid(uint32_t gid, uint32_t num, uint32_t interval, uint32_t burst, uint32_t resume,
+                                       int32_t localFlag);
+KIRA_EXPORT int32_t ___ratelimit3(DBG_RATELIMIT_S* rs, const char* name);
+KIRA_EXPORT int32_t read_gid_conf_line(char* line, uint32_t localFlag);
+KIRA_EXPORT void read_gid_conf(const char* path);
+KIRA_EXPORT void read_gid_conf_filename(const char* name);
+KIRA_EXPORT void __load_gid_conf(void);
+KIRA_EXPORT void load_gid_conf(void);
+
+// Module table and its configuration files.
+KIRA_EXPORT int32_t add_pid_conf(const DBG_PID_CONF_S* rec);
+KIRA_EXPORT DBG_PID_CONF_S* search_pid_conf(uint32_t pid);
+KIRA_EXPORT int32_t replace_or_add_pid(const DBG_PID_CONF_S* rec, uint32_t gid);
+KIRA_EXPORT int32_t read_pid_conf_line(char* line);
+KIRA_EXPORT void read_pid_conf(const char* path);
+KIRA_EXPORT void read_pid_conf_filename(const char* name);
+KIRA_EXPORT int32_t read_log_level_conf_line(char* line);
+KIRA_EXPORT void read_log_level_conf(const char* path);
+KIRA_EXPORT void __load_pid_conf(void);
+KIRA_EXPORT void load_pid_conf(void);
 
 #ifdef __cplusplus
 }

@@ -2,8 +2,9 @@
 #define OS_LOG_LOG_INTERNAL_H
 
 // Internals of the logging subsystem shared by its files: the group and
-// module records, the kernel-side request record, the process-wide state
-// and the loaders. Nothing here is exported.
+// module records, the kernel-side request record and the process-wide
+// state. Nothing here is exported (the helpers other components call are
+// declared in dbg_log.h).
 
 #include <pthread.h>
 #include <stdint.h>
@@ -90,52 +91,24 @@ extern pthread_mutex_t pid_tree_mutex;
 uint8_t DbgDefaultLevel(void);
 // Descriptor of the control file, -1 when absent.
 int DbgControlFd(void);
-void KIRA_DebugInitialize(void);
 
 // ---- output ----
-int32_t is_print_full(DBG_PID_CONF_S* conf);
-void __output_log(uint32_t pid, uint32_t level, const char* func, uint32_t line, uint64_t lineId, const char* message,
-                  int32_t identityMode, DBG_PID_CONF_S* conf);
-const char* __get_process_info(int32_t mode);
-void __get_process_name(char* out);
 // Lines dropped by the rate limiter since the process started.
 uint64_t DbgRateLimitedLines(void);
 
 // ---- group table ----
-int32_t add_gid_conf(uint32_t gid);
-DBG_GID_CONF_S* search_gid_conf(uint32_t gid);
 // The group's record, created with the starting values when missing; null
 // only when memory runs out.
 DBG_GID_CONF_S* DbgFindOrAddGid(uint32_t gid);
-int32_t replace_or_add_gid(uint32_t gid, uint32_t num, uint32_t interval, uint32_t burst, uint32_t resume,
-                           int32_t localFlag);
 // In-order walk that may run beside insertions: null starts at the first.
 DBG_GID_CONF_S* DbgNextGid(DBG_GID_CONF_S* prev);
-int32_t ___ratelimit3(DBG_RATELIMIT_S* rs, const char* name);
-
-int32_t read_gid_conf_line(char* line, uint32_t localFlag);
-void read_gid_conf(const char* path);
-void read_gid_conf_filename(const char* name);
-void __load_gid_conf(void);
-void load_gid_conf(void);
 
 // ---- module table ----
-int32_t add_pid_conf(const DBG_PID_CONF_S* rec);
-DBG_PID_CONF_S* search_pid_conf(uint32_t pid);
-int32_t replace_or_add_pid(const DBG_PID_CONF_S* rec, uint32_t gid);
 DBG_PID_CONF_S* DbgNextPid(DBG_PID_CONF_S* prev);
 // Copies the module's name (possibly being renamed by another thread).
 void DbgSnapshotPidName(const DBG_PID_CONF_S* conf, char out[DBG_PID_NAME_SIZE]);
 void DbgStorePidName(DBG_PID_CONF_S* conf, const char* name);
 uint8_t DbgLoadPidLevel(const DBG_PID_CONF_S* conf);
 void DbgStorePidLevel(DBG_PID_CONF_S* conf, uint8_t level);
-
-int32_t read_pid_conf_line(char* line);
-void read_pid_conf(const char* path);
-void read_pid_conf_filename(const char* name);
-int32_t read_log_level_conf_line(char* line);
-void read_log_level_conf(const char* path);
-void __load_pid_conf(void);
-void load_pid_conf(void);
 
 #endif

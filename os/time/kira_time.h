@@ -2,11 +2,15 @@
 #define OS_TIME_KIRA_TIME_H
 
 // Clocks of the time layer: wall-clock seconds since 1970-01-01 UTC and the
-// monotonic clock in nanoseconds and milliseconds.
+// monotonic clock in nanoseconds and milliseconds. Including this header
+// brings the whole time layer: calendar, timers, zone and daylight saving.
 
 #include <stdint.h>
 
 #include "os/base/kira_export.h"
+#include "os/time/kira_calendar.h"
+#include "os/time/kira_timer.h"
+#include "os/time/kira_timezone.h"
 
 #ifdef __cplusplus
 extern "C" {

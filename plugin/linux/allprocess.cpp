@@ -3,25 +3,13 @@
 
 #include <unistd.h>
 
+#include "os/base/kira_raii.h"
 #include "plugin/linux/allprocess_internal.h"
-#include "plugin/linux/zadi_linux_plugin.h"
+#include "plugin/linux/proc_read_internal.h"
 
 namespace {
 
 constexpr unsigned int kCpuIntervalSeconds = 60;
-
-struct SysTicks {
-    unsigned long long user = 0;
-    unsigned long long nice = 0;
-    unsigned long long system = 0;
-    unsigned long long idle = 0;
-    unsigned long long iowait = 0;
-    unsigned long long irq = 0;
-    unsigned long long softirq = 0;
-
-    bool Read() { return ZADI_Linux_Plugin::get_sys_cpu_tick(user, nice, system, idle, iowait, irq, softirq) == 0; }
-    unsigned long long Total() const { return user + nice + system + idle + iowait + irq + softirq; }
-};
 
 // Whole seconds; a signal does not cut the interval short.
 void SleepSeconds(unsigned int seconds) {
@@ -30,10 +18,7 @@ void SleepSeconds(unsigned int seconds) {
     }
 }
 
-int ScanInto(struct list_head* scan) {
-    INIT_LIST_HEAD(scan);
-    return ForeachProcDir(GetProcessBasicData, scan);
-}
+int ScanInto(kira::HeapList& scan) { return ForeachProcDir(GetProcessBasicData, scan.get()); }
 
 void AppendInfo(PROCESS_BASICDATA_S* data, struct list_head* result) {
     PROCESS_INFO_S* info = ProcBasicDataToProcInfo(data);
@@ -80,35 +65,30 @@ int GetAllProcessCoreCPUEvery(struct list_head* allProcessListHead, int* usersys
     if (allProcessListHead == nullptr || usersyscpu == nullptr) {
         return -1;
     }
-    SysTicks before;
+    zadi::SysTicks before;
     if (!before.Read()) {
         return -1;
     }
-    struct list_head first;
-    if (ScanInto(&first) != 0) {
+    kira::HeapList first;
+    if (ScanInto(first) != 0) {
         return -1;
     }
     SleepSeconds(intervalSeconds);
-    SysTicks after;
-    struct list_head second;
-    if (!after.Read() || ScanInto(&second) != 0) {
-        FreeProcBasicData(&first);
+    zadi::SysTicks after;
+    kira::HeapList second;
+    if (!after.Read() || ScanInto(second) != 0) {
         return -1;
     }
-    unsigned long long total1 = before.Total();
-    unsigned long long total2 = after.Total();
+    const unsigned long long total1 = before.Total();
+    const unsigned long long total2 = after.Total();
     if (total2 == total1) {
-        FreeProcBasicData(&first);
-        FreeProcBasicData(&second);
         return -1;
     }
     // Only user ticks count, whatever the name says.
     *usersyscpu = static_cast<int>((after.user - before.user) * 100ULL / (total2 - total1));
 
     INIT_LIST_HEAD(allProcessListHead);
-    CalcAllProcessCoreCPU(&first, &second, allProcessListHead);
-    FreeProcBasicData(&first);
-    FreeProcBasicData(&second);
+    CalcAllProcessCoreCPU(first.get(), second.get(), allProcessListHead);
     return 0;
 }
 
@@ -120,13 +100,12 @@ int GetAllProcessRssMem(struct list_head* allProcessListHead) {
     if (allProcessListHead == nullptr) {
         return -1;
     }
-    struct list_head scan;
-    if (ScanInto(&scan) != 0) {
+    kira::HeapList scan;
+    if (ScanInto(scan) != 0) {
         return -1;
     }
     INIT_LIST_HEAD(allProcessListHead);
-    CalcAllProcessRssMem(&scan, allProcessListHead);
-    FreeProcBasicData(&scan);
+    CalcAllProcessRssMem(scan.get(), allProcessListHead);
     return 0;
 }
 
@@ -134,5 +113,5 @@ void FreeAllProcessList(struct list_head* allProcessListHead) {
     if (allProcessListHead == nullptr) {
         return;
     }
-    FreeListEntries(allProcessListHead);
+    kira::FreeListEntries(allProcessListHead);
 }

@@ -37,10 +37,6 @@ int GetProcessPidInter(const char* procName, int* pidbuff, unsigned int pidbuffs
                        int matchflag);
 int ZADI_ExecuteCmd(const char* recoverCmd);
 
-// Unlinks and frees every entry of a list whose records start with their
-// list_head and came from malloc; the head itself is not reset.
-void FreeListEntries(struct list_head* pstListHead);
-
 // GetAllProcessCoreCPU with the time between the scans as a parameter; the
 // exported function always waits 60 seconds.
 int GetAllProcessCoreCPUEvery(struct list_head* allProcessListHead, int* usersyscpu, unsigned int intervalSeconds);

@@ -1,23 +1,56 @@
 // One scan of /proc for the census: which entries are processes, which of
-// them are user processes, the record kept per process, and the list helpers
-// (search by pid and name, conversion to the caller's record, freeing).
+// them are user processes, the record kept per process (each process's
+// command line and status read once), and the list helpers (search by pid
+// and name, conversion to the caller's record, freeing).
 
-#include <errno.h>
 #include <fcntl.h>
 #include <stdlib.h>
 #include <string.h>
 #include <unistd.h>
 
-#include "os/base/kira_raii.h"
-#include "os/log/dbg_log.h"
+#include "os/base/kira_io.h"
 #include "plugin/linux/allprocess_internal.h"
-#include "plugin/linux/zadi_linux_plugin.h"
+#include "plugin/linux/plugin_log_internal.h"
+#include "plugin/linux/proc_read_internal.h"
 #include "safec/safec.h"
 
 namespace {
 
 constexpr size_t kProcPathSize = 256;
-constexpr size_t kCmdlineProbeSize = 256;
+
+bool IsProcessDirName(const char* name) { return isDigit(name, static_cast<int>(strlen(name))); }
+
+// The command line at cmdLinePath as text in buf (kCmdlineBufSize); > 0 for
+// a user process. An open failure is logged as the user-process test's.
+ssize_t ReadUserCmdline(const char* cmdLinePath, char* buf) {
+    const ssize_t got = zadi::ReadCmdlineText(cmdLinePath, buf, zadi::kCmdlineBufSize);
+    if (got < 0) {
+        PLUGIN_LOG_ERR_AS("IsUserProcess", "Open failed(%s), errno(%d, %s).", cmdLinePath, errno, strerror(errno));
+    }
+    return got;
+}
+
+// Resident memory and name from one read of the status file; false when the
+// file cannot be opened or has no name (the process ended meanwhile). The
+// log lines are those of the two readers this pass stands for.
+bool ReadStatus(int pid, PROCESS_BASICDATA_S* data) {
+    char path[zadi::kPidPathSize] = "";
+    kira::LineReader reader;
+    if (!zadi::OpenPidFile(reader, path, pid, "status")) {
+        const int err = errno;
+        PLUGIN_LOG_ERR_AS("get_phy_mem", "Open failed(%s), errno(%d, %s).", path, err, strerror(err));
+        PLUGIN_LOG_ERR_AS("get_procname_bypid", "Open failed(%s), errno(%d, %s).", path, err, strerror(err));
+        return false;
+    }
+    int kb = 0;
+    zadi::StatusScan scan;
+    scan.name = data->name;
+    scan.nameSize = sizeof(data->name);
+    scan.rssKb = &kb;
+    zadi::ScanStatus(reader, &scan);
+    data->rss = static_cast<int>(static_cast<unsigned int>(kb / 1024));
+    return scan.nameFound;
+}
 
 }  // namespace
 
@@ -34,73 +67,55 @@ bool isDigit(const char* str, int strLen) {
 }
 
 int ForeachProcDir(PROC_DIR_ITER_FN iterfunc, void* pContext) {
-    kira::UniqueDir dir(opendir("/proc"));
-    if (!dir) {
+    kira::DirWalk walk(opendir("/proc"), kira::DirWalk::kDirectories, IsProcessDirName);
+    if (!walk) {
         return -1;
     }
     char path[kProcPathSize];
-    for (struct dirent* entry = readdir(dir.get()); entry != nullptr; entry = readdir(dir.get())) {
-        if (strcmp(entry->d_name, ".") == 0 || strcmp(entry->d_name, "..") == 0 || entry->d_type != DT_DIR) {
-            continue;
+    while (const char* name = walk.Next()) {
+        if (kira::ProcPidPath(path, sizeof(path), name, nullptr)) {
+            iterfunc(path, atoi(name), pContext);
         }
-        if (!isDigit(entry->d_name, static_cast<int>(strlen(entry->d_name)))) {
-            continue;
-        }
-        if (snprintf_s(path, sizeof(path), sizeof(path) - 1, "/proc/%s", entry->d_name) < 0) {
-            continue;
-        }
-        iterfunc(path, atoi(entry->d_name), pContext);
     }
     return 0;
 }
 
 // Kernel threads have an empty command line.
 bool IsUserProcess(const char* cmdLinePath) {
-    kira::UniqueFd fd(open(cmdLinePath, O_RDONLY | O_CLOEXEC));
-    if (!fd.valid()) {
-        int err = errno;
-        DBG_Log(PID_CTRL_ZADIMONITOR, DBG_LOG_ERROR, "IsUserProcess", __LINE__, 0, "Open failed(%s), errno(%d, %s).",
-                cmdLinePath, err, strerror(err));
-        return false;
-    }
-    char probe[kCmdlineProbeSize];
-    ssize_t n;
-    do {
-        n = read(fd.get(), probe, sizeof(probe));
-    } while (n < 0 && errno == EINTR);
-    return n > 0;
+    char text[zadi::kCmdlineBufSize];
+    return ReadUserCmdline(cmdLinePath, text) > 0;
 }
 
 void GetProcessBasicData(const char* procPath, int pid, void* pContext) {
     char cmdLinePath[kProcPathSize];
+    char cmdline[zadi::kCmdlineBufSize];
     if (snprintf_s(cmdLinePath, sizeof(cmdLinePath), sizeof(cmdLinePath) - 1, "%s/cmdline", procPath) < 0 ||
-        !IsUserProcess(cmdLinePath)) {
+        ReadUserCmdline(cmdLinePath, cmdline) <= 0) {
         return;
     }
-    PROCESS_BASICDATA_S* data = static_cast<PROCESS_BASICDATA_S*>(calloc(1, sizeof(PROCESS_BASICDATA_S)));
-    if (data == nullptr) {
-        int err = errno;
-        DBG_Log(PID_CTRL_ZADIMONITOR, DBG_LOG_ERROR, "GetProcessBasicData", __LINE__, 0, "Fork failed, errno(%d, %s).",
-                err, strerror(err));
+    kira::UniqueBlock block(calloc(1, sizeof(PROCESS_BASICDATA_S)));
+    if (!block) {
+        PLUGIN_LOG_ERR("Fork failed, errno(%d, %s).", errno, strerror(errno));
         return;
     }
+    PROCESS_BASICDATA_S* data = static_cast<PROCESS_BASICDATA_S*>(block.get());
     data->invalid = false;
     // Process ticks before system ticks, so the system total of a scan is
     // never older than the process figure it is set against.
     data->procputime = ZADI_Linux_Plugin::get_cpu_process_occupy(pid);
     data->syscputime = ZADI_Linux_Plugin::get_cpu_total_occupy();
-    data->rss = static_cast<int>(ZADI_Linux_Plugin::get_phy_mem(pid));
     data->pid = pid;
-    if (ZADI_Linux_Plugin::get_procname_bypid(pid, data->name, sizeof(data->name)) != 0 ||
-        ZADI_Linux_Plugin::get_cmdline_bypid(pid, data->cmdline, sizeof(data->cmdline)) != 0) {
-        free(data);  // ended meanwhile
-        return;
+    if (!ReadStatus(pid, data)) {
+        return;  // ended meanwhile
     }
+    (void)memcpy_s(data->cmdline, sizeof(data->cmdline), cmdline, sizeof(cmdline));
     list_add_tail(&data->stEntry, static_cast<struct list_head*>(pContext));
+    (void)block.release();
 }
 
 struct list_head* SearchList(struct list_head* pstListHead, LIST_CMP_FN compare, struct list_head* pstEntry1) {
-    for (struct list_head* pos = pstListHead->next; pos != pstListHead; pos = pos->next) {
+    struct list_head* pos;
+    list_for_each(pos, pstListHead) {
         if (compare(pstEntry1, pos) == 0) {
             return pos;
         }
@@ -120,9 +135,7 @@ int ProcBasicDataCmpMatchPidName(struct list_head* pstEntry1, struct list_head* 
 PROCESS_INFO_S* ProcBasicDataToProcInfo(PROCESS_BASICDATA_S* pstBasicData) {
     PROCESS_INFO_S* info = static_cast<PROCESS_INFO_S*>(calloc(1, sizeof(PROCESS_INFO_S)));
     if (info == nullptr) {
-        int err = errno;
-        DBG_Log(PID_CTRL_ZADIMONITOR, DBG_LOG_ERROR, "ProcBasicDataToProcInfo", __LINE__, 0,
-                "Fork failed, errno(%d, %s).", err, strerror(err));
+        PLUGIN_LOG_ERR("Fork failed, errno(%d, %s).", errno, strerror(errno));
         return nullptr;
     }
     info->pid = pstBasicData->pid;
@@ -137,14 +150,4 @@ PROCESS_INFO_S* ProcBasicDataToProcInfo(PROCESS_BASICDATA_S* pstBasicData) {
     return info;
 }
 
-void FreeListEntries(struct list_head* pstListHead) {
-    struct list_head* pos = pstListHead->next;
-    while (pos != pstListHead) {
-        struct list_head* next = pos->next;
-        list_del(pos);
-        free(pos);
-        pos = next;
-    }
-}
-
-void FreeProcBasicData(struct list_head* pstListHead) { FreeListEntries(pstListHead); }
+void FreeProcBasicData(struct list_head* pstListHead) { kira::FreeListEntries(pstListHead); }

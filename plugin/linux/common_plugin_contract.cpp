@@ -4,7 +4,7 @@
 #include <stdarg.h>
 #include <stdint.h>
 
-#include "plugin/linux/common_plugin_internal.h"
+#include "plugin/linux/item_contract_internal.h"
 
 namespace zadi {
 

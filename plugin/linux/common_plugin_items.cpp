@@ -1,14 +1,17 @@
 // The exported process items, by flavour: exact match with the pid kept in
 // the context, prefix ("Extern") and wildcard ("FuzzyMatch", "CfgPeriod")
 // groups reporting the heaviest match's pid; and the period conversion.
+// Every parameter value is measured through its terminated copy.
 
 #include <stdint.h>
+#include <stdlib.h>
 
-#include "plugin/linux/common_plugin_internal.h"
+#include "plugin/linux/item_contract_internal.h"
 
 using zadi::FaultMarker;
 using zadi::FinishItem;
 using zadi::LoadContext;
+using zadi::ParamValue;
 using zadi::StoreContext;
 
 namespace {
@@ -56,8 +59,9 @@ float ProcessCpuItem(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI_RESUL
     if (!plugin.input_para_check(argc, argv, context, result)) {
         return FaultMarker();
     }
+    const ParamValue name(argv[0].value);
     process_cpu_context_t ctx = LoadContext<process_cpu_context_t>(context);
-    const float value = plugin.get_process_cpu(argv[0].value, ctx.pid, ctx.syscputime, ctx.procputime);
+    const float value = plugin.get_process_cpu(name.c_str(), ctx.pid, ctx.syscputime, ctx.procputime);
     StoreContext(context, ctx);
     return FinishItem(result, value, kCpuFault);
 }
@@ -67,16 +71,18 @@ float ProcessCpuExternItem(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI
     if (!plugin.input_para_check(argc, argv, context, result)) {
         return FaultMarker();
     }
+    const ParamValue name(argv[0].value);
     int pid = 0;
-    const float value = plugin.get_process_cpu_extern(argv[0].value, &pid);
+    const float value = plugin.get_process_cpu_extern(name.c_str(), &pid);
     return FinishWithPid(result, value, kCpuFault, pid);
 }
 
 // Wildcard group CPU share over `periodUs`.
 float FuzzyCpuItem(FI_PARAM_S* argv, FI_RESULT_S* result, int periodUs) {
+    const ParamValue name(argv[0].value);
     ZADI_Linux_Plugin plugin;
     plugin.max_usage_pid = 0;
-    const float value = plugin.get_process_cpu(argv[0].value, periodUs);
+    const float value = plugin.get_process_cpu(name.c_str(), periodUs);
     return FinishWithPid(result, value, kArrayCpuFault, plugin.max_usage_pid);
 }
 
@@ -93,7 +99,7 @@ float FuzzyCpuCfgPeriodItem(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, F
     if (!plugin.input_para_check_cfgperiod(argc, argv, context, result)) {
         return FaultMarker();
     }
-    return FuzzyCpuItem(argv, result, ConvertStr2PeriodUS(argv[1].value));
+    return FuzzyCpuItem(argv, result, ConvertStr2PeriodUS(ParamValue(argv[1].value).c_str()));
 }
 
 // Exact single-pid items whose context is just the pid.
@@ -104,8 +110,9 @@ float ExactPidItem(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI_RESULT_
     if (!plugin.input_para_check(argc, argv, context, result)) {
         return FaultMarker();
     }
+    const ParamValue name(argv[0].value);
     pid_t pid = LoadContext<pid_t>(context);
-    const float value = measure(plugin, argv[0].value, pid);
+    const float value = measure(plugin, name.c_str(), pid);
     StoreContext(context, pid);
     return FinishMaybeFault(result, value, fault);
 }
@@ -117,8 +124,9 @@ float ExternResourceItem(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI_R
     if (!plugin.input_para_check(argc, argv, context, result)) {
         return FaultMarker();
     }
+    const ParamValue name(argv[0].value);
     int pid = 0;
-    const float value = plugin.get_process_resource(type, argv[0].value, &pid);
+    const float value = plugin.get_process_resource(type, name.c_str(), &pid);
     return FinishWithPid(result, value, fault, pid);
 }
 
@@ -130,8 +138,9 @@ float FuzzyResourceItem(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI_RE
     if (!plugin.input_para_check(argc, argv, context, result)) {
         return FaultMarker();
     }
+    const ParamValue name(argv[0].value);
     plugin.max_usage_pid = 0;
-    const float value = measure(plugin, argv[0].value);
+    const float value = measure(plugin, name.c_str());
     return FinishWithPid(result, value, fault, plugin.max_usage_pid);
 }
 
@@ -207,12 +216,15 @@ float IsExistProcessPreCmd(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI
     }
     // The pre-command decides whether the process is expected at all; when
     // its output does not say so, the process counts as present.
-    if (ZADI_Linux_Plugin::exec_pre_cmd(argv[1].value, argv[2].value) != 0) {
+    ParamValue cmd(argv[1].value);
+    ParamValue keywords(argv[2].value);
+    if (ZADI_Linux_Plugin::exec_pre_cmd(cmd.get(), keywords.get()) != 0) {
         result->result = 0;
         return 1.0f;
     }
+    const ParamValue name(argv[0].value);
     pid_t pid = LoadContext<pid_t>(context);
-    const float value = plugin.get_process_exist(argv[0].value, pid);
+    const float value = plugin.get_process_exist(name.c_str(), pid);
     StoreContext(context, pid);
     result->result = 0;
     return value;

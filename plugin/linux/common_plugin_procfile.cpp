@@ -1,89 +1,50 @@
-// Reading /proc files: an fgets-compatible line reader over a private buffer
-// (one open, one or two reads, one close; no allocation, no fstat), and the
-// parsers of single stat, status and limits lines.
+// Per-process and system /proc files: opening by pid, the first line of a
+// file, one pass over a status file for its name and resident memory, and
+// the parsers of single stat, status and limits lines.
 
-#include <fcntl.h>
-#include <unistd.h>
+#include <string.h>
 
-#include "plugin/linux/common_plugin_internal.h"
+#include "plugin/linux/proc_read_internal.h"
+#include "safec/safec.h"
 
 namespace zadi {
 
-bool LineReader::Open(const char* path) {
-    fd_.reset(open(path, O_RDONLY | O_CLOEXEC));
-    pos_ = 0;
-    len_ = 0;
-    eof_ = false;
-    return fd_.valid();
-}
-
-bool LineReader::Fill() {
-    ssize_t got;
-    do {
-        got = read(fd_.get(), data_, sizeof(data_));
-    } while (got < 0 && errno == EINTR);
-    if (got <= 0) {
-        eof_ = true;
+bool OpenPidFile(kira::LineReader& reader, char (&path)[kPidPathSize], long long pid, const char* leaf) {
+    if (!kira::ProcPidPath(path, kPidPathSize, pid, leaf)) {
         return false;
     }
-    pos_ = 0;
-    len_ = static_cast<size_t>(got);
-    return true;
-}
-
-bool LineReader::Gets(char* buf, int count) {
-    if (count <= 0 || !fd_.valid()) {
-        return false;
-    }
-    // As fgets: room for the terminator only means nothing is read.
-    if (count == 1) {
-        buf[0] = '\0';
-        return true;
-    }
-    int n = 0;
-    while (n < count - 1) {
-        if (pos_ == len_ && (eof_ || !Fill())) {
-            break;
-        }
-        const char c = data_[pos_++];
-        buf[n++] = c;
-        if (c == '\n') {
-            break;
-        }
-    }
-    if (n == 0) {
-        return false;
-    }
-    buf[n] = '\0';
-    return true;
+    return reader.Open(path, kira::ReadEnd::kShortRead);
 }
 
 FirstLine ReadFirstLine(const char* path, char* buf, int size) {
-    LineReader reader;
-    if (!reader.Open(path)) {
+    kira::LineReader reader;
+    if (!reader.Open(path, kira::ReadEnd::kShortRead)) {
         return FirstLine::kOpenFailed;
     }
     return reader.Gets(buf, size) ? FirstLine::kOk : FirstLine::kEmpty;
 }
 
-bool OpenPidFile(LineReader& reader, char (&path)[kPidPathSize], const char* format, int pid) {
-    if (snprintf_s(path, kPidPathSize, kPidPathSize - 1, format, pid) < 0) {
-        errno = ENAMETOOLONG;
-        return false;
+void ScanStatus(kira::LineReader& reader, StatusScan* scan) {
+    const bool wantName = scan->name != nullptr;
+    const bool wantRss = scan->rssKb != nullptr;
+    if (wantRss) {
+        *scan->rssKb = 0;
     }
-    return reader.Open(path);
-}
-
-StatLineRead ReadStatLine(const char* path, kira::UniqueBlock& block) {
-    constexpr int kStatLineSize = 1024;
-    block.reset(malloc(kStatLineSize));
-    if (!block) {
-        return StatLineRead::kNoMemory;
+    char line[kStatusLineSize];
+    while ((wantName && !scan->nameFound) || (wantRss && !scan->rssFound)) {
+        if (!reader.Gets(line, sizeof(line))) {
+            return;
+        }
+        if (wantName && !scan->nameFound && strstr(line, "Name:") != nullptr) {
+            // A name with a space keeps only its first word.
+            (void)sscanf_s(line, "%*s %s", scan->name, static_cast<unsigned int>(scan->nameSize));
+            scan->nameFound = true;
+        }
+        if (wantRss && !scan->rssFound && strstr(line, "VmRSS:") != nullptr) {
+            *scan->rssKb = ParseStatusKb(line);
+            scan->rssFound = true;
+        }
     }
-    char* line = static_cast<char*>(block.get());
-    line[0] = '\0';
-    return ReadFirstLine(path, line, kStatLineSize) == FirstLine::kOpenFailed ? StatLineRead::kOpenFailed
-                                                                              : StatLineRead::kOk;
 }
 
 unsigned long long ParseStatLineTicks(const char* line) {
@@ -109,3 +70,21 @@ int ParseLimitSoft(const char* line) {
 }
 
 }  // namespace zadi
+
+const char* ZADI_Linux_Plugin::get_items(const char* str, int n) {
+    if (str == nullptr) {
+        return nullptr;
+    }
+    if (n < 2) {
+        return str;
+    }
+    // Single spaces are counted; runs of spaces are not merged.
+    int spaces = 0;
+    const char* p = str;
+    for (; *p != '\0'; ++p) {
+        if (*p == ' ' && ++spaces == n - 1) {
+            return p + 1;
+        }
+    }
+    return p;
+}

@@ -4,7 +4,9 @@
 
 #include <unistd.h>
 
-#include "plugin/linux/common_plugin_internal.h"
+#include "plugin/linux/plugin_log_internal.h"
+#include "plugin/linux/proc_read_internal.h"
+#include "safec/safec.h"
 
 namespace {
 
@@ -13,42 +15,30 @@ constexpr unsigned int kExternSleepUs = 500000;
 }  // namespace
 
 unsigned long long ZADI_Linux_Plugin::get_cpu_total_occupy() {
-    kira::UniqueBlock block;
-    switch (zadi::ReadStatLine("/proc/stat", block)) {
-        case zadi::StatLineRead::kNoMemory:
-            PLUGIN_LOG_ERR("Malloc failed, errno(%d, %s).", errno, strerror(errno));
-            return 0;
-        case zadi::StatLineRead::kOpenFailed:
-            PLUGIN_LOG_ERR("Openfile failed, errno(%d, %s).", errno, strerror(errno));
-            return 0;
-        case zadi::StatLineRead::kOk:
-            break;
+    // Read on every CPU item call: the line goes on the stack, never the heap.
+    char line[zadi::kStatLineSize] = "";
+    if (zadi::ReadFirstLine("/proc/stat", line, sizeof(line)) == zadi::FirstLine::kOpenFailed) {
+        PLUGIN_LOG_ERR("Openfile failed, errno(%d, %s).", errno, strerror(errno));
+        return 0;
     }
     // Four counters only (unlike the system CPU items): kept on purpose so
     // figures stay comparable with earlier releases.
     total_cpu_occupy_t t = {0, 0, 0, 0};
-    (void)sscanf_s(static_cast<char*>(block.get()), "%*s %llu %llu %llu %llu", &t.user, &t.nice, &t.system, &t.idle);
+    (void)sscanf_s(line, "%*s %llu %llu %llu %llu", &t.user, &t.nice, &t.system, &t.idle);
     return t.user + t.nice + t.system + t.idle;
 }
 
 unsigned long long ZADI_Linux_Plugin::get_cpu_process_occupy(int pid) {
     char path[zadi::kPidPathSize];
-    if (snprintf_s(path, sizeof(path), sizeof(path) - 1, "/proc/%d/stat", pid) < 0) {
+    if (!kira::ProcPidPath(path, sizeof(path), pid, "stat")) {
         return 0;
     }
-    kira::UniqueBlock block;
-    switch (zadi::ReadStatLine(path, block)) {
-        case zadi::StatLineRead::kNoMemory:
-            // The wording is the established text of this failure.
-            PLUGIN_LOG_ERR("Fork failed, errno(%d, %s).", errno, strerror(errno));
-            return 0;
-        case zadi::StatLineRead::kOpenFailed:
-            PLUGIN_LOG_ERR("Open file failed, errno(%d, %s).", errno, strerror(errno));
-            return 0;
-        case zadi::StatLineRead::kOk:
-            break;
+    char line[zadi::kStatLineSize] = "";
+    if (zadi::ReadFirstLine(path, line, sizeof(line)) == zadi::FirstLine::kOpenFailed) {
+        PLUGIN_LOG_ERR("Open file failed, errno(%d, %s).", errno, strerror(errno));
+        return 0;
     }
-    return zadi::ParseStatLineTicks(static_cast<char*>(block.get()));
+    return zadi::ParseStatLineTicks(line);
 }
 
 float ZADI_Linux_Plugin::get_pcpu(int pid, unsigned long long& syscputime, unsigned long long& procputime) {

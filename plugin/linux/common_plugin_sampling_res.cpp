@@ -2,53 +2,46 @@
 // process by exact command line, wildcard groups (last of equals wins) and
 // prefix groups (first of equals wins).
 
-#include "plugin/linux/common_plugin_internal.h"
+#include "plugin/linux/plugin_log_internal.h"
+#include "plugin/linux/proc_read_internal.h"
 
 unsigned int ZADI_Linux_Plugin::get_phy_mem(int pid) {
     char path[zadi::kPidPathSize] = "";
-    zadi::LineReader reader;
-    if (!zadi::OpenPidFile(reader, path, "/proc/%d/status", pid)) {
+    kira::LineReader reader;
+    if (!zadi::OpenPidFile(reader, path, pid, "status")) {
         PLUGIN_LOG_ERR("Open failed(%s), errno(%d, %s).", path, errno, strerror(errno));
         return 0;
     }
-    // Kernel threads have no VmRSS line and read as 0.
     int kb = 0;
-    char line[256];
-    while (reader.Gets(line, sizeof(line))) {
-        if (strstr(line, "VmRSS:") != nullptr) {
-            kb = zadi::ParseStatusKb(line);
-            break;
-        }
-    }
+    zadi::StatusScan scan;
+    scan.rssKb = &kb;
+    zadi::ScanStatus(reader, &scan);
     return static_cast<unsigned int>(kb / 1024);
 }
 
 unsigned int ZADI_Linux_Plugin::get_handle_count(int pid) {
     char path[zadi::kPidPathSize];
-    if (snprintf_s(path, sizeof(path), sizeof(path) - 1, "/proc/%d/fd", pid) < 0) {
+    if (!kira::ProcPidPath(path, sizeof(path), pid, "fd")) {
         return 0;
     }
-    kira::UniqueDir dir(opendir(path));
-    if (!dir) {
-        return 0;
-    }
+    kira::DirWalk walk(opendir(path));
+    // The walk leaves out "." and "..", which are not handles.
     unsigned int count = 0;
-    while (readdir(dir.get()) != nullptr) {
+    while (walk.Next() != nullptr) {
         ++count;
     }
-    // "." and ".." are counted by the walk.
-    return count > 1 ? count - 2 : count;
+    return count;
 }
 
 unsigned int ZADI_Linux_Plugin::get_handle_max(int pid) {
     char path[zadi::kPidPathSize] = "";
-    zadi::LineReader reader;
-    if (!zadi::OpenPidFile(reader, path, "/proc/%d/limits", pid)) {
+    kira::LineReader reader;
+    if (!zadi::OpenPidFile(reader, path, pid, "limits")) {
         PLUGIN_LOG_ERR("Open failed(%s), errno(%d, %s).", path, errno, strerror(errno));
         return 0;
     }
     // The ninth line is the open-files row; taken by position, not label.
-    char line[256];
+    char line[zadi::kStatusLineSize];
     for (int i = 0; i < 9; ++i) {
         if (!reader.Gets(line, sizeof(line))) {
             return 0;

@@ -1,10 +1,16 @@
 // Whole-system measurements: disk usage of a mount point, CPU busy and user
-// shares from the seven counters of /proc/stat, memory from /proc/meminfo.
+// shares from the seven counters of /proc/stat, memory from /proc/meminfo,
+// and the cached processor count.
 
 #include <stdint.h>
+#include <sys/sysinfo.h>
 #include <sys/vfs.h>
 
-#include "plugin/linux/common_plugin_internal.h"
+#include <atomic>
+
+#include "plugin/linux/plugin_log_internal.h"
+#include "plugin/linux/proc_read_internal.h"
+#include "safec/safec.h"
 
 float ZADI_Linux_Plugin::get_disk_usage(const char* path) {
     struct statfs fs;
@@ -31,12 +37,12 @@ int ZADI_Linux_Plugin::get_sys_cpu_tick(unsigned long long& user, unsigned long 
                                         unsigned long long& idle, unsigned long long& iowait, unsigned long long& irq,
                                         unsigned long long& softirq) {
     static const char kPath[] = "/proc/stat";
-    zadi::LineReader reader;
-    if (!reader.Open(kPath)) {
+    kira::LineReader reader;
+    if (!reader.Open(kPath, kira::ReadEnd::kShortRead)) {
         PLUGIN_LOG_ERR("Open failed(%s), errno(%d, %s).", kPath, errno, strerror(errno));
         return -1;
     }
-    char line[256] = {0};
+    char line[zadi::kStatusLineSize] = {0};
     (void)reader.Gets(line, sizeof(line));
     unsigned long long v[7] = {0, 0, 0, 0, 0, 0, 0};
     (void)sscanf_s(line, "%*s %llu %llu %llu %llu %llu %llu %llu", &v[0], &v[1], &v[2], &v[3], &v[4], &v[5], &v[6]);
@@ -50,61 +56,42 @@ int ZADI_Linux_Plugin::get_sys_cpu_tick(unsigned long long& user, unsigned long 
     return 0;
 }
 
-namespace {
-
-struct SysTicks {
-    unsigned long long user = 0;
-    unsigned long long idle = 0;
-    unsigned long long total = 0;  // all seven counters
-};
-
-bool ReadSysTicks(SysTicks& t) {
-    unsigned long long nice = 0, system = 0, iowait = 0, irq = 0, softirq = 0;
-    if (ZADI_Linux_Plugin::get_sys_cpu_tick(t.user, nice, system, t.idle, iowait, irq, softirq) != 0) {
-        return false;
-    }
-    t.total = t.user + nice + system + t.idle + iowait + irq + softirq;
-    return true;
-}
-
-}  // namespace
-
 float ZADI_Linux_Plugin::get_sys_cpu(sys_cpu_context_t* ctx) {
-    SysTicks t;
-    if (!ReadSysTicks(t) || t.total == ctx->totaltime) {
+    zadi::SysTicks t;
+    if (!t.Read() || t.Total() == ctx->totaltime) {
         return 0.0f;
     }
     // Only idle counts as idle: iowait, irq and softirq are busy time.
     const double usage =
-        100.0 - static_cast<double>(t.idle - ctx->idletime) * 100.0 / static_cast<double>(t.total - ctx->totaltime);
+        100.0 - static_cast<double>(t.idle - ctx->idletime) * 100.0 / static_cast<double>(t.Total() - ctx->totaltime);
     ctx->idletime = t.idle;
-    ctx->totaltime = t.total;
+    ctx->totaltime = t.Total();
     return static_cast<float>(usage);
 }
 
 float ZADI_Linux_Plugin::get_sys_usr_cpu(sys_usr_cpu_context_t* ctx) {
-    SysTicks t;
-    if (!ReadSysTicks(t) || t.total == ctx->totaltime) {
+    zadi::SysTicks t;
+    if (!t.Read() || t.Total() == ctx->totaltime) {
         return 0.0f;
     }
     const double usage =
-        static_cast<double>(t.user - ctx->uesrtime) * 100.0 / static_cast<double>(t.total - ctx->totaltime);
+        static_cast<double>(t.user - ctx->uesrtime) * 100.0 / static_cast<double>(t.Total() - ctx->totaltime);
     ctx->uesrtime = t.user;
-    ctx->totaltime = t.total;
+    ctx->totaltime = t.Total();
     return static_cast<float>(usage);
 }
 
 bool ZADI_Linux_Plugin::get_sys_mem_info(unsigned long long& total, unsigned long long& free) {
     static const char kPath[] = "/proc/meminfo";
-    zadi::LineReader reader;
-    if (!reader.Open(kPath)) {
+    kira::LineReader reader;
+    if (!reader.Open(kPath, kira::ReadEnd::kShortRead)) {
         PLUGIN_LOG_ERR("Open failed(%s), errno(%d, %s).", kPath, errno, strerror(errno));
         return false;
     }
     // Taken by position, not by label: total is line 1, free is line 2.
     unsigned long long* const out[2] = {&total, &free};
     for (unsigned long long* value : out) {
-        char line[256] = {0};
+        char line[zadi::kStatusLineSize] = {0};
         (void)reader.Gets(line, sizeof(line));
         *value = 0;
         (void)sscanf_s(line, "%*s %llu", value);
@@ -129,4 +116,16 @@ float ZADI_Linux_Plugin::get_sys_free_mem() {
         return 0.0f;
     }
     return static_cast<float>(free >> 10);
+}
+
+unsigned int ZADI_Linux_Plugin::get_cpu_core_num() {
+    // Read once per process lifetime on purpose; a racing first call only
+    // stores the same figure twice.
+    static std::atomic<unsigned int> cores{0};
+    unsigned int n = cores.load(std::memory_order_relaxed);
+    if (n == 0) {
+        n = static_cast<unsigned int>(get_nprocs());
+        cores.store(n, std::memory_order_relaxed);
+    }
+    return n;
 }

@@ -1,6 +1,6 @@
 // The exported whole-system items: disk, CPU, user CPU, memory, free memory.
 
-#include "plugin/linux/common_plugin_internal.h"
+#include "plugin/linux/item_contract_internal.h"
 
 using zadi::FaultMarker;
 using zadi::FinishItem;
@@ -10,7 +10,8 @@ float GetDiskUsage(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI_RESULT_
     if (!plugin.input_para_check(argc, argv, context, result)) {
         return FaultMarker();
     }
-    return FinishItem(result, plugin.get_disk_usage(argv[0].value), "Get Disk Usage Fault, Return %f.");
+    const zadi::ParamValue path(argv[0].value);
+    return FinishItem(result, plugin.get_disk_usage(path.c_str()), "Get Disk Usage Fault, Return %f.");
 }
 
 namespace {

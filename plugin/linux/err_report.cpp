@@ -7,10 +7,10 @@
 #include <string.h>
 
 #include "os/base/kira_number.h"
-#include "os/log/dbg_log.h"
-#include "plugin/linux/common_plugin_internal.h"
+#include "os/base/kira_raii.h"
 #include "plugin/linux/err_report_internal.h"
-#include "plugin/linux/process_monitor_param_internal.h"
+#include "plugin/linux/item_contract_internal.h"
+#include "plugin/linux/plugin_log_internal.h"
 #include "plugin/linux/zadi_inner.h"
 #include "safec/safec.h"
 
@@ -23,6 +23,9 @@ namespace {
 constexpr uint32_t kNoErrCode = 0xFFFFFFFFu;
 constexpr uint16_t kResTypeMark = 0xF000;
 constexpr uint8_t kRptType = 1;
+
+// A report handle owned until it is handed out; destroyed on every other path.
+using ReportHolder = kira::UniqueHandle<ZADI_ERRREPORT_S, ZADI_DestoryErrRptInner>;
 
 // The module id number, as the low 16 bits of resType.
 uint16_t ModuleIdOf(const char* field) {
@@ -136,15 +139,11 @@ ZADI_ERRREPORT_S* CreateErrRptheartbeatLast(int argc, FI_PARAM_S* argv, unsigned
     } else {
         FormatResId(&key, "%s", procName.c_str());
     }
-    ZADI_ERRREPORT_S* report = CreateWithKey(&key, result);
-    if (report == nullptr) {
+    ReportHolder report(CreateWithKey(&key, result));
+    if (!report || AddParaToErrRpt(argc, argv, report.get(), result) != 0) {
         return nullptr;
     }
-    if (AddParaToErrRpt(argc, argv, report, result) != 0) {
-        ZADI_DestoryErrRptInner(report);
-        return nullptr;
-    }
-    return report;
+    return report.release();
 }
 
 namespace {
@@ -178,21 +177,20 @@ float SendErrRpt(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* /*context*/, FI_RESUL
         SetFault(result, "Get para 'ErrCode' failed.");
         return zadi::FaultMarker();
     }
-    ZADI_ERRREPORT_S* report = CreateForCode(argc, argv, uErrCode, result);
-    if (report == nullptr) {
+    ReportHolder report(CreateForCode(argc, argv, uErrCode, result));
+    if (!report) {
         return zadi::FaultMarker();
     }
 
     // Logged from what the agent holds, which is what goes out.
     ZADI_PRIMARY_KEY_S key;
     (void)memset_s(&key, sizeof(key), 0, sizeof(key));
-    (void)ZADI_GetPrimaryKeyInner(report, &key);
+    (void)ZADI_GetPrimaryKeyInner(report.get(), &key);
     key.resId[sizeof(key.resId) - 1] = '\0';
-    DBG_Log(PID_CTRL_ZADIMONITOR, DBG_LOG_EVENT, "SendErrRpt", __LINE__, 0, "DiagCode(0x%X) resId %s.", key.errCode,
-            key.resId);
+    PLUGIN_LOG_EVENT("DiagCode(0x%X) resId %s.", key.errCode, key.resId);
 
-    int sent = ZADI_SendErrReportInner(report, nullptr);
-    ZADI_DestoryErrRptInner(report);
+    const int sent = ZADI_SendErrReportInner(report.get(), nullptr);
+    report.reset();  // destroyed before the outcome is written, sent or not
     if (sent != 0) {
         SetFault(result, "Send ErrRpt failed.");
         return zadi::FaultMarker();

@@ -5,11 +5,10 @@
 #include <stdlib.h>
 #include <string.h>
 
-#include "os/log/dbg_log.h"
-#include "plugin/linux/common_plugin_internal.h"
+#include "plugin/linux/item_contract_internal.h"
+#include "plugin/linux/plugin_log_internal.h"
 #include "plugin/linux/process_monitor.h"
 #include "plugin/linux/process_monitor_internal.h"
-#include "plugin/linux/process_monitor_param_internal.h"
 #include "safec/safec.h"
 
 static_assert(ZADI_HEARTBEAT_NODE_MAX == 7, "the heartbeat table holds seven files");
@@ -18,8 +17,6 @@ static_assert(offsetof(FI_CONTEXT_S, contextbuff) % alignof(ZADI_PROCESS_HEARTBE
               "the heartbeat table is overlaid on contextbuff in place");
 
 namespace {
-
-enum HeartbeatScanArg { kArgProcessName = 0, kArgModuleId = 1, kArgContext = 2, kArgCount = 3 };
 
 ZADI_PROCESS_HEARTBEAT_CONTEXT* Overlay(FI_CONTEXT_S* context) {
     return reinterpret_cast<ZADI_PROCESS_HEARTBEAT_CONTEXT*>(context->contextbuff);
@@ -69,10 +66,11 @@ void CompareAndStore(ZADI_PROCESS_HEARTBEAT_CONTEXT* ctx, ZADI_PROCESS_HEARTBEAT
 }  // namespace
 
 int CheckProcessHeartBeatFileRefresh(const char* filePath, const char* filename, void* pContext) {
-    void** args = static_cast<void**>(pContext);
-    const char* processName = static_cast<const char*>(args[kArgProcessName]);
-    const char* moduleId = static_cast<const char*>(args[kArgModuleId]);
-    ZADI_PROCESS_HEARTBEAT_CONTEXT* ctx = static_cast<ZADI_PROCESS_HEARTBEAT_CONTEXT*>(args[kArgContext]);
+    zadi::HeartbeatScanArgs args;
+    memcpy(&args, pContext, sizeof(args));
+    const char* processName = args.processName;
+    const char* moduleId = args.moduleId;
+    ZADI_PROCESS_HEARTBEAT_CONTEXT* ctx = args.ctx;
 
     char copy[zadi::kHeartbeatPathSize];
     if (strcpy_s(copy, sizeof(copy), filename) != 0) {
@@ -125,8 +123,8 @@ bool HeartBeatRefreshed(const char* pszProcessName, const char* pszPid, FI_CONTE
     }
     ctx->bHeartbeatRefreshed = true;
 
-    void* args[kArgCount] = {const_cast<char*>(pszProcessName), const_cast<char*>(pszPid), ctx};
-    (void)ForeachDir(ZADI_HEARTBEAT_DIR, CheckProcessHeartBeatFileRefresh, args);
+    zadi::HeartbeatScanArgs args = {pszProcessName, pszPid, ctx};
+    (void)ForeachDir(ZADI_HEARTBEAT_DIR, CheckProcessHeartBeatFileRefresh, &args);
 
     CompactNodes(ctx);
     *hangFlowId = ctx->hangFlowId;
@@ -161,9 +159,8 @@ float ProcessHeartBeat(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI_RES
     if (!HeartBeatRefreshed(processName.c_str(), moduleId.c_str(), context, &hangFlowId)) {
         value = 0.0f;
         result->hangflowid = hangFlowId;
-        DBG_Log(PID_CTRL_ZADIMONITOR, DBG_LOG_ERROR, "ProcessHeartBeat", __LINE__, 0,
-                "Process %s(%s) heartbeat not refreshed, hangFlowId=%d.", processName.c_str(), moduleId.c_str(),
-                static_cast<int>(hangFlowId));
+        PLUGIN_LOG_ERR("Process %s(%s) heartbeat not refreshed, hangFlowId=%d.", processName.c_str(), moduleId.c_str(),
+                       static_cast<int>(hangFlowId));
     }
     result->result = 0;
     return value;

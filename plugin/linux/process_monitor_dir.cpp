@@ -58,17 +58,14 @@ DIR* OpenDirNoFollow(const char* dirPath) {
     return dir;
 }
 
-int WalkDir(DIR* dir, const char* dirPath, ZADI_DIR_ITER_FN iterfunc, void* pContext) {
+int WalkDir(kira::DirWalk& walk, const char* dirPath, ZADI_DIR_ITER_FN iterfunc, void* pContext) {
     char path[kHeartbeatPathSize];
-    for (struct dirent* entry = readdir(dir); entry != nullptr; entry = readdir(dir)) {
-        if (strcmp(entry->d_name, ".") == 0 || strcmp(entry->d_name, "..") == 0 || entry->d_type != DT_REG) {
-            continue;
-        }
+    while (const char* name = walk.Next()) {
         // A path that does not fit would name some other file.
-        if (snprintf_s(path, sizeof(path), sizeof(path) - 1, "%s/%s", dirPath, entry->d_name) < 0) {
+        if (snprintf_s(path, sizeof(path), sizeof(path) - 1, "%s/%s", dirPath, name) < 0) {
             continue;
         }
-        if (iterfunc(path, entry->d_name, pContext) != 0) {
+        if (iterfunc(path, name, pContext) != 0) {
             break;
         }
     }
@@ -78,11 +75,11 @@ int WalkDir(DIR* dir, const char* dirPath, ZADI_DIR_ITER_FN iterfunc, void* pCon
 }  // namespace zadi
 
 int ForeachDir(const char* dirPath, ZADI_DIR_ITER_FN iterfunc, void* pContext) {
-    kira::UniqueDir dir(zadi::OpenDirNoFollow(dirPath));
-    if (!dir) {
+    kira::DirWalk walk(zadi::OpenDirNoFollow(dirPath), kira::DirWalk::kRegularFiles);
+    if (!walk) {
         return -1;
     }
-    return zadi::WalkDir(dir.get(), dirPath, iterfunc, pContext);
+    return zadi::WalkDir(walk, dirPath, iterfunc, pContext);
 }
 
 int CheckHeartBeatFileValid(const char* filePath, const char* filename, void* pContext) {
@@ -99,10 +96,10 @@ int CheckHeartBeatFileValid(const char* filePath, const char* filename, void* pC
 }
 
 float ClearHeartBeatFile(int /*argc*/, FI_PARAM_S* /*argv*/, FI_CONTEXT_S* /*context*/, FI_RESULT_S* result) {
-    kira::UniqueDir dir(zadi::OpenDirNoFollow(ZADI_HEARTBEAT_DIR));
-    if (dir) {
-        zadi::HeartbeatDirRef ref{dirfd(dir.get())};
-        (void)zadi::WalkDir(dir.get(), ZADI_HEARTBEAT_DIR, CheckHeartBeatFileValid, &ref);
+    kira::DirWalk walk(zadi::OpenDirNoFollow(ZADI_HEARTBEAT_DIR), kira::DirWalk::kRegularFiles);
+    if (walk) {
+        zadi::HeartbeatDirRef ref{dirfd(walk.dir())};
+        (void)zadi::WalkDir(walk, ZADI_HEARTBEAT_DIR, CheckHeartBeatFileValid, &ref);
     }
     // The agent always passes a result here; a null one is still not written.
     if (result != nullptr) {

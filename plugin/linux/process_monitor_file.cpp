@@ -10,8 +10,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "os/base/kira_io.h"
 #include "os/base/kira_raii.h"
-#include "os/log/dbg_log.h"
+#include "plugin/linux/plugin_log_internal.h"
 #include "plugin/linux/process_monitor.h"
 #include "plugin/linux/process_monitor_internal.h"
 #include "plugin/linux/zadi_linux_plugin.h"
@@ -50,14 +51,6 @@ bool IsRegularFile(int fd) {
         return false;
     }
     return true;
-}
-
-ssize_t ReadSome(int fd, char* buf, size_t size) {
-    ssize_t n;
-    do {
-        n = read(fd, buf, size);
-    } while (n < 0 && errno == EINTR);
-    return n;
 }
 
 }  // namespace
@@ -134,15 +127,13 @@ int ReadHeartbeatFile(const char* filePath, ZADI_PROCESS_HEARTBEAT_NODE* pstHear
     pstHeartBeatNode->hangFlowId = ZADI_HEARTBEAT_NO_HANGFLOWID;
     kira::UniqueFd fd(open(filePath, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
     if (!fd.valid() || !IsRegularFile(fd.get())) {
-        int err = errno;
-        DBG_Log(PID_CTRL_ZADIMONITOR, DBG_LOG_ERROR, "ReadHeartbeatFile", __LINE__, 0,
-                "Open failed(%s), errno(%d, %s).", filePath, err, strerror(err));
+        PLUGIN_LOG_ERR("Open failed(%s), errno(%d, %s).", filePath, errno, strerror(errno));
         return 1;
     }
     // Both lines fit in one read; a file being rewritten meanwhile simply
     // yields whatever part of it is there.
     char data[zadi::kHeartbeatReadMax];
-    ssize_t n = ReadSome(fd.get(), data, sizeof(data));
+    ssize_t n = kira::ReadFd(fd.get(), data, sizeof(data), kira::ReadEnd::kOneRead);
     if (n > 0) {
         (void)zadi::ParseHeartbeatLines(data, static_cast<size_t>(n), pstHeartBeatNode);
     }

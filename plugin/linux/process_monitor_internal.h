@@ -2,12 +2,13 @@
 #define PLUGIN_LINUX_PROCESS_MONITOR_INTERNAL_H
 
 // Pieces of the heartbeat check kept apart for tests and fuzzing: the safe
-// opening and walking of the heartbeat directory, and the parser of a file's
-// first two lines. Never exported.
+// opening and walking of the heartbeat directory, the per-file callback's
+// context, and the parser of a file's first two lines. Never exported.
 
 #include <dirent.h>
 #include <stddef.h>
 
+#include "os/base/kira_io.h"
 #include "plugin/linux/process_monitor.h"
 
 namespace zadi {
@@ -24,8 +25,18 @@ constexpr size_t kHeartbeatPathSize = 256;
 // applies to the last component). Null with errno set on failure.
 DIR* OpenDirNoFollow(const char* dirPath);
 
-// The walk of ForeachDir over an already opened directory.
-int WalkDir(DIR* dir, const char* dirPath, ZADI_DIR_ITER_FN iterfunc, void* pContext);
+// The walk of ForeachDir over the regular files of an opened directory.
+int WalkDir(kira::DirWalk& walk, const char* dirPath, ZADI_DIR_ITER_FN iterfunc, void* pContext);
+
+// What ProcessHeartBeat hands its per-file callback. Other callers of the
+// exported callback pass the same three pointers as an array, so the layout
+// is exactly that and the callback copies it out rather than casting.
+struct HeartbeatScanArgs {
+    const char* processName;
+    const char* moduleId;
+    ZADI_PROCESS_HEARTBEAT_CONTEXT* ctx;
+};
+static_assert(sizeof(HeartbeatScanArgs) == 3 * sizeof(void*), "laid out as an array of three pointers");
 
 // Context handed by ClearHeartBeatFile to CheckHeartBeatFileValid, so that
 // files are removed relative to the directory that was walked.

@@ -47,10 +47,7 @@ typedef enum tagZADI_HANDLE_TYPE_E {
     ZADI_HANDLE_TYPE_BUTT = 2
 } ZADI_HANDLE_TYPE_E;
 
-// The logging header names the monitor's module number as a macro; keep it
-// from rewriting the enumerator while the agent's list is declared.
-#pragma push_macro("PID_CTRL_ZADIMONITOR")
-#undef PID_CTRL_ZADIMONITOR
+// The agent's module numbers; the plug-in logs as PID_CTRL_ZADIMONITOR.
 typedef enum enPID_CTRL_E {
     PID_CTRL_ZADIDAEMONE = 421,
     PID_CTRL_ZADICORE = 422,
@@ -58,7 +55,6 @@ typedef enum enPID_CTRL_E {
     PID_CTRL_ZADIMONITOR = 424,
     PID_CTRL_BUTT = 440
 } PID_CTRL_E;
-#pragma pop_macro("PID_CTRL_ZADIMONITOR")
 
 #ifdef __cplusplus
 extern "C" {

@@ -43,17 +43,19 @@ typedef struct {
     unsigned long long cstime;
 } process_cpu_occupy_t;
 
-class ZADI_Linux_Plugin {
+// Exported whole: every method under its decorated name. The comment over
+// each group names the file that holds it.
+class KIRA_EXPORT ZADI_Linux_Plugin {
 public:
     // Pid of the heaviest process seen by the last wildcard group scan.
     int max_usage_pid;
 
-    // ---- argument checks ----
+    // ---- argument checks: common_plugin_contract.cpp ----
     bool input_para_check(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI_RESULT_S* result);
     bool input_para_check_precmd(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI_RESULT_S* result);
     bool input_para_check_cfgperiod(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI_RESULT_S* result);
 
-    // ---- whole-system figures ----
+    // ---- whole-system figures: common_plugin_system.cpp ----
     float get_disk_usage(const char* path);
     static int get_sys_cpu_tick(unsigned long long& user, unsigned long long& nice, unsigned long long& system,
                                 unsigned long long& idle, unsigned long long& iowait, unsigned long long& irq,
@@ -63,32 +65,40 @@ public:
     float get_sys_mem();
     float get_sys_free_mem();
     bool get_sys_mem_info(unsigned long long& total, unsigned long long& free);
+    static unsigned int get_cpu_core_num();
 
-    // ---- process lookup by command line ----
+    // ---- command lines as text and their match: common_plugin_cmdline.cpp ----
+    static int read_file(const char* path, char* buf, unsigned int size, int line);
+    static void change_cmdlie_to_str(char* buf, unsigned int size);
+    static bool check_with_cmdline(const char* path, const char* name, int mode);
+    static int get_cmdline_bypid(int pid, char* buf, size_t size);
+    // The wildcard matcher: common_plugin_fuzzy.cpp.
+    static bool str_fuzzy_match(const char* str, const char* pattern);
+
+    // ---- process lookup by command line: common_plugin_lookup.cpp ----
     static pid_t get_pid_byname(const char* name, int& pid, unsigned long long& syscputime,
                                 unsigned long long& procputime);
     static pid_t get_pid_byname(const char* name, int& pid);
     static void get_allpid(const char* name, process_cpu_context_t* table, unsigned int max, unsigned int* count,
                            int mode);
-    static bool check_with_cmdline(const char* path, const char* name, int mode);
     static bool check_pid_with_name(const char* name, int& pid);
-    static bool str_fuzzy_match(const char* str, const char* pattern);
-    static int exec_pre_cmd(char* cmd, char* keywords);
-    static int get_procname_bypid(int pid, char* buf, size_t size);
-    static int get_cmdline_bypid(int pid, char* buf, size_t size);
-    static void change_cmdlie_to_str(char* buf, unsigned int size);
-    static int read_file(const char* path, char* buf, unsigned int size, int line);
-    static const char* get_items(const char* str, int n);
-    static unsigned int get_cpu_core_num();
 
-    // ---- process sampling ----
-    float get_process_resource(PROCESS_RESOURCE_E type, const char* name, int* pid);
+    // ---- kernel name and pre-command gate: common_plugin_procinfo.cpp ----
+    static int get_procname_bypid(int pid, char* buf, size_t size);
+    static int exec_pre_cmd(char* cmd, char* keywords);
+    // Fields of a stat line: common_plugin_procfile.cpp.
+    static const char* get_items(const char* str, int n);
+
+    // ---- CPU sampling: common_plugin_sampling_cpu.cpp ----
     float get_process_cpu(const char* name, int& pid, unsigned long long& syscputime, unsigned long long& procputime);
     float get_process_cpu(const char* name, int period);
     float get_process_cpu_extern(const char* name, int* pid);
     float get_pcpu(int pid, unsigned long long& syscputime, unsigned long long& procputime);
     static unsigned long long get_cpu_total_occupy();
     static unsigned long long get_cpu_process_occupy(int pid);
+
+    // ---- memory, handles, existence: common_plugin_sampling_res.cpp ----
+    float get_process_resource(PROCESS_RESOURCE_E type, const char* name, int* pid);
     float get_process_memory(const char* name, int& pid);
     float get_process_memory(const char* name);
     static unsigned int get_phy_mem(int pid);
@@ -101,22 +111,22 @@ public:
 };
 
 // Value of the first parameter called `name`, pointing into argv itself;
-// null when there is none.
+// null when there is none (common_plugin_contract.cpp).
 KIRA_EXPORT char* GetParaValue(int argc, FI_PARAM_S* argv, const char* name);
 
 // Sampling period text in whole seconds to microseconds, kept within
-// [500000, 240000000].
+// [500000, 240000000] (common_plugin_items.cpp).
 KIRA_EXPORT int ConvertStr2PeriodUS(const char* text);
 
 extern "C" {
-// System items.
+// System items: common_plugin_system_items.cpp.
 KIRA_EXPORT float GetDiskUsage(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI_RESULT_S* result);
 KIRA_EXPORT float GetSysCPU(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI_RESULT_S* result);
 KIRA_EXPORT float GetSysUsrCPU(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI_RESULT_S* result);
 KIRA_EXPORT float GetSysMemory(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI_RESULT_S* result);
 KIRA_EXPORT float GetSysFreeMemory(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI_RESULT_S* result);
 
-// Process items.
+// Process items: common_plugin_items.cpp.
 KIRA_EXPORT float GetProcessSysCPU(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI_RESULT_S* result);
 KIRA_EXPORT float GetProcessSysCPUExtern(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI_RESULT_S* result);
 KIRA_EXPORT float GetProcessCoreCPU(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI_RESULT_S* result);

@@ -27,8 +27,8 @@ struct Row {
 // Copies the result out and hands the list back to the library that made it.
 std::vector<Row> TakeRows(struct list_head* head, FreeFn freeList, bool cpu) {
     std::vector<Row> rows;
-    for (struct list_head* p = head->next; p != head; p = p->next) {
-        const PROCESS_INFO_S* info = reinterpret_cast<const PROCESS_INFO_S*>(p);
+    const PROCESS_INFO_S* info;
+    list_for_each_entry(info, head, stEntry) {
         rows.push_back({info->pid, cpu ? info->corecpu : info->rss, info->rss, info->name, info->cmdline});
     }
     freeList(head);

@@ -18,8 +18,8 @@ SANDBOX_TEST(LogOutput, LineFormatPriorityAndIdentity) {
     logtest::WriteConf("/ZUK/conf/gid_of_pid.conf", "pid=424,pid_name=monitor,gid=3\n");
     struct timespec now;
     clock_gettime(CLOCK_MONOTONIC, &now);
-    DBG_Log(PID_CTRL_ZADIMONITOR, DBG_LOG_ERROR, "f", 7, 0, "x");
-    KIRA_log(PID_CTRL_ZADIMONITOR, DBG_LOG_ERROR, "f", 7, 0, "y%d", 5);
+    DBG_Log(424, DBG_LOG_ERROR, "f", 7, 0, "x");
+    KIRA_log(424, DBG_LOG_ERROR, "f", 7, 0, "y%d", 5);
     DBG_Log(425, DBG_LOG_ERROR, "f", 1, 0, "unnamed");
     auto lines = Lines("[monitor]");
     ASSERT_EQ(lines.size(), 2u);

@@ -5,7 +5,7 @@
 
 #include <type_traits>
 
-#include "plugin/linux/common_plugin_internal.h"
+#include "plugin/linux/item_contract_internal.h"
 #include "tests/plugin/linux/items_test_util.h"
 #include "tests/support/sandbox.h"
 
@@ -143,5 +143,55 @@ TEST(ItemContract, ConvertStr2PeriodUSFollowsTheWrappingProduct) {
     for (const auto& c : cases) {
         SCOPED_TRACE(c.text);
         EXPECT_EQ(ConvertStr2PeriodUS(c.text), c.us);
+    }
+}
+
+// Values that fill their whole field, without a terminator, in a parameter
+// array that ends exactly at the end of its heap block: an item that reads
+// past a field reads past the block, which the sanitizer builds report.
+SANDBOX_TEST(ItemContract, FullFieldsAreNeverReadPastTheirEnd) {
+    const std::string full(400, 'a');
+    const std::string root = "/" + std::string(399, '/');
+    const std::string zeros(400, '0');
+    const std::string command = "true" + std::string(396, ' ');
+    const struct {
+        const char* item;
+        FI_ITEM_FN fn;
+        std::vector<std::pair<std::string, std::string>> params;
+        float value;  // for a process that does not run; -1: any figure
+    } cases[] = {
+        {"GetDiskUsage", GetDiskUsage, {{"Path", root}}, -1.0f},
+        {"GetProcessSysCPU", GetProcessSysCPU, {{"ProcessName", full}}, 0.0f},
+        {"GetProcessCoreCPU", GetProcessCoreCPU, {{"ProcessName", full}}, 0.0f},
+        {"GetProcessSysCPUExtern", GetProcessSysCPUExtern, {{"ProcessName", full}}, 0.0f},
+        {"GetProcessCoreCPUExtern", GetProcessCoreCPUExtern, {{"ProcessName", full}}, 0.0f},
+        {"GetProcessMemory", GetProcessMemory, {{"ProcessName", full}}, 0.0f},
+        {"GetProcessMemoryExtern", GetProcessMemoryExtern, {{"ProcessName", full}}, 0.0f},
+        {"GetProcessHandle", GetProcessHandle, {{"ProcessName", full}}, 0.0f},
+        {"GetProcessHandleExtern", GetProcessHandleExtern, {{"ProcessName", full}}, 0.0f},
+        {"IsExistProcess", IsExistProcess, {{"ProcessName", full}}, 0.0f},
+        {"IsExistProcessExtern", IsExistProcessExtern, {{"ProcessName", full}}, 0.0f},
+        {"IsExistProcessPreCmd",
+         IsExistProcessPreCmd,
+         {{"ProcessName", full}, {"PreCmd", command}, {"RetKeyWords", full}},
+         1.0f},
+        {"GetProcessSysCPUFuzzyMatch", GetProcessSysCPUFuzzyMatch, {{"ProcessName", full}}, 0.0f},
+        {"GetProcessCoreCPUFuzzyMatch", GetProcessCoreCPUFuzzyMatch, {{"ProcessName", full}}, 0.0f},
+        {"GetProcessSysCPUFuzzyMatchCfgPeriod",
+         GetProcessSysCPUFuzzyMatchCfgPeriod,
+         {{"ProcessName", full}, {"Period", zeros}},
+         0.0f},
+        {"GetProcessMemoryFuzzyMatch", GetProcessMemoryFuzzyMatch, {{"ProcessName", full}}, 0.0f},
+        {"GetProcessHandleFuzzyMatch", GetProcessHandleFuzzyMatch, {{"ProcessName", full}}, 0.0f},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.item);
+        Args a(c.params);
+        a.params.shrink_to_fit();
+        const float value = a.Call(c.fn);
+        EXPECT_EQ(a.result.result, 0);
+        if (c.value >= 0.0f) {
+            EXPECT_EQ(value, c.value);
+        }
     }
 }

@@ -6,7 +6,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "plugin/linux/common_plugin_internal.h"
+#include "plugin/linux/proc_read_internal.h"
 #include "tests/plugin/linux/items_test_util.h"
 #include "tests/support/sandbox.h"
 

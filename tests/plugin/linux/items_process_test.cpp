@@ -10,7 +10,7 @@
 #include <fstream>
 #include <sstream>
 
-#include "plugin/linux/common_plugin_internal.h"
+#include "plugin/linux/proc_read_internal.h"
 #include "tests/plugin/linux/items_test_util.h"
 #include "tests/support/sandbox.h"
 

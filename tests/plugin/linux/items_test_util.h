@@ -9,6 +9,7 @@
 #include <string.h>
 #include <unistd.h>
 
+#include <functional>
 #include <initializer_list>
 #include <string>
 #include <vector>
@@ -89,6 +90,10 @@ inline std::string Unique(const char* stem) {
     static int counter = 0;
     return (std::string(stem).substr(0, 6) + std::to_string(getpid()) + std::to_string(counter++)).substr(0, 15);
 }
+
+// Heap blocks (malloc, calloc, realloc) the calling thread takes while
+// `body` runs; -1 where the sanitizer runtime owns the allocator.
+long AllocationsDuring(const std::function<void()>& body);
 
 }  // namespace itest
 

@@ -7,8 +7,8 @@
 #include <string.h>
 
 #include "os/base/kira_raii.h"
-#include "os/log/dbg_log.h"
 #include "plugin/linux/allprocess_internal.h"
+#include "plugin/linux/plugin_log_internal.h"
 #include "plugin/linux/zadi_linux_plugin.h"
 #include "safec/safec.h"
 
@@ -50,9 +50,7 @@ int KillProcess(const char* procName, int pid) {
 int ZADI_ExecuteCmd(const char* recoverCmd) {
     FILE* pipe = popen(recoverCmd, "r");
     if (pipe == nullptr) {
-        int err = errno;
-        DBG_Log(PID_CTRL_ZADIMONITOR, DBG_LOG_ERROR, "ZADI_ExecuteCmd", __LINE__, 0, "Open file failed, errno(%d, %s).",
-                err, strerror(err));
+        PLUGIN_LOG_ERR("Open file failed, errno(%d, %s).", errno, strerror(errno));
         return -1;
     }
     return pclose(pipe);
@@ -75,9 +73,7 @@ int GetProcessPidInter(const char* procName, int* pidbuff, unsigned int pidbuffs
     }
     kira::UniqueBlock block(calloc(pidbuffsize, sizeof(process_cpu_context_t)));
     if (!block) {
-        int err = errno;
-        DBG_Log(PID_CTRL_ZADIMONITOR, DBG_LOG_ERROR, "GetProcessPidInter", __LINE__, 0, "Fork failed, errno(%d, %s).",
-                err, strerror(err));
+        PLUGIN_LOG_ERR("Fork failed, errno(%d, %s).", errno, strerror(errno));
         return -2;
     }
     process_cpu_context_t* records = static_cast<process_cpu_context_t*>(block.get());
