@@ -1,6 +1,9 @@
 // The default subcommand: call every configured item on its period and
-// print each round.
+// print each round. SIGTERM and SIGINT end it after the call in progress
+// with a one-line summary; SIGHUP reads the configuration again.
 
+#include <signal.h>
+#include <string.h>
 #include <time.h>
 
 #include "tools/runner/runner.h"
@@ -8,6 +11,17 @@
 namespace zr {
 
 namespace {
+
+volatile sig_atomic_t g_stop_signal = 0;
+volatile sig_atomic_t g_reload = 0;
+
+void OnSignal(int sig) {
+    if (sig == SIGHUP) {
+        g_reload = 1;
+    } else {
+        g_stop_signal = sig;
+    }
+}
 
 long NowMs() {
     struct timespec ts;
@@ -23,28 +37,34 @@ void SleepUntil(long due_ms) {
     }
 }
 
-void RunRound(RunnerEnv& env, std::vector<ItemState>& states, unsigned long round) {
+struct Totals {
+    unsigned long rounds = 0;
+    unsigned long calls = 0;
+    unsigned long failed = 0;
+    unsigned long no_match = 0;
+};
+
+void RunRound(RunnerEnv& env, std::vector<ItemState>& states, unsigned long round, Totals* totals) {
     if (!env.options.json) {
         PrintRoundHeader(env.out, round);
         PrintTableHeader(env.out);
     }
     const long now = NowMs();
     for (ItemState& state : states) {
-        if (state.next_due_ms > now) {
+        if (state.next_due_ms > now || g_stop_signal != 0) {
             continue;
         }
         // Due times stay on the round's grid, so items of the same period
         // keep being called in the same round however long calls take.
         state.next_due_ms = now + static_cast<long>(state.config.period_s) * 1000;
-        const CallRecord rec = CallItem(state, round);
-        if (env.options.json) {
-            PrintJson(env.out, rec);
-        } else {
-            PrintTableRow(env.out, rec);
-        }
-        fflush(env.out);
+        const CallRecord rec = CallItem(env.library, state, round);
+        ++totals->calls;
+        totals->failed += rec.outcome == CallState::kFailed;
+        totals->no_match += rec.outcome == CallState::kNoMatch;
+        PrintCall(env, rec);
         RunPostCallHooks(env, rec);
     }
+    totals->rounds = round;
 }
 
 long NextDue(const std::vector<ItemState>& states) {
@@ -55,39 +75,75 @@ long NextDue(const std::vector<ItemState>& states) {
     return next;
 }
 
+bool ReadConfig(RunnerEnv& env, Config* config) {
+    std::string error;
+    if (env.options.config.empty()) {
+        *config = DefaultConfig();
+    } else if (!LoadConfigFile(env.options.config, config, &error)) {
+        fprintf(env.err, "zadi_runner: %s\n", error.c_str());
+        return false;
+    }
+    return true;
+}
+
+bool Prepare(RunnerEnv& env, const Config& config, std::vector<ItemState>* states) {
+    std::string error;
+    if (!PrepareItems(config, env.library, states, &error)) {
+        fprintf(env.err, "zadi_runner: %s\n", error.c_str());
+        return false;
+    }
+    return true;
+}
+
+// Keeps the running items when the new configuration is bad.
+void Reload(RunnerEnv& env, std::vector<ItemState>* states) {
+    g_reload = 0;
+    Config config;
+    std::vector<ItemState> fresh;
+    if (ReadConfig(env, &config) && Prepare(env, config, &fresh)) {
+        states->swap(fresh);
+        fprintf(env.err, "zadi_runner: configuration read again: %zu items\n", states->size());
+    } else {
+        fprintf(env.err, "zadi_runner: keeping the previous configuration\n");
+    }
+}
+
 }  // namespace
 
 int RunConfigured(RunnerEnv& env, const std::vector<std::string>& args) {
     if (!args.empty()) {
         fprintf(env.err, "zadi_runner: run takes no arguments (got \"%s\")\n", args[0].c_str());
-        return 2;
+        return kExitUsage;
     }
+    // The configuration comes first, so that a bad file is reported as
+    // such whatever the library does.
     Config config;
-    std::string error;
-    if (env.options.config.empty()) {
-        config = DefaultConfig();
-    } else if (!LoadConfigFile(env.options.config, &config, &error)) {
-        fprintf(env.err, "zadi_runner: %s\n", error.c_str());
-        return 1;
-    }
-    if (!LoadLibrary(env)) {
-        return 1;
-    }
     std::vector<ItemState> states;
-    if (!PrepareItems(config, env.library, &states, &error)) {
-        fprintf(env.err, "zadi_runner: %s\n", error.c_str());
-        return 1;
+    if (!ReadConfig(env, &config) || !LoadLibrary(env) || !Prepare(env, config, &states)) {
+        return kExitSetup;
     }
+    CatchSignals(OnSignal, {SIGTERM, SIGINT, SIGHUP});
+    Totals totals;
     const unsigned long rounds = env.options.once ? 1 : static_cast<unsigned long>(env.options.rounds);
-    for (unsigned long round = 1; rounds == 0 || round <= rounds; ++round) {
+    for (unsigned long round = 1; (rounds == 0 || round <= rounds) && g_stop_signal == 0; ++round) {
         if (round > 1) {
             SleepUntil(NextDue(states));
         }
-        RunRound(env, states, round);
+        if (g_reload != 0) {
+            Reload(env, &states);
+        }
+        if (g_stop_signal == 0) {
+            RunRound(env, states, round, &totals);
+        }
     }
-    return 0;
+    if (g_stop_signal != 0) {
+        fprintf(env.err, "zadi_runner: stopped by SIG%s after %lu rounds: %lu calls, %lu failed, %lu no match\n",
+                sigabbrev_np(g_stop_signal), totals.rounds, totals.calls, totals.failed, totals.no_match);
+    }
+    return env.options.exit_zero ? kExitOk : StatusOfItems(states);
 }
 
-ZADI_RUNNER_SUBCOMMAND(run, "run", "call the configured items on their periods (the default)", RunConfigured);
+ZADI_RUNNER_SUBCOMMAND(run, "run", "call the configured items on their periods (the default)", RunConfigured,
+                       kOptLib | kOptJson | kOptConfig | kOptRounds | kOptExitZero);
 
 }  // namespace zr
