@@ -1,0 +1,103 @@
+// The installed tree works from its prefix alone: a C and a C++ program
+// compile, link and run against it through pkg-config and through the CMake
+// package, the installed runner runs, and the tree can be moved.
+
+#include <stdio.h>
+#include <sys/wait.h>
+
+#include <string>
+
+#include "tests/support/sandbox.h"
+
+namespace {
+
+// Exit status and output (both streams) of a shell command.
+int Shell(const std::string& cmd, std::string* out) {
+    out->clear();
+    FILE* p = popen((cmd + " 2>&1").c_str(), "r");
+    if (p == nullptr) return -1;
+    char buf[4096];
+    for (size_t n; (n = fread(buf, 1, sizeof(buf), p)) > 0;) out->append(buf, n);
+    const int st = pclose(p);
+    return WIFEXITED(st) ? WEXITSTATUS(st) : 128 + WTERMSIG(st);
+}
+
+// The C program reaches the records and the census through the C headers;
+// the C++ one uses the plug-in's C++ header.
+const char kCProgram[] = R"(#include <stdio.h>
+#include "plugin/linux/fi_types.h"
+#include "plugin/linux/allprocess.h"
+float GetSysMemory(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI_RESULT_S* result);
+int main(void) {
+    FI_CONTEXT_S context = {0};
+    FI_RESULT_S result = {0};
+    const float used = GetSysMemory(0, NULL, &context, &result);
+    int pid = -1;
+    if (GetProcessPid("/no/such/process", &pid) != 0 || pid != 0) return 2;
+    printf("c memory %.1f%%\n", used);
+    return result.result == 0 && used > 0.0f ? 0 : 1;
+}
+)";
+const char kCxxProgram[] = R"(#include <cstdio>
+#include "plugin/linux/zadi_linux_plugin.h"
+int main() {
+    FI_CONTEXT_S context = {};
+    FI_RESULT_S result = {};
+    const float free_mb = GetSysFreeMemory(0, nullptr, &context, &result);
+    std::printf("c++ free %.0f MB\n", free_mb);
+    return result.result == 0 && free_mb > 0.0f ? 0 : 1;
+}
+)";
+const char kCMakeLists[] = R"(cmake_minimum_required(VERSION 3.25)
+project(consumer LANGUAGES C CXX)
+find_package(zadi_linux_plugin 1 REQUIRED)
+add_executable(prog_c prog.c)
+add_executable(prog_cxx prog.cpp)
+target_link_libraries(prog_c PRIVATE zadi_linux_plugin::zadi_agent_sub)
+target_link_libraries(prog_cxx PRIVATE zadi_linux_plugin::zadi_agent_sub)
+)";
+
+}  // namespace
+
+SANDBOX_TEST(Install, PrefixAloneBuildsLinksAndRuns) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "programs linked against a sanitizer build need its runtime";
+#endif
+    if (kt::TargetCommand("x") != "x") GTEST_SKIP() << "the install is checked natively";
+    std::string out;
+    ASSERT_EQ(Shell("cmake --install " KIRA_BINARY_DIR " --prefix /tmp/p", &out), 0) << out;
+    // Moved after installing: nothing may point back at /tmp/p or the build.
+    ASSERT_EQ(Shell("mv /tmp/p /tmp/moved", &out), 0) << out;
+    kt::MakeDirs("/tmp/use");
+    kt::WriteFile("/tmp/use/prog.c", kCProgram);
+    kt::WriteFile("/tmp/use/prog.cpp", kCxxProgram);
+    kt::WriteFile("/tmp/use/CMakeLists.txt", kCMakeLists);
+    const std::string pc = "PKG_CONFIG_PATH=/tmp/moved/lib/pkgconfig pkg-config ";
+    const std::string libs = "$(" + pc + "--cflags --libs zadi_agent_sub)";
+    const std::string run = "LD_LIBRARY_PATH=/tmp/moved/lib ";
+    const struct {
+        const char* what;
+        std::string cmd;
+        const char* expect;
+    } steps[] = {
+        {"pkg-config prefix", pc + "--variable=libdir zadi_linux_plugin", "/tmp/moved/lib"},
+        {"C via pkg-config",
+         "cd /tmp/use && cc -std=c11 -Wall -Werror prog.c -o c_pc " + libs + " && " + run + "./c_pc", "c memory"},
+        {"C++ via pkg-config",
+         "cd /tmp/use && c++ -std=c++17 -Wall -Werror prog.cpp -o cxx_pc " + libs + " && " + run + "./cxx_pc",
+         "c++ free"},
+        {"CMake package",
+         "cmake -S /tmp/use -B /tmp/use/b -G Ninja -DCMAKE_PREFIX_PATH=/tmp/moved && ninja -C /tmp/use/b && "
+         "/tmp/use/b/prog_c && /tmp/use/b/prog_cxx",
+         "c++ free"},
+        {"installed runner", "/tmp/moved/bin/zadi_runner --help",
+         "default: /tmp/moved/bin/../lib/libzadi_linux_plugin.so"},
+        {"installed runner call", "/tmp/moved/bin/zadi_runner call GetSysMemory --json", "\"state\":\"ok\""},
+        {"sample configuration",
+         "/tmp/moved/bin/zadi_runner --config /tmp/moved/share/zadi/zadi_runner.conf --once --exit-zero", "round 1"},
+    };
+    for (const auto& s : steps) {
+        EXPECT_EQ(Shell(s.cmd, &out), 0) << s.what << ": " << out;
+        EXPECT_NE(out.find(s.expect), std::string::npos) << s.what << ": " << out;
+    }
+}
