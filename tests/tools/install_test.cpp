@@ -8,19 +8,11 @@
 #include <string>
 
 #include "tests/support/sandbox.h"
+#include "tests/tools/runner_exec.h"
 
 namespace {
 
-// Exit status and output (both streams) of a shell command.
-int Shell(const std::string& cmd, std::string* out) {
-    out->clear();
-    FILE* p = popen((cmd + " 2>&1").c_str(), "r");
-    if (p == nullptr) return -1;
-    char buf[4096];
-    for (size_t n; (n = fread(buf, 1, sizeof(buf), p)) > 0;) out->append(buf, n);
-    const int st = pclose(p);
-    return WIFEXITED(st) ? WEXITSTATUS(st) : 128 + WTERMSIG(st);
-}
+using rt::Shell;
 
 // The C program reaches the records and the census through the C headers;
 // the C++ one uses the plug-in's C++ header.

@@ -16,82 +16,11 @@
 #include <vector>
 
 #include "tests/support/sandbox.h"
+#include "tests/tools/runner_exec.h"
 
 namespace {
 
-const std::string kRunner = KIRA_BINARY_DIR "/tools/runner/zadi_runner";
-
-struct Run {
-    int status;
-    std::string out;  // stdout, and stderr too unless left out
-};
-
-Run Exec(const std::string& args, bool with_stderr = true) {
-    Run r{-1, ""};
-    // exec: no shell stays behind holding the arguments on its command line.
-    const std::string cmd =
-        "exec " + kt::TargetCommand(kRunner) + " " + args + (with_stderr ? " 2>&1" : " 2>/dev/null");
-    FILE* p = popen(cmd.c_str(), "r");
-    if (p == nullptr) return r;
-    char buf[4096];
-    size_t n;
-    while ((n = fread(buf, 1, sizeof(buf), p)) > 0) r.out.append(buf, n);
-    const int st = pclose(p);
-    r.status = WIFEXITED(st) ? WEXITSTATUS(st) : 128 + WTERMSIG(st);
-    return r;
-}
-
-// The runner started in the background with its output in files.
-pid_t Spawn(const std::string& args, const std::string& out, const std::string& err) {
-    const std::string cmd = "exec " + kt::TargetCommand(kRunner) + " " + args + " >" + out + " 2>" + err;
-    fflush(nullptr);
-    const pid_t pid = fork();
-    if (pid == 0) {
-        execl("/bin/sh", "sh", "-c", cmd.c_str(), nullptr);
-        _exit(127);
-    }
-    return pid;
-}
-
-int WaitStatus(pid_t pid) {
-    int st = 0;
-    waitpid(pid, &st, 0);
-    return WIFEXITED(st) ? WEXITSTATUS(st) : 128 + WTERMSIG(st);
-}
-
-void SleepMs(long ms) {
-    struct timespec ts = {ms / 1000, (ms % 1000) * 1000000};
-    nanosleep(&ts, nullptr);
-}
-
-bool Cross() { return kt::TargetCommand("x") != "x"; }
-
-std::vector<std::string> Lines(const std::string& text) {
-    std::vector<std::string> lines;
-    size_t start = 0;
-    for (size_t nl; (nl = text.find('\n', start)) != std::string::npos; start = nl + 1) {
-        lines.push_back(text.substr(start, nl - start));
-    }
-    return lines;
-}
-
-const std::string* LineWith(const std::vector<std::string>& lines, const std::string& a, const std::string& b = "") {
-    for (const std::string& l : lines) {
-        if (l.find(a) != std::string::npos && l.find(b) != std::string::npos) return &l;
-    }
-    return nullptr;
-}
-
-bool Has(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
-
-// Every line a JSON object carrying the time and the host.
-void ExpectJsonRecords(const std::string& out, const std::string& what) {
-    const auto lines = Lines(out);
-    EXPECT_FALSE(lines.empty()) << what;
-    for (const std::string& l : lines) {
-        EXPECT_TRUE(l.rfind("{\"time\":\"20", 0) == 0 && Has(l, "\"host\":") && l.back() == '}') << what << ": " << l;
-    }
-}
+using namespace rt;
 
 // A process keeping one processor busy, under a command line of its own.
 struct Busy {

@@ -50,6 +50,7 @@ int ListItems(RunnerEnv& env, const std::vector<std::string>& args) {
 
 }  // namespace
 
-ZADI_RUNNER_SUBCOMMAND(items, "items", "every item with its unit, parameters and meaning", ListItems, kOptJson);
+ZADI_RUNNER_SUBCOMMAND(items, "items", "every item with its unit, parameters and meaning", ListItems,
+                       kOptJson | kOptLog);
 
 }  // namespace zr

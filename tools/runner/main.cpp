@@ -2,6 +2,7 @@
 // subcommand (default "run") with its own arguments. Options a subcommand
 // does not use, and options that contradict each other, are refused.
 
+#include <errno.h>
 #include <stdlib.h>
 #include <string.h>
 
@@ -19,7 +20,8 @@ struct OptionName {
 };
 const OptionName kOptionNames[] = {
     {zr::kOptLib, "--lib"},       {zr::kOptJson, "--json"},          {zr::kOptConfig, "--config"},
-    {zr::kOptRounds, "--rounds"}, {zr::kOptExitZero, "--exit-zero"},
+    {zr::kOptRounds, "--rounds"}, {zr::kOptExitZero, "--exit-zero"}, {zr::kOptTextfile, "--textfile"},
+    {zr::kOptLog, "--log-file"},  {zr::kOptListen, "--listen"},
 };
 
 void Usage(FILE* out) {
@@ -32,6 +34,11 @@ void Usage(FILE* out) {
             "  --json         one JSON record a line (with time and host) instead of a table\n"
             "  --once         one round; --rounds N: N rounds (default: until SIGINT/SIGTERM)\n"
             "  --exit-zero    exit 0 even when an item failed or matched no process\n"
+            "  --textfile DIR after every round write DIR/zadi.prom (Prometheus text format,\n"
+            "                 for the node exporter's textfile collector)\n"
+            "  --listen A:P   serve's address and port (default 127.0.0.1:9731; port 0: any free one)\n"
+            "  --log-file F   the runner's own messages to F instead of standard error\n"
+            "  --plugin-log   also copy the plug-in's diagnostic (syslog) lines there\n"
             "  --version      the runner's version\n"
             "subcommands:\n",
             zr::DefaultLibraryPath().c_str(), zr::kDefaultPeriodS);
@@ -67,13 +74,12 @@ int ParseOptions(int argc, char** argv, zr::Options* opts, std::vector<std::stri
         auto value = [&](const char* name, std::string* out) {
             if (arg.rfind(std::string(name) + "=", 0) == 0) {
                 *out = arg.substr(strlen(name) + 1);
-                return true;
-            }
-            if (arg != name) {
+            } else if (arg == name) {
+                *out = i + 1 < argc ? argv[++i] : "";
+            } else {
                 return false;
             }
-            missing = i + 1 >= argc;
-            *out = missing ? "" : argv[++i];
+            missing = out->empty();
             return true;
         };
         std::string v;
@@ -92,6 +98,15 @@ int ParseOptions(int argc, char** argv, zr::Options* opts, std::vector<std::stri
         } else if (arg == "--exit-zero") {
             opts->exit_zero = true;
             opts->given |= zr::kOptExitZero;
+        } else if (arg == "--plugin-log") {
+            opts->plugin_log = true;
+            opts->given |= zr::kOptLog;
+        } else if (value("--listen", &opts->listen)) {
+            opts->given |= zr::kOptListen;
+        } else if (value("--textfile", &opts->textfile)) {
+            opts->given |= zr::kOptTextfile;
+        } else if (value("--log-file", &opts->log_file)) {
+            opts->given |= zr::kOptLog;
         } else if (value("--lib", &opts->lib)) {
             opts->given |= zr::kOptLib;
         } else if (value("--config", &opts->config)) {
@@ -110,7 +125,7 @@ int ParseOptions(int argc, char** argv, zr::Options* opts, std::vector<std::stri
         } else {
             rest->push_back(arg);
         }
-        if (missing || ((opts->given & zr::kOptConfig) != 0 && opts->config.empty())) {
+        if (missing) {
             fprintf(stderr, "zadi_runner: %s needs a value (see --help)\n", arg.c_str());
             return zr::kExitUsage;
         }
@@ -154,6 +169,21 @@ int main(int argc, char** argv) {
     if (!rest.empty()) {
         rest.erase(rest.begin());
     }
+    if (!env.options.log_file.empty()) {
+        env.err = fopen(env.options.log_file.c_str(), "a");
+        if (env.err == nullptr) {
+            fprintf(stderr, "zadi_runner: cannot open %s: %s\n", env.options.log_file.c_str(), strerror(errno));
+            return zr::kExitSetup;
+        }
+        setvbuf(env.err, nullptr, _IOLBF, 0);
+    }
+    if (env.options.plugin_log) {
+        zr::CopyPluginLog(env.err);
+    }
     zr::HideCommandLine(argc, argv);
-    return cmd->run(env, rest);
+    const int result = cmd->run(env, rest);
+    if (env.err != stderr) {
+        fclose(env.err);
+    }
+    return result;
 }

@@ -1,11 +1,13 @@
 // The default subcommand: call every configured item on its period and
-// print each round. SIGTERM and SIGINT end it after the call in progress
-// with a one-line summary; SIGHUP reads the configuration again.
+// print each round (or keep it for Prometheus: --textfile, and serve). SIGTERM
+// and SIGINT end it after the call in progress with a one-line summary;
+// SIGHUP reads the configuration again.
 
 #include <signal.h>
 #include <string.h>
 #include <time.h>
 
+#include "tools/runner/metrics.h"
 #include "tools/runner/runner.h"
 
 namespace zr {
@@ -44,8 +46,8 @@ struct Totals {
     unsigned long no_match = 0;
 };
 
-void RunRound(RunnerEnv& env, std::vector<ItemState>& states, unsigned long round, Totals* totals) {
-    if (!env.options.json) {
+void RunRound(RunnerEnv& env, std::vector<ItemState>& states, unsigned long round, bool print, Totals* totals) {
+    if (print && !env.options.json) {
         PrintRoundHeader(env.out, round);
         PrintTableHeader(env.out);
     }
@@ -61,10 +63,33 @@ void RunRound(RunnerEnv& env, std::vector<ItemState>& states, unsigned long roun
         ++totals->calls;
         totals->failed += rec.outcome == CallState::kFailed;
         totals->no_match += rec.outcome == CallState::kNoMatch;
-        PrintCall(env, rec);
+        if (env.metrics != nullptr) {
+            env.metrics->Record(env, rec);
+        }
+        if (print) {
+            PrintCall(env, rec);
+        }
         RunPostCallHooks(env, rec);
     }
     totals->rounds = round;
+}
+
+constexpr long kCensusEveryMs = 60000;
+
+// The census once a minute and the textfile after every round.
+void PublishRound(RunnerEnv& env, long* census_due_ms) {
+    if (env.metrics == nullptr) {
+        return;
+    }
+    std::vector<std::pair<int, int>> top;
+    if (NowMs() >= *census_due_ms && TakeRssCensus(env.library, Metrics::kCensusTop, &top)) {
+        env.metrics->SetCensus(top);
+        *census_due_ms = NowMs() + kCensusEveryMs;
+    }
+    std::string error;
+    if (!env.options.textfile.empty() && !WriteTextfile(env.options.textfile, env.metrics->Exposition(), &error)) {
+        fprintf(env.err, "zadi_runner: %s\n", error.c_str());
+    }
 }
 
 long NextDue(const std::vector<ItemState>& states) {
@@ -102,6 +127,9 @@ void Reload(RunnerEnv& env, std::vector<ItemState>* states) {
     std::vector<ItemState> fresh;
     if (ReadConfig(env, &config) && Prepare(env, config, &fresh)) {
         states->swap(fresh);
+        if (env.metrics != nullptr) {
+            env.metrics->Clear();
+        }
         fprintf(env.err, "zadi_runner: configuration read again: %zu items\n", states->size());
     } else {
         fprintf(env.err, "zadi_runner: keeping the previous configuration\n");
@@ -110,11 +138,7 @@ void Reload(RunnerEnv& env, std::vector<ItemState>* states) {
 
 }  // namespace
 
-int RunConfigured(RunnerEnv& env, const std::vector<std::string>& args) {
-    if (!args.empty()) {
-        fprintf(env.err, "zadi_runner: run takes no arguments (got \"%s\")\n", args[0].c_str());
-        return kExitUsage;
-    }
+int RunItems(RunnerEnv& env, bool print) {
     // The configuration comes first, so that a bad file is reported as
     // such whatever the library does.
     Config config;
@@ -122,8 +146,13 @@ int RunConfigured(RunnerEnv& env, const std::vector<std::string>& args) {
     if (!ReadConfig(env, &config) || !LoadLibrary(env) || !Prepare(env, config, &states)) {
         return kExitSetup;
     }
+    Metrics metrics;
+    if (env.metrics == nullptr && !env.options.textfile.empty()) {
+        env.metrics = &metrics;
+    }
     CatchSignals(OnSignal, {SIGTERM, SIGINT, SIGHUP});
     Totals totals;
+    long census_due_ms = 0;
     const unsigned long rounds = env.options.once ? 1 : static_cast<unsigned long>(env.options.rounds);
     for (unsigned long round = 1; (rounds == 0 || round <= rounds) && g_stop_signal == 0; ++round) {
         if (round > 1) {
@@ -133,8 +162,12 @@ int RunConfigured(RunnerEnv& env, const std::vector<std::string>& args) {
             Reload(env, &states);
         }
         if (g_stop_signal == 0) {
-            RunRound(env, states, round, &totals);
+            RunRound(env, states, round, print, &totals);
+            PublishRound(env, &census_due_ms);
         }
+    }
+    if (env.metrics == &metrics) {
+        env.metrics = nullptr;
     }
     if (g_stop_signal != 0) {
         fprintf(env.err, "zadi_runner: stopped by SIG%s after %lu rounds: %lu calls, %lu failed, %lu no match\n",
@@ -143,7 +176,19 @@ int RunConfigured(RunnerEnv& env, const std::vector<std::string>& args) {
     return env.options.exit_zero ? kExitOk : StatusOfItems(states);
 }
 
+namespace {
+
+int RunConfigured(RunnerEnv& env, const std::vector<std::string>& args) {
+    if (!args.empty()) {
+        fprintf(env.err, "zadi_runner: run takes no arguments (got \"%s\")\n", args[0].c_str());
+        return kExitUsage;
+    }
+    return RunItems(env, true);
+}
+
+}  // namespace
+
 ZADI_RUNNER_SUBCOMMAND(run, "run", "call the configured items on their periods (the default)", RunConfigured,
-                       kOptLib | kOptJson | kOptConfig | kOptRounds | kOptExitZero);
+                       kOptLib | kOptJson | kOptConfig | kOptRounds | kOptExitZero | kOptTextfile | kOptLog);
 
 }  // namespace zr

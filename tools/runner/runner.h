@@ -109,6 +109,9 @@ enum Option : unsigned {
     kOptConfig = 1u << 2,
     kOptRounds = 1u << 3,  // --once, --rounds
     kOptExitZero = 1u << 4,
+    kOptTextfile = 1u << 5,
+    kOptLog = 1u << 6,  // --log-file, --plugin-log
+    kOptListen = 1u << 7,
 };
 struct Options {
     std::string lib;     // empty: DefaultLibraryPath()
@@ -116,14 +119,20 @@ struct Options {
     bool json = false;
     bool once = false;
     bool exit_zero = false;
+    std::string textfile;  // directory for zadi.prom, empty: none
+    std::string listen;    // serve's ADDR:PORT, empty: the default
+    std::string log_file;  // the runner's own messages, empty: standard error
+    bool plugin_log = false;
     long rounds = 0;     // 0: until interrupted
     unsigned given = 0;  // Option bits present on the command line
 };
+class Metrics;
 struct RunnerEnv {
     Options options;
     PluginLibrary library;
     FILE* out = stdout;
     FILE* err = stderr;
+    Metrics* metrics = nullptr;  // set while the items' answers are kept for Prometheus
 };
 
 // ---- one call of one item ----
@@ -152,6 +161,9 @@ bool PrepareItems(const Config& config, const PluginLibrary& lib, std::vector<It
 // Calls the item and tells a real zero from a miss: a process item that
 // answers 0 is checked with the library's own pid lookup of the same flavour.
 CallRecord CallItem(const PluginLibrary& lib, ItemState& state, unsigned long round);
+// The run loop: rounds until --once/--rounds are done or a stop signal;
+// `print` shows each call. Returns the exit status.
+int RunItems(RunnerEnv& env, bool print);
 // The exit status the items' last calls call for.
 int StatusOfItems(const std::vector<ItemState>& states);
 const char* StateName(CallState state);  // "ok", "priming", "no_match", "failed"
@@ -205,7 +217,7 @@ struct Subcommand {
     const char* name;
     const char* summary;
     SubcommandFn run;
-    unsigned options = kOptLib | kOptJson;  // global options it accepts
+    unsigned options = kOptLib | kOptJson | kOptLog;  // global options it accepts
 };
 void AddSubcommand(const Subcommand& cmd);
 const Subcommand* FindSubcommand(const std::string& name);
@@ -223,6 +235,9 @@ struct PostCallHookRegistrar {
 // Loads env.library from env.options.lib (or the default), printing a
 // message on failure. Subcommands call it when they need the plug-in.
 bool LoadLibrary(RunnerEnv& env);
+
+// With a stream, the plug-in's syslog lines are also copied there.
+void CopyPluginLog(FILE* to);
 
 // Handlers without SA_RESTART: a signal cuts sleeps and waits short.
 void CatchSignals(void (*handler)(int), std::initializer_list<int> signals);

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "plugin/linux/allprocess.h"
+#include "tools/runner/metrics.h"
 #include "tools/runner/runner.h"
 
 namespace zr {
@@ -106,6 +107,27 @@ private:
     std::condition_variable wake_;
     bool done_ = false;
 };
+
+}  // namespace
+
+bool TakeRssCensus(const PluginLibrary& lib, size_t top, std::vector<std::pair<int, int>>* out) {
+    FreeFn freeList = reinterpret_cast<FreeFn>(lib.Symbol("FreeAllProcessList"));
+    RssFn scan = reinterpret_cast<RssFn>(lib.Symbol("GetAllProcessRssMem"));
+    struct list_head head;
+    if (freeList == nullptr || scan == nullptr || scan(&head) != 0) {
+        return false;
+    }
+    out->clear();
+    for (const Row& r : TakeRows(&head, freeList, false)) {
+        if (out->size() == top) {
+            break;
+        }
+        out->emplace_back(r.figure, static_cast<int>(r.pid));
+    }
+    return true;
+}
+
+namespace {
 
 int Census(RunnerEnv& env, const std::vector<std::string>& args) {
     if (args.size() != 1 || (args[0] != "rss" && args[0] != "cpu")) {
