@@ -93,3 +93,49 @@ SANDBOX_TEST(Install, PrefixAloneBuildsLinksAndRuns) {
         EXPECT_NE(out.find(s.expect), std::string::npos) << s.what << ": " << out;
     }
 }
+
+// The installed unit passes systemd's own check, and its command line, run
+// as systemd would, serves metrics, re-reads its configuration on the reload
+// signal and stops cleanly.
+static void ServiceBody() {
+    if (rt::Cross()) GTEST_SKIP() << "the install is checked natively";
+    std::string out;
+    ASSERT_EQ(Shell("cmake --install " KIRA_BINARY_DIR " --prefix /tmp/p", &out), 0) << out;
+    const std::string unit_path = "/tmp/p/lib/systemd/system/zadi_runner.service";
+    kt::WriteFile("/tmp/trivial.service", "[Service]\nExecStart=/bin/true\n");
+    if (Shell("systemd-analyze verify /tmp/trivial.service", &out) != 0) {
+        GTEST_SKIP() << "systemd-analyze cannot run in this container: " << out;
+    }
+    EXPECT_EQ(Shell("systemd-analyze verify " + unit_path, &out), 0) << out;
+    EXPECT_EQ(out, "");
+    const std::string unit = kt::ReadFile(unit_path);
+    const size_t at = unit.find("ExecStart=") + 10;
+    const std::string exec_start = unit.substr(at, unit.find('\n', at) - at);
+    EXPECT_EQ(exec_start.rfind("/tmp/p/bin/zadi_runner ", 0), 0u) << exec_start;
+    kt::MakeDirs("/etc/zadi");
+    kt::WriteFile("/etc/zadi/zadi_runner.conf", kt::ReadFile("/tmp/p/share/zadi/zadi_runner.conf"));
+    const pid_t pid = fork();
+    if (pid == 0) {
+        execl("/bin/sh", "sh", "-c", ("exec " + exec_start + " 2>/tmp/service.err").c_str(), nullptr);
+        _exit(127);
+    }
+    rt::SleepMs(1500);
+    EXPECT_EQ(Shell("curl -sS --max-time 5 http://127.0.0.1:9731/metrics", &out), 0) << out;
+    EXPECT_TRUE(rt::Has(out, "zadi_item_ok{item=\"GetSysCPU\"} 1")) << out;
+    kill(pid, SIGHUP);
+    rt::SleepMs(1000);
+    kill(pid, SIGTERM);
+    EXPECT_EQ(rt::WaitStatus(pid), 0);
+    const std::string err = kt::ReadFile("/tmp/service.err");
+    EXPECT_TRUE(rt::Has(err, "configuration read again") && rt::Has(err, "stopped by SIGTERM")) << err;
+}
+
+TEST(Install, ServiceUnitVerifiesAndRunsAsSystemdWould) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "the installed runner needs a plain build";
+#endif
+    if (!kt::SandboxAvailable()) GTEST_SKIP() << "needs root and mount namespaces";
+    kt::SandboxOptions opts;
+    opts.new_net = true;
+    kt::RunSandboxed(&ServiceBody, opts);
+}

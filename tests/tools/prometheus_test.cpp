@@ -184,6 +184,8 @@ static void RealEngineBody() {
     EXPECT_EQ(FirstValue(Fetch(api + "up%7Bjob%3D%22node%22%7D")), 1);
     EXPECT_EQ(PromtoolProblems(Fetch("http://127.0.0.1:9731/metrics")), "");
     EXPECT_EQ(PromtoolProblems(kt::ReadFile("/tmp/tf/zadi.prom")), "");
+    std::string out;
+    EXPECT_EQ(Shell("promtool check rules " KIRA_SOURCE_DIR "/tools/runner/zadi_alerts.yml", &out), 0) << out;
     for (pid_t pid : pids) kill(pid, SIGTERM);
     for (pid_t pid : pids) WaitStatus(pid);
 }

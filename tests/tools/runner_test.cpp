@@ -237,11 +237,14 @@ SANDBOX_TEST(Runner, SignalsReloadAndStopCleanly) {
     }
 }
 
-// The demo's worker and heartbeat file go on every way out.
+// The demo's worker and heartbeat file go on every way out; --plugin-log
+// shows the plug-in's own diagnostic lines.
 SANDBOX_TEST(Runner, DemoLeavesNothingBehind) {
     for (const char* how : {"TERM", "INT", "pipe", "end"}) {
         const std::string tail = std::string(how) == "pipe" ? " | head -c 1 >/dev/null" : " >/tmp/demo.out";
-        const std::string cmd = kt::TargetCommand(kRunner) + " demo 2>/tmp/demo.err" + tail;
+        // The last run also sends the plug-in's diagnostic lines to a log file.
+        const std::string log = std::string(how) == "end" ? " --plugin-log --log-file /tmp/demo.log" : "";
+        const std::string cmd = kt::TargetCommand(kRunner) + " demo" + log + " 2>/tmp/demo.err" + tail;
         unlink("/tmp/demo.out");
         fflush(nullptr);
         const pid_t sh = fork();
@@ -260,6 +263,8 @@ SANDBOX_TEST(Runner, DemoLeavesNothingBehind) {
         const std::string worker = out.substr(out.find("(pid ") + 5);
         EXPECT_NE(kt::ReadFile("/proc/" + worker.substr(0, worker.find(')')) + "/comm"), "zadi_demo\n") << how;
     }
+    const std::string log = kt::ReadFile("/tmp/demo.log");
+    EXPECT_TRUE(Has(log, "plug-in <3> ") && Has(log, "Process zadi_demo(9) heartbeat not refreshed")) << log;
 }
 
 SANDBOX_TEST(Runner, SampleConfigurationRuns) {
