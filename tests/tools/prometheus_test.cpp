@@ -99,6 +99,21 @@ SANDBOX_TEST(Prometheus, TextfileIsValidAndNeverShowsAFailureAsAFigure) {
     }
 }
 
+// A heartbeat file that stops changing shows as a hang.
+SANDBOX_TEST(Prometheus, HeartbeatHangIsAGauge) {
+    kt::Child worker("hbz", {"hbz"});
+    kt::MakeDirs("/tmp/heartbeat");
+    kt::WriteFile("/tmp/heartbeat/hbz___7___" + std::to_string(worker.pid()), "beat\n1001\n");
+    kt::MakeDirs("/tmp/tf");
+    kt::WriteFile("/tmp/hb.conf", "item=ProcessHeartBeat,period=1,ProcessName=hbz,ProcessMoudleId=7,ErrRpt=off\n");
+    const Run r = Exec("--config /tmp/hb.conf --rounds 2 --textfile /tmp/tf");
+    EXPECT_EQ(r.status, 0) << r.out;
+    const std::string prom = kt::ReadFile("/tmp/tf/zadi.prom");
+    const std::string labels = "{item=\"ProcessHeartBeat\",process=\"hbz\",module=\"7\"}";
+    EXPECT_TRUE(Has(prom, "zadi_heartbeat_hang" + labels + " 1\n")) << prom;
+    EXPECT_TRUE(Has(prom, "zadi_item_value_beating" + labels + " 0\n")) << prom;
+}
+
 // serve: the figure of an item that starts failing disappears while its ok
 // series turns 0 and its last success stays; SIGTERM stops it.
 SANDBOX_TEST(Prometheus, ServeDropsAFigureOnceItFails) {

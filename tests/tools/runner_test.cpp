@@ -61,6 +61,13 @@ SANDBOX_TEST(Runner, DefaultConfigurationAnswersEveryItem) {
     EXPECT_NE(LineWith(Lines(t.out), "GetSysFreeMemory", " MB  ok"), nullptr) << t.out;
     EXPECT_NE(LineWith(Lines(t.out), "GetSysCPU", "priming"), nullptr) << t.out;
     EXPECT_NE(LineWith(Lines(t.out), "IsExistProcess ", "1 running"), nullptr) << t.out;
+    // Parameters are shown whole, however long.
+    std::string init = kt::ReadFile("/proc/1/cmdline");
+    while (!init.empty() && init.back() == '\0') init.pop_back();
+    for (char& c : init) c = c == '\0' ? ' ' : c;
+    if (init.size() < 400) {
+        EXPECT_TRUE(Has(t.out, "ProcessName=" + init + "\n")) << t.out;
+    }
 }
 
 // Every flavour of process lookup: a miss is "no_match" (exit 4), never a
