@@ -7,6 +7,8 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
+
 #include "tools/runner/runner.h"
 
 namespace zr {
@@ -187,7 +189,7 @@ void PrintTableHeader(FILE* out) {
 
 void PrintTableRow(FILE* out, const CallRecord& rec) {
     std::string state = StateName(rec.outcome);
-    state.replace(state.find('_') == std::string::npos ? state.size() : state.find('_'), 1, " ");
+    std::replace(state.begin(), state.end(), '_', ' ');
     const std::string pid = ShowsPid(rec) ? std::to_string(rec.result.pid) : "-";
     fprintf(out, "%-36s %16s  %-8s %7s  %s\n", rec.state->config.item.c_str(), ValueText(rec).c_str(), state.c_str(),
             pid.c_str(), ParamsText(*rec.state).c_str());
