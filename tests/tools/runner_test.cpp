@@ -195,6 +195,8 @@ SANDBOX_TEST(Runner, BadInputNamesTheProblem) {
         {nullptr, "call GetSysCPU --once", 2, "--rounds does not apply to call"},
         {nullptr, "items --lib x", 2, "--lib does not apply to items"},
         {nullptr, "--bogus", 2, "unknown option --bogus"},
+        {nullptr, "--textfile /tmp/none.d --once", 1, "--textfile needs a directory: /tmp/none.d"},
+        {nullptr, "--log-file /tmp/none.d/log", 1, "cannot open /tmp/none.d/log: No such file or directory"},
     };
     for (const auto& c : cases) {
         if (c.conf != nullptr) kt::WriteFile("/tmp/bad.conf", c.conf);

@@ -5,6 +5,7 @@
 
 #include <signal.h>
 #include <string.h>
+#include <sys/stat.h>
 #include <time.h>
 
 #include "tools/runner/metrics.h"
@@ -144,6 +145,11 @@ int RunItems(RunnerEnv& env, bool print) {
     Config config;
     std::vector<ItemState> states;
     if (!ReadConfig(env, &config) || !LoadLibrary(env) || !Prepare(env, config, &states)) {
+        return kExitSetup;
+    }
+    struct stat st;
+    if (!env.options.textfile.empty() && (stat(env.options.textfile.c_str(), &st) != 0 || !S_ISDIR(st.st_mode))) {
+        fprintf(env.err, "zadi_runner: --textfile needs a directory: %s\n", env.options.textfile.c_str());
         return kExitSetup;
     }
     Metrics metrics;
