@@ -3,6 +3,7 @@
 // machine runs. The runner never aims at itself: it hides its own command
 // line (see HideCommandLine).
 
+#include <algorithm>
 #include <fstream>
 #include <iterator>
 
@@ -49,14 +50,18 @@ Config DefaultConfig() {
     config.items.push_back(Item("GetSysFreeMemory"));
     config.items.push_back(Item("GetDiskUsage", {{"Path", "/"}}));
 
-    std::string init = CommandLineOf("1");
-    if (init.empty() || init.size() > kMaxValue) {
-        init = "/sbin/init";
+    // Exact items need init's whole command line to fit a parameter; the
+    // prefix and wildcard ones take its leading part. Unreadable: none.
+    const std::string init = CommandLineOf("1");
+    if (init.empty()) {
+        return config;
     }
-    const std::string init_prog = init.substr(0, init.find(' '));
-    for (const char* exact : {"IsExistProcess", "GetProcessCoreCPU", "GetProcessMemory", "GetProcessHandle"}) {
-        config.items.push_back(Item(exact, {{"ProcessName", init}}));
+    if (init.size() <= kMaxValue) {
+        for (const char* exact : {"IsExistProcess", "GetProcessCoreCPU", "GetProcessMemory", "GetProcessHandle"}) {
+            config.items.push_back(Item(exact, {{"ProcessName", init}}));
+        }
     }
+    const std::string init_prog = init.substr(0, std::min(init.find(' '), kMaxValue - 1));
     config.items.push_back(Item("GetProcessMemoryExtern", {{"ProcessName", init_prog}}));
     config.items.push_back(Item("GetProcessMemoryFuzzyMatch", {{"ProcessName", init_prog + "*"}}));
     return config;
