@@ -119,9 +119,11 @@ static void ServiceBody() {
         execl("/bin/sh", "sh", "-c", ("exec " + exec_start + " 2>/tmp/service.err").c_str(), nullptr);
         _exit(127);
     }
-    rt::SleepMs(1500);
-    EXPECT_EQ(Shell("curl -sS --max-time 5 http://127.0.0.1:9731/metrics", &out), 0) << out;
-    EXPECT_TRUE(rt::Has(out, "zadi_item_ok{item=\"GetSysCPU\"} 1")) << out;
+    const std::string ok = "zadi_item_ok{item=\"GetSysCPU\"} 1";
+    for (int i = 0; i < 50 && !rt::Has(out, ok); ++i, rt::SleepMs(100)) {
+        Shell("curl -sS --max-time 5 http://127.0.0.1:9731/metrics", &out);
+    }
+    EXPECT_TRUE(rt::Has(out, ok)) << out;
     kill(pid, SIGHUP);
     rt::SleepMs(1000);
     kill(pid, SIGTERM);

@@ -124,9 +124,10 @@ SANDBOX_TEST(Prometheus, ServeDropsAFigureOnceItFails) {
     const pid_t pid = Spawn("serve --listen 127.0.0.1:0 --config /tmp/sv.conf", "/dev/null", "/tmp/sv.err");
     for (int i = 0; i < 50 && ServePort("/tmp/sv.err") == 0; ++i) SleepMs(100);
     const std::string url = "http://127.0.0.1:" + std::to_string(ServePort("/tmp/sv.err")) + "/metrics";
-    SleepMs(300);
-    const std::string before = Fetch(url);
-    EXPECT_TRUE(Has(before, "zadi_item_value_percent{item=\"GetDiskUsage\",path=\"/tmp/dx\"} ")) << before;
+    const std::string figure = "zadi_item_value_percent{item=\"GetDiskUsage\",path=\"/tmp/dx\"} ";
+    std::string before;
+    for (int i = 0; i < 50 && !Has(before, figure); ++i, SleepMs(100)) before = Fetch(url);
+    EXPECT_TRUE(Has(before, figure)) << before;
     rmdir("/tmp/dx");
     SleepMs(1500);
     const std::string after = Fetch(url);
