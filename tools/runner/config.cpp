@@ -1,9 +1,12 @@
 // The runner's configuration: one item a line, key=value fields separated by
-// commas ("item" and "period" are the runner's, every other field becomes an
-// item parameter in order); lines holding '#' anywhere or empty are skipped.
-// Also the built-in configuration that inspects this machine.
+// commas, blanks around '=' and ',' ignored ("item" and "period" are the
+// runner's, every other field becomes an item parameter in order); lines
+// holding '#' anywhere and blank lines are skipped.
 
+#include <errno.h>
 #include <stdlib.h>
+#include <string.h>
+#include <sys/stat.h>
 
 #include <fstream>
 #include <sstream>
@@ -19,39 +22,71 @@ constexpr size_t kMaxValue = sizeof(((FI_PARAM_S*)nullptr)->value) - 1;
 
 std::string Where(int line_no) { return line_no > 0 ? "line " + std::to_string(line_no) + ": " : ""; }
 
-bool ParsePeriod(const std::string& text, unsigned* out) {
-    if (text.empty() || text.size() > 9) {
-        return false;
+std::string Trim(const std::string& text) {
+    const char* blanks = " \t\r\n";
+    const size_t first = text.find_first_not_of(blanks);
+    if (first == std::string::npos) {
+        return "";
     }
-    for (char c : text) {
-        if (c < '0' || c > '9') {
-            return false;
-        }
+    return text.substr(first, text.find_last_not_of(blanks) - first + 1);
+}
+
+bool ParsePeriod(const std::string& text, unsigned* out) {
+    if (text.empty() || text.size() > 9 || text.find_first_not_of("0123456789") != std::string::npos) {
+        return false;
     }
     const unsigned long v = strtoul(text.c_str(), nullptr, 10);
-    if (v == 0) {
-        return false;
-    }
     *out = static_cast<unsigned>(v);
-    return true;
+    return v != 0;
 }
 
 std::vector<std::string> SplitFields(const std::string& text) {
     std::vector<std::string> fields;
-    size_t start = 0;
-    for (;;) {
-        const size_t comma = text.find(',', start);
-        fields.push_back(text.substr(start, comma == std::string::npos ? std::string::npos : comma - start));
-        if (comma == std::string::npos) {
-            return fields;
-        }
-        start = comma + 1;
+    std::istringstream in(text);
+    std::string field;
+    while (std::getline(in, field, ',')) {
+        fields.push_back(Trim(field));
     }
+    if (!text.empty() && text.back() == ',') {
+        fields.emplace_back();
+    }
+    return fields;
+}
+
+// Whether `name` is one of the item's space-separated parameter names (or
+// the list ends in "...", which takes any).
+bool ReadsParam(const ItemInfo& info, const std::string& name) {
+    std::istringstream names(info.params);
+    std::string known;
+    while (names >> known) {
+        if (known == name || known == "...") {
+            return true;
+        }
+    }
+    return false;
 }
 
 }  // namespace
 
 bool AddParam(ConfiguredItem* item, const std::string& name, const std::string& value, std::string* error) {
+    const ItemInfo* info = FindItemInfo(item->item);
+    if (info != nullptr && !ReadsParam(*info, name)) {
+        *error = item->item + " reads no parameter \"" + name + "\" (" +
+                 (*info->params != '\0' ? std::string("it reads: ") + info->params : "it reads none") + ")";
+        return false;
+    }
+    // An empty name would match only a process whose command line reads
+    // empty: the runner itself, which hides its own.
+    if (name == "ProcessName" && value.empty()) {
+        *error = "ProcessName is empty";
+        return false;
+    }
+    for (const Param& p : item->params) {
+        if (p.name == name) {
+            *error = "parameter \"" + name + "\" given twice";
+            return false;
+        }
+    }
     if (name.size() > kMaxName) {
         *error = "parameter name longer than " + std::to_string(kMaxName) + " characters: " + name;
         return false;
@@ -64,32 +99,33 @@ bool AddParam(ConfiguredItem* item, const std::string& name, const std::string& 
     return true;
 }
 
-bool ParseConfigLine(const std::string& raw, int line_no, ConfiguredItem* out, std::string* error) {
-    std::string text = raw;
-    while (!text.empty() && (text.back() == '\n' || text.back() == '\r')) {
-        text.pop_back();
-    }
+bool ParseConfigLine(const std::string& text, int line_no, ConfiguredItem* out, std::string* error) {
+    std::vector<std::pair<std::string, std::string>> fields;
     ConfiguredItem item;
     item.line = line_no;
+    bool period_given = false;
     for (const std::string& field : SplitFields(text)) {
         const size_t eq = field.find('=');
-        if (eq == std::string::npos || eq == 0) {
+        const std::string key = eq == std::string::npos ? "" : Trim(field.substr(0, eq));
+        if (key.empty()) {
             *error = Where(line_no) + "malformed field \"" + field + "\" (expected key=value)";
             return false;
         }
-        const std::string key = field.substr(0, eq);
-        const std::string value = field.substr(eq + 1);
-        std::string why;
+        const std::string value = Trim(field.substr(eq + 1));
+        if ((key == "item" && !item.item.empty()) || (key == "period" && period_given)) {
+            *error = Where(line_no) + "\"" + key + "\" given twice";
+            return false;
+        }
         if (key == "item") {
             item.item = value;
         } else if (key == "period") {
+            period_given = true;
             if (!ParsePeriod(value, &item.period_s)) {
                 *error = Where(line_no) + "period must be a whole number of seconds above 0: \"" + value + "\"";
                 return false;
             }
-        } else if (!AddParam(&item, key, value, &why)) {
-            *error = Where(line_no) + why;
-            return false;
+        } else {
+            fields.emplace_back(key, value);
         }
     }
     if (item.item.empty()) {
@@ -97,8 +133,16 @@ bool ParseConfigLine(const std::string& raw, int line_no, ConfiguredItem* out, s
         return false;
     }
     if (FindItemInfo(item.item) == nullptr) {
-        *error = Where(line_no) + "unknown item \"" + item.item + "\"";
+        *error = Where(line_no) + "unknown item \"" + item.item + "\" (see zadi_runner items)";
         return false;
+    }
+    // Parameters are checked once the item is known, wherever item= stands.
+    for (const auto& f : fields) {
+        std::string why;
+        if (!AddParam(&item, f.first, f.second, &why)) {
+            *error = Where(line_no) + why;
+            return false;
+        }
     }
     *out = item;
     return true;
@@ -111,7 +155,7 @@ bool ParseConfigText(const std::string& text, Config* out, std::string* error) {
     Config config;
     while (std::getline(in, line)) {
         ++line_no;
-        if (line.empty() || line == "\r" || line.find('#') != std::string::npos) {
+        if (Trim(line).empty() || line.find('#') != std::string::npos) {
             continue;
         }
         ConfiguredItem item;
@@ -129,9 +173,14 @@ bool ParseConfigText(const std::string& text, Config* out, std::string* error) {
 }
 
 bool LoadConfigFile(const std::string& path, Config* out, std::string* error) {
+    struct stat st;
+    if (stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode)) {
+        *error = path + " is a directory, not a configuration file";
+        return false;
+    }
     std::ifstream in(path);
     if (!in) {
-        *error = "cannot read configuration " + path;
+        *error = "cannot read configuration " + path + ": " + strerror(errno);
         return false;
     }
     std::ostringstream text;
@@ -141,68 +190,6 @@ bool LoadConfigFile(const std::string& path, Config* out, std::string* error) {
         return false;
     }
     return true;
-}
-
-namespace {
-
-// A process's command line as the items compare it (NULs to spaces, ending
-// at an empty argument), or "" when unreadable.
-std::string CommandLineOf(const char* pid) {
-    std::ifstream in(std::string("/proc/") + pid + "/cmdline", std::ios::binary);
-    std::string raw((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    std::string text;
-    for (size_t i = 0; i < raw.size(); ++i) {
-        if (raw[i] != '\0') {
-            text += raw[i];
-        } else if (i + 1 < raw.size() && raw[i + 1] != '\0') {
-            text += ' ';
-        } else {
-            break;
-        }
-    }
-    return text;
-}
-
-ConfiguredItem Item(const char* name, std::vector<Param> params = {}) {
-    ConfiguredItem item;
-    item.item = name;
-    item.params = std::move(params);
-    return item;
-}
-
-}  // namespace
-
-Config DefaultConfig() {
-    Config config;
-    config.items.push_back(Item("GetSysCPU"));
-    config.items.push_back(Item("GetSysUsrCPU"));
-    config.items.push_back(Item("GetSysMemory"));
-    config.items.push_back(Item("GetSysFreeMemory"));
-    config.items.push_back(Item("GetDiskUsage", {{"Path", "/"}}));
-
-    // The runner itself: an exact name when its command line fits a
-    // parameter, otherwise its leading part as a prefix.
-    const std::string self = CommandLineOf("self");
-    if (!self.empty() && self.size() <= kMaxValue) {
-        config.items.push_back(Item("GetProcessCoreCPU", {{"ProcessName", self}}));
-        config.items.push_back(Item("GetProcessMemory", {{"ProcessName", self}}));
-        config.items.push_back(Item("GetProcessHandle", {{"ProcessName", self}}));
-    } else if (!self.empty()) {
-        const std::string prefix = self.substr(0, kMaxValue);
-        config.items.push_back(Item("GetProcessMemoryExtern", {{"ProcessName", prefix}}));
-        config.items.push_back(Item("GetProcessHandleExtern", {{"ProcessName", prefix}}));
-    }
-    config.items.push_back(Item("GetProcessMemoryFuzzyMatch", {{"ProcessName", "*zadi_runner*"}}));
-
-    std::string init = CommandLineOf("1");
-    if (init.empty() || init.size() > kMaxValue) {
-        init = "/sbin/init";
-    }
-    config.items.push_back(Item("IsExistProcess", {{"ProcessName", init}}));
-    config.items.push_back(Item("GetProcessMemory", {{"ProcessName", init}}));
-    const std::string init_prog = init.substr(0, init.find(' '));
-    config.items.push_back(Item("IsExistProcessExtern", {{"ProcessName", init_prog}}));
-    return config;
 }
 
 }  // namespace zr

@@ -1,5 +1,6 @@
-// Building the agent's argument array for a configured item and calling it
-// with the item's persistent context.
+// Building the agent's argument array for a configured item, calling it with
+// the item's persistent context, and telling what its answer means: a
+// figure, a priming call, a process that was not there, or a failure.
 
 #include <string.h>
 #include <time.h>
@@ -22,6 +23,43 @@ double NowMs() {
     return static_cast<double>(ts.tv_sec) * 1e3 + static_cast<double>(ts.tv_nsec) / 1e6;
 }
 
+using PidFn = int (*)(const char*, int*);
+using PidListFn = int (*)(const char*, int*, unsigned int, unsigned int*);
+
+// The library's own lookup of the item's flavour: whether any process
+// answers to the name the item was given. Lookup failures count as a match,
+// so that only a clear miss is reported as one.
+bool AnyProcessMatches(const PluginLibrary& lib, Match match, const char* name) {
+    if (match == Match::kExact) {
+        const PidFn fn = reinterpret_cast<PidFn>(lib.Symbol("GetProcessPid"));
+        int pid = 0;
+        return fn == nullptr || fn(name, &pid) != 0 || pid != 0;
+    }
+    const PidListFn fn =
+        reinterpret_cast<PidListFn>(lib.Symbol(match == Match::kPrefix ? "GetProcessPidExtern" : "GetProcessPidFuzzy"));
+    int pid = 0;
+    unsigned int used = 0;
+    return fn == nullptr || fn(name, &pid, 1, &used) != 0 || used != 0;
+}
+
+CallState Classify(const PluginLibrary& lib, ItemState& state, const CallRecord& rec) {
+    if (rec.result.result != 0) {
+        return CallState::kFailed;
+    }
+    // A process item answers 0 both for an idle or small process and for
+    // none at all; only a zero needs the second look.
+    if (state.info->match != Match::kNone && rec.value == 0.0f && !state.argv.empty() &&
+        !AnyProcessMatches(lib, state.info->match, state.argv[0].value)) {
+        state.primed = false;  // the item starts its samples afresh once the process is back
+        return CallState::kNoMatch;
+    }
+    if (state.info->primes && !state.primed) {
+        state.primed = true;
+        return CallState::kPriming;
+    }
+    return CallState::kOk;
+}
+
 }  // namespace
 
 bool PrepareItems(const Config& config, const PluginLibrary& lib, std::vector<ItemState>* states, std::string* error) {
@@ -30,8 +68,9 @@ bool PrepareItems(const Config& config, const PluginLibrary& lib, std::vector<It
     for (const ConfiguredItem& item : config.items) {
         ItemState state;
         state.config = item;
+        state.info = FindItemInfo(item.item);
         state.fn = lib.Item(item.item);
-        if (state.fn == nullptr) {
+        if (state.fn == nullptr || state.info == nullptr) {
             *error = (item.line > 0 ? "line " + std::to_string(item.line) + ": " : std::string()) + "item \"" +
                      item.item + "\" is not exported by " + lib.path();
             return false;
@@ -47,7 +86,7 @@ bool PrepareItems(const Config& config, const PluginLibrary& lib, std::vector<It
     return true;
 }
 
-CallRecord CallItem(ItemState& state, unsigned long round) {
+CallRecord CallItem(const PluginLibrary& lib, ItemState& state, unsigned long round) {
     CallRecord rec;
     rec.round = round;
     rec.state = &state;
@@ -56,7 +95,36 @@ CallRecord CallItem(ItemState& state, unsigned long round) {
     const double start = NowMs();
     rec.value = state.fn(static_cast<int>(state.argv.size()), argv, &state.context, &rec.result);
     rec.elapsed_ms = NowMs() - start;
+    rec.outcome = Classify(lib, state, rec);
+    state.last = rec.outcome;
     return rec;
+}
+
+int StatusOfItems(const std::vector<ItemState>& states) {
+    int status = kExitOk;
+    for (const ItemState& s : states) {
+        if (s.last == CallState::kFailed) {
+            return kExitItemFailed;
+        }
+        if (s.last == CallState::kNoMatch) {
+            status = kExitNoMatch;
+        }
+    }
+    return status;
+}
+
+const char* StateName(CallState state) {
+    switch (state) {
+        case CallState::kOk:
+            return "ok";
+        case CallState::kPriming:
+            return "priming";
+        case CallState::kNoMatch:
+            return "no_match";
+        case CallState::kFailed:
+            break;
+    }
+    return "failed";
 }
 
 }  // namespace zr

@@ -1,13 +1,30 @@
 // The default subcommand: call every configured item on its period and
-// print each round.
+// print each round (or keep it for Prometheus: --textfile, and serve). SIGTERM
+// and SIGINT end it after the call in progress with a one-line summary;
+// SIGHUP reads the configuration again.
 
+#include <signal.h>
+#include <string.h>
+#include <sys/stat.h>
 #include <time.h>
 
+#include "tools/runner/metrics.h"
 #include "tools/runner/runner.h"
 
 namespace zr {
 
 namespace {
+
+volatile sig_atomic_t g_stop_signal = 0;
+volatile sig_atomic_t g_reload = 0;
+
+void OnSignal(int sig) {
+    if (sig == SIGHUP) {
+        g_reload = 1;
+    } else {
+        g_stop_signal = sig;
+    }
+}
 
 long NowMs() {
     struct timespec ts;
@@ -23,27 +40,56 @@ void SleepUntil(long due_ms) {
     }
 }
 
-void RunRound(RunnerEnv& env, std::vector<ItemState>& states, unsigned long round) {
-    if (!env.options.json) {
+struct Totals {
+    unsigned long rounds = 0;
+    unsigned long calls = 0;
+    unsigned long failed = 0;
+    unsigned long no_match = 0;
+};
+
+void RunRound(RunnerEnv& env, std::vector<ItemState>& states, unsigned long round, bool print, Totals* totals) {
+    if (print && !env.options.json) {
         PrintRoundHeader(env.out, round);
         PrintTableHeader(env.out);
     }
     const long now = NowMs();
     for (ItemState& state : states) {
-        if (state.next_due_ms > now) {
+        if (state.next_due_ms > now || g_stop_signal != 0) {
             continue;
         }
         // Due times stay on the round's grid, so items of the same period
         // keep being called in the same round however long calls take.
         state.next_due_ms = now + static_cast<long>(state.config.period_s) * 1000;
-        const CallRecord rec = CallItem(state, round);
-        if (env.options.json) {
-            PrintJson(env.out, rec);
-        } else {
-            PrintTableRow(env.out, rec);
+        const CallRecord rec = CallItem(env.library, state, round);
+        ++totals->calls;
+        totals->failed += rec.outcome == CallState::kFailed;
+        totals->no_match += rec.outcome == CallState::kNoMatch;
+        if (env.metrics != nullptr) {
+            env.metrics->Record(env, rec);
         }
-        fflush(env.out);
+        if (print) {
+            PrintCall(env, rec);
+        }
         RunPostCallHooks(env, rec);
+    }
+    totals->rounds = round;
+}
+
+constexpr long kCensusEveryMs = 60000;
+
+// The census once a minute and the textfile after every round.
+void PublishRound(RunnerEnv& env, long* census_due_ms) {
+    if (env.metrics == nullptr) {
+        return;
+    }
+    std::vector<std::pair<int, int>> top;
+    if (NowMs() >= *census_due_ms && TakeRssCensus(env.library, Metrics::kCensusTop, &top)) {
+        env.metrics->SetCensus(top);
+        *census_due_ms = NowMs() + kCensusEveryMs;
+    }
+    std::string error;
+    if (!env.options.textfile.empty() && !WriteTextfile(env.options.textfile, env.metrics->Exposition(), &error)) {
+        fprintf(env.err, "zadi_runner: %s\n", error.c_str());
     }
 }
 
@@ -55,39 +101,100 @@ long NextDue(const std::vector<ItemState>& states) {
     return next;
 }
 
+bool ReadConfig(RunnerEnv& env, Config* config) {
+    std::string error;
+    if (env.options.config.empty()) {
+        *config = DefaultConfig();
+    } else if (!LoadConfigFile(env.options.config, config, &error)) {
+        fprintf(env.err, "zadi_runner: %s\n", error.c_str());
+        return false;
+    }
+    return true;
+}
+
+bool Prepare(RunnerEnv& env, const Config& config, std::vector<ItemState>* states) {
+    std::string error;
+    if (!PrepareItems(config, env.library, states, &error)) {
+        fprintf(env.err, "zadi_runner: %s\n", error.c_str());
+        return false;
+    }
+    return true;
+}
+
+// Keeps the running items when the new configuration is bad.
+void Reload(RunnerEnv& env, std::vector<ItemState>* states) {
+    g_reload = 0;
+    Config config;
+    std::vector<ItemState> fresh;
+    if (ReadConfig(env, &config) && Prepare(env, config, &fresh)) {
+        states->swap(fresh);
+        if (env.metrics != nullptr) {
+            env.metrics->Clear();
+        }
+        fprintf(env.err, "zadi_runner: configuration read again: %zu items\n", states->size());
+    } else {
+        fprintf(env.err, "zadi_runner: keeping the previous configuration\n");
+    }
+}
+
 }  // namespace
+
+int RunItems(RunnerEnv& env, bool print) {
+    // The configuration comes first, so that a bad file is reported as
+    // such whatever the library does.
+    Config config;
+    std::vector<ItemState> states;
+    if (!ReadConfig(env, &config) || !LoadLibrary(env) || !Prepare(env, config, &states)) {
+        return kExitSetup;
+    }
+    struct stat st;
+    if (!env.options.textfile.empty() && (stat(env.options.textfile.c_str(), &st) != 0 || !S_ISDIR(st.st_mode))) {
+        fprintf(env.err, "zadi_runner: --textfile needs a directory: %s\n", env.options.textfile.c_str());
+        return kExitSetup;
+    }
+    Metrics metrics;
+    if (env.metrics == nullptr && !env.options.textfile.empty()) {
+        env.metrics = &metrics;
+    }
+    CatchSignals(OnSignal, {SIGTERM, SIGINT, SIGHUP});
+    Totals totals;
+    long census_due_ms = 0;
+    const unsigned long rounds = env.options.once ? 1 : static_cast<unsigned long>(env.options.rounds);
+    for (unsigned long round = 1; (rounds == 0 || round <= rounds) && g_stop_signal == 0; ++round) {
+        if (round > 1) {
+            SleepUntil(NextDue(states));
+        }
+        if (g_reload != 0) {
+            Reload(env, &states);
+        }
+        if (g_stop_signal == 0) {
+            RunRound(env, states, round, print, &totals);
+            PublishRound(env, &census_due_ms);
+        }
+    }
+    if (env.metrics == &metrics) {
+        env.metrics = nullptr;
+    }
+    if (g_stop_signal != 0) {
+        fprintf(env.err, "zadi_runner: stopped by SIG%s after %lu rounds: %lu calls, %lu failed, %lu no match\n",
+                sigabbrev_np(g_stop_signal), totals.rounds, totals.calls, totals.failed, totals.no_match);
+    }
+    return env.options.exit_zero ? kExitOk : StatusOfItems(states);
+}
+
+namespace {
 
 int RunConfigured(RunnerEnv& env, const std::vector<std::string>& args) {
     if (!args.empty()) {
         fprintf(env.err, "zadi_runner: run takes no arguments (got \"%s\")\n", args[0].c_str());
-        return 2;
+        return kExitUsage;
     }
-    Config config;
-    std::string error;
-    if (env.options.config.empty()) {
-        config = DefaultConfig();
-    } else if (!LoadConfigFile(env.options.config, &config, &error)) {
-        fprintf(env.err, "zadi_runner: %s\n", error.c_str());
-        return 1;
-    }
-    if (!LoadLibrary(env)) {
-        return 1;
-    }
-    std::vector<ItemState> states;
-    if (!PrepareItems(config, env.library, &states, &error)) {
-        fprintf(env.err, "zadi_runner: %s\n", error.c_str());
-        return 1;
-    }
-    const unsigned long rounds = env.options.once ? 1 : static_cast<unsigned long>(env.options.rounds);
-    for (unsigned long round = 1; rounds == 0 || round <= rounds; ++round) {
-        if (round > 1) {
-            SleepUntil(NextDue(states));
-        }
-        RunRound(env, states, round);
-    }
-    return 0;
+    return RunItems(env, true);
 }
 
-ZADI_RUNNER_SUBCOMMAND(run, "run", "call the configured items on their periods (the default)", RunConfigured);
+}  // namespace
+
+ZADI_RUNNER_SUBCOMMAND(run, "run", "call the configured items on their periods (the default)", RunConfigured,
+                       kOptLib | kOptJson | kOptConfig | kOptRounds | kOptExitZero | kOptTextfile | kOptLog);
 
 }  // namespace zr

@@ -63,9 +63,9 @@ public:
             fprintf(env.err, "zadi_runner: no error report: %s\n", error.c_str());
             return;
         }
-        const CallRecord sent = CallItem(states[0], rec.round);
-        fprintf(env.out, "  error report %s hangFlowId=%u: %s\n", kHeartbeatCode, rec.result.hangflowid,
-                sent.result.result == 0 ? "sent" : sent.result.reason);
+        const CallRecord sent = CallItem(env.library, states[0], rec.round);
+        Say(env, "    error report %s hangFlowId=%u: %s\n", kHeartbeatCode, rec.result.hangflowid,
+            sent.result.result == 0 ? "sent" : sent.result.reason);
         fflush(env.out);
     }
 };

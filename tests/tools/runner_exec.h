@@ -1,0 +1,108 @@
+#ifndef TESTS_TOOLS_RUNNER_EXEC_H
+#define TESTS_TOOLS_RUNNER_EXEC_H
+
+// Running the built zadi_runner from a test (through the emulator in a cross
+// build) and reading what it printed.
+
+#include <signal.h>
+#include <stdio.h>
+#include <sys/wait.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <string>
+#include <vector>
+
+#include "tests/support/sandbox.h"
+
+namespace rt {
+
+inline const std::string kRunner = KIRA_BINARY_DIR "/tools/runner/zadi_runner";
+
+struct Run {
+    int status;
+    std::string out;  // stdout, and stderr too unless left out
+};
+
+inline Run Exec(const std::string& args, bool with_stderr = true) {
+    Run r{-1, ""};
+    // exec: no shell stays behind holding the arguments on its command line.
+    const std::string cmd =
+        "exec " + kt::TargetCommand(kRunner) + " " + args + (with_stderr ? " 2>&1" : " 2>/dev/null");
+    FILE* p = popen(cmd.c_str(), "r");
+    if (p == nullptr) return r;
+    char buf[4096];
+    size_t n;
+    while ((n = fread(buf, 1, sizeof(buf), p)) > 0) r.out.append(buf, n);
+    const int st = pclose(p);
+    r.status = WIFEXITED(st) ? WEXITSTATUS(st) : 128 + WTERMSIG(st);
+    return r;
+}
+
+// The runner started in the background with its output in files.
+inline pid_t Spawn(const std::string& args, const std::string& out, const std::string& err) {
+    const std::string cmd = "exec " + kt::TargetCommand(kRunner) + " " + args + " >" + out + " 2>" + err;
+    fflush(nullptr);
+    const pid_t pid = fork();
+    if (pid == 0) {
+        execl("/bin/sh", "sh", "-c", cmd.c_str(), nullptr);
+        _exit(127);
+    }
+    return pid;
+}
+
+inline int WaitStatus(pid_t pid) {
+    int st = 0;
+    waitpid(pid, &st, 0);
+    return WIFEXITED(st) ? WEXITSTATUS(st) : 128 + WTERMSIG(st);
+}
+
+inline void SleepMs(long ms) {
+    struct timespec ts = {ms / 1000, (ms % 1000) * 1000000};
+    nanosleep(&ts, nullptr);
+}
+
+inline bool Cross() { return kt::TargetCommand("x") != "x"; }
+
+inline std::vector<std::string> Lines(const std::string& text) {
+    std::vector<std::string> lines;
+    size_t start = 0;
+    for (size_t nl; (nl = text.find('\n', start)) != std::string::npos; start = nl + 1) {
+        lines.push_back(text.substr(start, nl - start));
+    }
+    return lines;
+}
+
+inline const std::string* LineWith(const std::vector<std::string>& lines, const std::string& a,
+                                   const std::string& b = "") {
+    for (const std::string& l : lines) {
+        if (l.find(a) != std::string::npos && l.find(b) != std::string::npos) return &l;
+    }
+    return nullptr;
+}
+
+inline bool Has(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
+
+// Every line a JSON object carrying the time and the host.
+inline void ExpectJsonRecords(const std::string& out, const std::string& what) {
+    const auto lines = Lines(out);
+    EXPECT_FALSE(lines.empty()) << what;
+    for (const std::string& l : lines) {
+        EXPECT_TRUE(l.rfind("{\"time\":\"20", 0) == 0 && Has(l, "\"host\":") && l.back() == '}') << what << ": " << l;
+    }
+}
+
+// Exit status and output (both streams) of a shell command.
+inline int Shell(const std::string& cmd, std::string* out) {
+    out->clear();
+    FILE* p = popen((cmd + " 2>&1").c_str(), "r");
+    if (p == nullptr) return -1;
+    char buf[4096];
+    for (size_t n; (n = fread(buf, 1, sizeof(buf), p)) > 0;) out->append(buf, n);
+    const int st = pclose(p);
+    return WIFEXITED(st) ? WEXITSTATUS(st) : 128 + WTERMSIG(st);
+}
+
+}  // namespace rt
+
+#endif
