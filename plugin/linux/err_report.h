@@ -7,22 +7,11 @@
 
 #include "os/base/kira_export.h"
 #include "plugin/linux/fi_types.h"
+#include "plugin/linux/zadi_items.h"
 
 // Codes the agent may ask a report for.
 #define ZADI_ERRCODE_SYS_CPU_HIGH 0xF0000203u
 #define ZADI_ERRCODE_SYS_MEM_HIGH 0xF0000204u
 #define ZADI_ERRCODE_HEARTBEAT_LAST 0xF000020Fu
-
-#ifdef __cplusplus
-extern "C" {
-#endif
-
-// 0.0 once the report went out; the fault marker otherwise. The context is
-// neither checked nor read.
-KIRA_EXPORT float SendErrRpt(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI_RESULT_S* result);
-
-#ifdef __cplusplus
-}
-#endif
 
 #endif

@@ -12,6 +12,7 @@
 
 #include "os/base/kira_export.h"
 #include "plugin/linux/fi_types.h"
+#include "plugin/linux/zadi_items.h"
 
 #define ZADI_HEARTBEAT_DIR "/tmp/heartbeat/"
 #define ZADI_HEARTBEAT_NO_HANGFLOWID 0xFFFFFFFFu
@@ -55,13 +56,5 @@ KIRA_EXPORT int CheckProcessHeartBeatFileRefresh(const char* filePath, const cha
 KIRA_EXPORT bool HeartBeatRefreshed(const char* pszProcessName, const char* pszPid, FI_CONTEXT_S* context,
                                     unsigned int* hangFlowId);
 KIRA_EXPORT int CheckHeartBeatFileValid(const char* filePath, const char* filename, void* pContext);
-
-extern "C" {
-// 1.0 every heartbeat file of the process changed, 0.0 one did not (the hang
-// flow id goes to result->hangflowid); the fault marker on bad arguments.
-KIRA_EXPORT float ProcessHeartBeat(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI_RESULT_S* result);
-// Deletes heartbeat files whose pid no longer runs the named process; 1.0.
-KIRA_EXPORT float ClearHeartBeatFile(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI_RESULT_S* result);
-}
 
 #endif

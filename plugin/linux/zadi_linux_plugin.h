@@ -13,6 +13,7 @@
 
 #include "os/base/kira_export.h"
 #include "plugin/linux/fi_types.h"
+#include "plugin/linux/zadi_items.h"
 
 // Signed underlying type: callers may pass out-of-range (negative) values,
 // which the measurement must tolerate.
@@ -117,35 +118,5 @@ KIRA_EXPORT char* GetParaValue(int argc, FI_PARAM_S* argv, const char* name);
 // Sampling period text in whole seconds to microseconds, kept within
 // [500000, 240000000] (common_plugin_items.cpp).
 KIRA_EXPORT int ConvertStr2PeriodUS(const char* text);
-
-extern "C" {
-// System items: common_plugin_system_items.cpp.
-KIRA_EXPORT float GetDiskUsage(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI_RESULT_S* result);
-KIRA_EXPORT float GetSysCPU(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI_RESULT_S* result);
-KIRA_EXPORT float GetSysUsrCPU(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI_RESULT_S* result);
-KIRA_EXPORT float GetSysMemory(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI_RESULT_S* result);
-KIRA_EXPORT float GetSysFreeMemory(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI_RESULT_S* result);
-
-// Process items: common_plugin_items.cpp.
-KIRA_EXPORT float GetProcessSysCPU(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI_RESULT_S* result);
-KIRA_EXPORT float GetProcessSysCPUExtern(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI_RESULT_S* result);
-KIRA_EXPORT float GetProcessCoreCPU(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI_RESULT_S* result);
-KIRA_EXPORT float GetProcessCoreCPUExtern(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI_RESULT_S* result);
-KIRA_EXPORT float GetProcessMemory(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI_RESULT_S* result);
-KIRA_EXPORT float GetProcessMemoryExtern(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI_RESULT_S* result);
-KIRA_EXPORT float GetProcessHandle(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI_RESULT_S* result);
-KIRA_EXPORT float GetProcessHandleExtern(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI_RESULT_S* result);
-KIRA_EXPORT float IsExistProcess(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI_RESULT_S* result);
-KIRA_EXPORT float IsExistProcessExtern(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI_RESULT_S* result);
-KIRA_EXPORT float IsExistProcessPreCmd(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI_RESULT_S* result);
-KIRA_EXPORT float GetProcessSysCPUFuzzyMatch(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI_RESULT_S* result);
-KIRA_EXPORT float GetProcessSysCPUFuzzyMatchCfgPeriod(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context,
-                                                      FI_RESULT_S* result);
-KIRA_EXPORT float GetProcessCoreCPUFuzzyMatch(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI_RESULT_S* result);
-KIRA_EXPORT float GetProcessCoreCPUFuzzyMatchCfgPeriod(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context,
-                                                       FI_RESULT_S* result);
-KIRA_EXPORT float GetProcessMemoryFuzzyMatch(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI_RESULT_S* result);
-KIRA_EXPORT float GetProcessHandleFuzzyMatch(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI_RESULT_S* result);
-}
 
 #endif

@@ -17,9 +17,8 @@ using rt::Shell;
 // The C program reaches the records and the census through the C headers;
 // the C++ one uses the plug-in's C++ header.
 const char kCProgram[] = R"(#include <stdio.h>
-#include "plugin/linux/fi_types.h"
+#include "plugin/linux/zadi_items.h"
 #include "plugin/linux/allprocess.h"
-float GetSysMemory(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI_RESULT_S* result);
 int main(void) {
     FI_CONTEXT_S context = {0};
     FI_RESULT_S result = {0};
