@@ -1,0 +1,110 @@
+// The logging set-up facing files planted by other users or left behind by a
+// careless administrator: a shared block that shrinks, is a FIFO or a link;
+// configuration files that are FIFOs, devices, endless or too long. Each body
+// runs under a short limit: a hang is the fault being looked for.
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <functional>
+#include <string>
+
+#include "os/log/dbg_log.h"
+#include "tests/os/log/log_test_util.h"
+#include "tests/support/sandbox.h"
+
+using logtest::Seen;
+
+namespace {
+
+const char kBlock[] = "/dev/shm/dbglog.cfg";
+
+void RunBounded(const std::function<void()>& body) {
+    if (!kt::SandboxAvailable()) GTEST_SKIP() << "needs root and mount namespaces";
+    kt::SandboxOptions opts;
+    opts.timeout_s = 10;
+    kt::RunSandboxed(body, opts);
+}
+
+std::string Banner(int gid) {
+    const std::string stars = std::string(32, ' ') + std::string(62, '*') + "\n";
+    return stars + std::string(32, ' ') +
+           "Can not open print level config file, log will not write/read to log file,gid=" + std::to_string(gid) +
+           "\n" + stars;
+}
+
+// The block planted as something other than a file of its own: set-up must
+// neither hang on it nor write through it, and logging goes on at level 4.
+void CheckRefusedBlock(int gid) {
+    if (gid != 0) {
+        ASSERT_EQ(setgid(gid), 0);
+    }
+    DBG_Log(424, DBG_LOG_INFO, "f", 1, 0, "info");
+    DBG_Log(424, DBG_LOG_DEBUG, "f", 1, 0, "debug");
+    EXPECT_EQ(DBG_GetLogConfig(), nullptr);
+    EXPECT_EQ(Seen({"[info]", "[debug]"}), "1,0");
+    EXPECT_EQ(kt::SyslogCount(Banner(gid), 6), 1);
+    EXPECT_EQ(kt::ReadFile("/tmp/victim") + kt::ReadFile("/dev/shm/victim"), "preciousprecious");
+}
+
+void PlantFifo() { ASSERT_EQ(mkfifo(kBlock, 0666), 0); }
+void PlantLink() { ASSERT_EQ(symlink("/tmp/victim", kBlock), 0); }
+void PlantDanglingLink() { ASSERT_EQ(symlink("/tmp/absent", kBlock), 0); }
+void PlantHardLink() { ASSERT_EQ(link("/dev/shm/victim", kBlock), 0); }
+
+}  // namespace
+
+TEST(HostileLogFiles, SharedBlockThatIsNotAFileOfItsOwn) {
+    for (int gid : {0, 1234}) {
+        for (auto plant : {PlantFifo, PlantLink, PlantDanglingLink, PlantHardLink}) {
+            SCOPED_TRACE("gid " + std::to_string(gid));
+            RunBounded([gid, plant] {
+                kt::WriteFile("/tmp/victim", "precious", 0666);
+                kt::WriteFile("/dev/shm/victim", "precious", 0666);
+                plant();
+                CheckRefusedBlock(gid);
+            });
+        }
+    }
+}
+
+// "> /dev/shm/dbglog.cfg" between two lines used to end the process with
+// SIGBUS at its next line.
+SANDBOX_TEST(HostileLogFiles, SharedBlockShrunkAfterMapping) {
+    DBG_Log(424, DBG_LOG_INFO, "f", 1, 0, "before");
+    ASSERT_EQ(truncate(kBlock, 0), 0);
+    DBG_Log(424, DBG_LOG_INFO, "f", 1, 0, "after");
+    EXPECT_EQ(DBG_SetDefLogLevel(5), 1);
+    DBG_Log(424, DBG_LOG_DEBUG, "f", 1, 0, "debug");
+    EXPECT_EQ(Seen({"[before]", "[after]", "[debug]"}), "1,1,1");
+    // The setter rebuilt the block it found cut short.
+    const std::string block = kt::ReadFile(kBlock);
+    ASSERT_GE(block.size(), 16u);
+    EXPECT_EQ(block.substr(0, 8), std::string("\x01\xC0\xAB\x78\x05\0\0\0", 8));
+}
+
+// A process outside the root group only reads: a block too short to hold a
+// level is not mapped, and one cut short later reads as absent.
+SANDBOX_TEST(HostileLogFiles, ShortBlockForOtherGroups) {
+    kt::WriteFile(kBlock, std::string("\x01\xC0\xAB\x78\x05", 5), 0666);
+    ASSERT_EQ(setgid(1234), 0);
+    DBG_Log(424, DBG_LOG_DEBUG, "f", 1, 0, "debug");
+    EXPECT_EQ(DBG_GetLogConfig(), nullptr);
+    EXPECT_EQ(Seen({"[debug]"}), "0");
+}
+
+// Another process's change of the default level reaches this one within a
+// second or two, read from the file rather than through the mapping.
+SANDBOX_TEST(HostileLogFiles, DefaultLevelChangedElsewhereIsSeen) {
+    DBG_Log(424, DBG_LOG_DEBUG, "f", 1, 0, "debug");
+    logtest::WriteSharedBlock(DBG_CFG_MAGIC, DBG_LOG_DEBUG, 0);
+    int seen = 0;
+    for (int i = 0; i < 300 && seen == 0; ++i) {
+        usleep(10000);
+        DBG_Log(424, DBG_LOG_DEBUG, "f", 1, 0, "later");
+        seen = kt::SyslogCount("[later]");
+    }
+    EXPECT_EQ(Seen({"[debug]"}), "0");
+    EXPECT_GE(seen, 1);
+}
