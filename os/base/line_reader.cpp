@@ -1,18 +1,34 @@
 // fgets over a raw descriptor: the /proc readers of every layer take lines
 // this way, one open, one read for a kernel-made file, one close.
 
+#include <errno.h>
 #include <fcntl.h>
+#include <sys/stat.h>
 
 #include "os/base/kira_io.h"
 
 namespace kira {
 
-bool LineReader::Open(const char* path, ReadEnd end) {
-    fd_.reset(open(path, O_RDONLY | O_CLOEXEC));
+void LineReader::Reset(int fd, ReadEnd end) {
+    fd_.reset(fd);
     end_ = end;
     pos_ = 0;
     len_ = 0;
     eof_ = false;
+}
+
+bool LineReader::Open(const char* path, ReadEnd end) {
+    Reset(open(path, O_RDONLY | O_CLOEXEC), end);
+    return fd_.valid();
+}
+
+bool LineReader::OpenPlain(const char* path) {
+    Reset(open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC), ReadEnd::kUntilEof);
+    struct stat st;
+    if (fd_.valid() && (fstat(fd_.get(), &st) != 0 || !S_ISREG(st.st_mode))) {
+        fd_.reset();
+        errno = EINVAL;
+    }
     return fd_.valid();
 }
 
@@ -53,6 +69,33 @@ bool LineReader::Gets(char* buf, int count) {
     }
     buf[n] = '\0';
     return true;
+}
+
+bool LineReader::ReadLine(char* buf, int size) {
+    if (size <= 0 || buf == nullptr) {
+        return false;
+    }
+    int pos = 0;
+    int accepted = 0;
+    while (pos < size - 1) {
+        if (pos_ == len_ && (eof_ || !Fill())) {
+            buf[pos] = '\0';
+            break;
+        }
+        buf[pos] = data_[pos_++];
+        if (buf[pos] == '\n') {
+            buf[pos + 1] = '\0';
+            accepted++;
+            break;
+        }
+        // A carriage return is overwritten by the next byte.
+        if (buf[pos] != '\r') {
+            accepted++;
+            pos++;
+        }
+    }
+    buf[size - 1] = '\0';
+    return accepted != 0;
 }
 
 }  // namespace kira

@@ -108,3 +108,38 @@ SANDBOX_TEST(HostileLogFiles, DefaultLevelChangedElsewhereIsSeen) {
     EXPECT_EQ(Seen({"[debug]"}), "0");
     EXPECT_GE(seen, 1);
 }
+
+// A FIFO or a link to an endless device among the configuration files used
+// to hang the set-up of every process that logs.
+TEST(HostileLogFiles, ConfigurationFilesThatAreNotPlainFiles) {
+    RunBounded([] {
+        kt::MakeDirs("/etc/nox/pid");
+        kt::MakeDirs("/ZUK/conf");
+        for (const char* fifo : {"/etc/nox/pid/pid_fifo", "/etc/nox/pid/log_fifo", "/ZUK/conf/gid_of_pid.conf"}) {
+            ASSERT_EQ(mkfifo(fifo, 0666), 0);
+        }
+        ASSERT_EQ(symlink("/dev/zero", "/etc/nox/pid/pid_zero"), 0);
+        ASSERT_EQ(symlink("/dev/zero", "/etc/nox/pid/log_zero"), 0);
+        logtest::WriteConf("/etc/nox/pid/pid_good", "pid=77,pid_name=good,gid=3\n");
+        DBG_Log(77, DBG_LOG_ERROR, "f", 1, 0, "x");
+        EXPECT_EQ(Seen({"[x][good]"}), "1");
+    });
+}
+
+// A line longer than the 256-byte buffer is read in pieces, carriage returns
+// vanish, and a file stops being read after 100000 lines.
+SANDBOX_TEST(HostileLogFiles, LongLinesCarriageReturnsAndLineCap) {
+    logtest::WriteConf("/ZUK/conf/gid_of_pid.conf",
+                       std::string(255, 'x') + "pid=77,gid=3\npid=7\r9,pid_name=cr,gid=3\n");
+    std::string many;
+    for (int i = 0; i < 100000; ++i) many += "#\n";
+    logtest::WriteConf("/ZUK/conf/pid_obsolete.conf", many + "pid=90,pid_name=late,gid=3\n");
+    EXPECT_STREQ(DBG_GetPidName(79), "cr");
+    EXPECT_STREQ(DBG_GetPidName(77), "<77>");
+    EXPECT_STREQ(DBG_GetPidName(90), "<90>");
+    EXPECT_EQ(
+        Seen({"read_pid_conf: /ZUK/conf/gid_of_pid.conf read_pid_conf_line fail, (" + std::string(255, 'x') + ")\n",
+              "read_pid_conf: /ZUK/conf/pid_obsolete.conf has more than 100000 lines, the rest is ignored\n"},
+             6),
+        "1,1");
+}
