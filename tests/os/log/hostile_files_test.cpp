@@ -5,6 +5,7 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <syslog.h>
 #include <unistd.h>
 
 #include <functional>
@@ -12,6 +13,7 @@
 
 #include "os/log/dbg_log.h"
 #include "tests/os/log/log_test_util.h"
+#include "tests/support/fault_inject.h"
 #include "tests/support/sandbox.h"
 
 using logtest::Seen;
@@ -142,4 +144,38 @@ SANDBOX_TEST(HostileLogFiles, LongLinesCarriageReturnsAndLineCap) {
               "read_pid_conf: /ZUK/conf/pid_obsolete.conf has more than 100000 lines, the rest is ignored\n"},
              6),
         "1,1");
+}
+
+// The set-up with its 1st, 2nd, ... open, read, mapping, directory call or
+// allocation failing (each in a fresh process, as the set-up runs once): it
+// ends, keeps no descriptor but the block's and the control file's, and
+// logging goes on.
+TEST(HostileLogFiles, SetUpUnderInjectedFailures) {
+    if (!kt::SandboxAvailable()) GTEST_SKIP() << "needs root and mount namespaces";
+    const kt::Fault kinds[] = {kt::Fault::kOpen, kt::Fault::kRead, kt::Fault::kMmap, kt::Fault::kDir,
+                               kt::Fault::kAlloc};
+    int failingRuns = 0;
+    for (kt::Fault kind : kinds) {
+        for (int n = 1; n < 200; ++n, ++failingRuns) {
+            SCOPED_TRACE(std::string(kt::FaultName(kind)) + " call " + std::to_string(n) + " fails");
+            const kt::SandboxOutcome outcome = kt::RunSandboxedOutcome([kind, n] {
+                logtest::WriteConf("/ZUK/conf/gid_print_limit.conf", "gid=3,num=5,interval=1\n");
+                logtest::WriteConf("/ZUK/conf/gid_of_pid.conf", "pid=424,pid_name=monitor,gid=3\n");
+                logtest::WriteConf("/etc/nox/pid/pid_a", "pid=425,pid_name=other,gid=3\n");
+                logtest::WriteConf("/etc/nox/pid/log_a", "gid=4,num=5,interval=1\n");
+                logtest::WriteConf("/startup_disk/conf/conf_local/pid_log_level.conf", "pid=424,level=4\n");
+                syslog(LOG_DEBUG, "the log socket is not the set-up's");
+                const int fds = kt::OpenFdCount();
+                kt::FaultArm({kind, n});
+                KIRA_DebugModuleInit();
+                if (!kt::FaultDisarm()) GTEST_SKIP() << "walked to the end";
+                EXPECT_LE(kt::OpenFdCount(), fds + 1) << "the block's descriptor at most";
+                DBG_Log(424, DBG_LOG_ERROR, "f", 1, 0, "after");
+                EXPECT_EQ(Seen({"[after]"}), "1");
+            });
+            if (outcome.kind == kt::SandboxOutcome::Kind::kSkipped) break;
+            ASSERT_EQ(outcome.kind, kt::SandboxOutcome::Kind::kPassed)
+                << outcome.message << (outcome.reports.empty() ? "" : outcome.reports[0].message);
+        }
+    }
 }

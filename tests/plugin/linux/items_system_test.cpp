@@ -12,36 +12,12 @@
 
 #include "plugin/linux/common_plugin_internal.h"
 #include "tests/plugin/linux/items_test_util.h"
+#include "tests/support/fault_inject.h"
 #include "tests/support/sandbox.h"
 
 using itest::Args;
 using itest::Bits;
 using itest::kMarkerBits;
-
-// Allocation fault injection: the next malloc of one thread fails. The
-// sanitizer runtimes own malloc, so the hook exists only in plain builds.
-#if defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-#define ITEMS_SANITIZED 1
-#endif
-#endif
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || defined(ITEMS_SANITIZED)
-#define ITEMS_MALLOC_HOOK 0
-#else
-#define ITEMS_MALLOC_HOOK 1
-namespace {
-std::atomic<long> failMallocTid{0};
-}  // namespace
-extern "C" void* __libc_malloc(size_t size);
-extern "C" void* malloc(size_t size) {
-    long tid = failMallocTid.load(std::memory_order_relaxed);
-    if (tid != 0 && tid == syscall(SYS_gettid) && failMallocTid.compare_exchange_strong(tid, 0)) {
-        errno = ENOMEM;
-        return nullptr;
-    }
-    return __libc_malloc(size);
-}
-#endif
 
 namespace {
 
@@ -183,9 +159,6 @@ SANDBOX_TEST(SysFailures, MissingProcFilesAreZeroSuccessesWithALogLine) {
 }
 
 SANDBOX_TEST(SysFailures, AllocationFailuresAreLoggedUnderTheMeasurement) {
-#if !ITEMS_MALLOC_HOOK
-    GTEST_SKIP() << "no allocation hook under sanitizers";
-#else
     using P = ZADI_Linux_Plugin;
     P p;
     int pid = -7;
@@ -203,9 +176,9 @@ SANDBOX_TEST(SysFailures, AllocationFailuresAreLoggedUnderTheMeasurement) {
     for (const auto& c : cases) {
         SCOPED_TRACE(c.func);
         kt::SyslogClear();
-        failMallocTid.store(syscall(SYS_gettid));
+        kt::FaultArm({kt::Fault::kAlloc, 1});
         EXPECT_TRUE(c.call());
-        failMallocTid.store(0);
+        EXPECT_TRUE(kt::FaultDisarm());
         const std::string text = std::string("[") + c.text + ", errno(12, Cannot allocate memory).]";
         const std::string where = std::string("[") + c.func + ",";
         int hits = 0;
@@ -215,5 +188,4 @@ SANDBOX_TEST(SysFailures, AllocationFailuresAreLoggedUnderTheMeasurement) {
         EXPECT_EQ(hits, 1);
     }
     EXPECT_EQ(pid, -7);
-#endif
 }
