@@ -58,7 +58,7 @@ DIR* OpenDirNoFollow(const char* dirPath) {
     return dir;
 }
 
-int WalkDir(DIR* dir, const char* dirPath, ZADI_DIR_ITER_FN iterfunc, void* pContext) {
+int WalkDir(DIR* dir, const char* dirPath, ZADI_DIR_ITER_FN iterfunc, void* pContext, bool longNames) {
     char path[kHeartbeatPathSize];
     for (struct dirent* entry = readdir(dir); entry != nullptr; entry = readdir(dir)) {
         if (strcmp(entry->d_name, ".") == 0 || strcmp(entry->d_name, "..") == 0 || entry->d_type != DT_REG) {
@@ -66,7 +66,10 @@ int WalkDir(DIR* dir, const char* dirPath, ZADI_DIR_ITER_FN iterfunc, void* pCon
         }
         // A path that does not fit would name some other file.
         if (snprintf_s(path, sizeof(path), sizeof(path) - 1, "%s/%s", dirPath, entry->d_name) < 0) {
-            continue;
+            if (!longNames) {
+                continue;
+            }
+            path[0] = '\0';
         }
         if (iterfunc(path, entry->d_name, pContext) != 0) {
             break;
@@ -102,7 +105,7 @@ float ClearHeartBeatFile(int /*argc*/, FI_PARAM_S* /*argv*/, FI_CONTEXT_S* /*con
     kira::UniqueDir dir(zadi::OpenDirNoFollow(ZADI_HEARTBEAT_DIR));
     if (dir) {
         zadi::HeartbeatDirRef ref{dirfd(dir.get())};
-        (void)zadi::WalkDir(dir.get(), ZADI_HEARTBEAT_DIR, CheckHeartBeatFileValid, &ref);
+        (void)zadi::WalkDir(dir.get(), ZADI_HEARTBEAT_DIR, CheckHeartBeatFileValid, &ref, true);
     }
     // The agent always passes a result here; a null one is still not written.
     if (result != nullptr) {

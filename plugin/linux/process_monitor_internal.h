@@ -24,8 +24,11 @@ constexpr size_t kHeartbeatPathSize = 256;
 // applies to the last component). Null with errno set on failure.
 DIR* OpenDirNoFollow(const char* dirPath);
 
-// The walk of ForeachDir over an already opened directory.
-int WalkDir(DIR* dir, const char* dirPath, ZADI_DIR_ITER_FN iterfunc, void* pContext);
+// The walk of ForeachDir over an already opened directory. An entry whose
+// path would pass 255 characters is skipped, unless longNames: it is then
+// handed over with an empty path, for a callback that works relative to the
+// directory.
+int WalkDir(DIR* dir, const char* dirPath, ZADI_DIR_ITER_FN iterfunc, void* pContext, bool longNames = false);
 
 // Context handed by ClearHeartBeatFile to CheckHeartBeatFileValid, so that
 // files are removed relative to the directory that was walked.
