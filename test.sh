@@ -73,8 +73,15 @@ stage_fuzz() {
   for t in build-fuzz/fuzz/*_fuzz; do
     [ -x "$t" ] || continue
     n=$((n + 1))
-    mkdir -p "build-fuzz/corpus/$(basename "$t")"
-    if "$t" -max_total_time="$fuzz_seconds" -rss_limit_mb=2048 "build-fuzz/corpus/$(basename "$t")" \
+    # Each target starts from its committed seeds (copied, so the repository
+    # stays clean) and its dictionary, when it has one.
+    local name corpus dict=()
+    name=$(basename "$t")
+    corpus="build-fuzz/corpus/$name"
+    mkdir -p "$corpus"
+    [ -d "fuzz/corpus/$name" ] && cp -n fuzz/corpus/"$name"/* "$corpus"/
+    [ -f "fuzz/$name.dict" ] && dict=(-dict="fuzz/$name.dict")
+    if "$t" -max_total_time="$fuzz_seconds" -rss_limit_mb=2048 "${dict[@]}" "$corpus" \
          >"$t.log" 2>&1; then
       echo "fuzz $(basename "$t"): $(grep -E '^Done|stat::number_of_executed_units' "$t.log" | tail -n 1)"
       total_pass=$((total_pass + 1))
