@@ -6,7 +6,7 @@
 #
 #   ./test.sh                 everything
 #   STAGES="native asan" ./test.sh
-#   KIRA_SKIP_SLOW=1 ./test.sh   leaves out tests named *Slow* (60 s census)
+#   KIRA_SKIP_SLOW=1 ./test.sh   leaves out tests named *Slow* (60 s census, the soak)
 set -uo pipefail
 cd "$(dirname "$0")"
 root=$(pwd)
@@ -110,6 +110,16 @@ stage_valgrind() {
       total_fail=$((total_fail + 1)); rc=1
     fi
   done
+  # The soak driver: 2,000 calls of every item and census function.
+  [ -x build/tests/plugin_tests ] || configure_build build plugin_tests -- -DCMAKE_BUILD_TYPE=RelWithDebInfo || return 1
+  if KIRA_SOAK_CALLS=2000 valgrind --quiet --error-exitcode=99 --leak-check=full --errors-for-leak-kinds=definite \
+       --suppressions=tests/support/valgrind.supp \
+       build/tests/plugin_tests --gtest_filter='Soak.*' >build/valgrind-soak.log 2>&1; then
+    echo "valgrind: soak clean"; total_pass=$((total_pass + 1))
+  else
+    echo "valgrind: soak FAILED"; tail -n 60 build/valgrind-soak.log
+    total_fail=$((total_fail + 1)); rc=1
+  fi
   return $rc
 }
 stage_aarch64() {

@@ -40,7 +40,7 @@ enum class FaultMode {
 
 struct FaultPlan {
     Fault kind;
-    int nth;  // 1-based count of this thread's calls of the kind
+    int nth;  // 1-based count of this thread's calls of the kind; 0 fails none
     FaultMode mode = FaultMode::kFail;
     bool skip_sleeps = true;  // sleep/usleep return at once while armed
 };
