@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 
 #include "os/base/kira_io.h"
+#include "os/base/readline_internal.h"
 
 namespace kira {
 
@@ -72,30 +73,13 @@ bool LineReader::Gets(char* buf, int count) {
 }
 
 bool LineReader::ReadLine(char* buf, int size) {
-    if (size <= 0 || buf == nullptr) {
-        return false;
-    }
-    int pos = 0;
-    int accepted = 0;
-    while (pos < size - 1) {
+    return ReadLinePiece(buf, size, [this](char* c) {
         if (pos_ == len_ && (eof_ || !Fill())) {
-            buf[pos] = '\0';
-            break;
+            return false;
         }
-        buf[pos] = data_[pos_++];
-        if (buf[pos] == '\n') {
-            buf[pos + 1] = '\0';
-            accepted++;
-            break;
-        }
-        // A carriage return is overwritten by the next byte.
-        if (buf[pos] != '\r') {
-            accepted++;
-            pos++;
-        }
-    }
-    buf[size - 1] = '\0';
-    return accepted != 0;
+        *c = data_[pos_++];
+        return true;
+    });
 }
 
 }  // namespace kira

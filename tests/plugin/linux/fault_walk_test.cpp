@@ -35,44 +35,46 @@ const Injection kInjections[] = {
     {kt::Fault::kAlloc, kt::FaultMode::kFail},
 };
 
-// Runs the walk of every injection over one call; the logging set-up is done
-// first, since its own failures are walked elsewhere.
-void WalkAll(const std::function<void()>& call, const std::function<void(int)>& check) {
-    DBG_Log(PID_CTRL_ZADIMONITOR, DBG_LOG_EVENT, "walk", 1, 0, "logging set up");
-    for (const Injection& inj : kInjections) {
-        SCOPED_TRACE(inj.mode == kt::FaultMode::kFail        ? "fail"
-                     : inj.mode == kt::FaultMode::kInterrupt ? "interrupt"
-                                                             : "short");
-        kt::FaultWalk(inj.kind, inj.mode, call, check, 3000);
-    }
+// In a sandbox with a watched process, walks every injection over call(w),
+// judging each failing run with check(). The logging set-up is done first:
+// its own failures are walked elsewhere.
+void WalkAll(const std::function<void(const Watched&)>& call, const std::function<void()>& check) {
+    if (!kt::SandboxAvailable()) GTEST_SKIP() << "needs root and mount namespaces";
+    kt::SandboxOptions opts;
+    opts.timeout_s = 170;
+    kt::RunSandboxed(
+        [&] {
+            Watched w;
+            DBG_Log(PID_CTRL_ZADIMONITOR, DBG_LOG_EVENT, "walk", 1, 0, "logging set up");
+            for (const Injection& inj : kInjections) {
+                SCOPED_TRACE(inj.mode == kt::FaultMode::kFail        ? "fail"
+                             : inj.mode == kt::FaultMode::kInterrupt ? "interrupt"
+                                                                     : "short");
+                kt::FaultWalk(
+                    inj.kind, inj.mode, [&] { call(w); }, [&](int) { check(); }, 3000);
+            }
+        },
+        opts);
 }
 
 class ItemWalk : public ::testing::TestWithParam<ItemCase> {};
 
 TEST_P(ItemWalk, EveryFailureEndsInTheItemsOwnForm) {
-    if (!kt::SandboxAvailable()) GTEST_SKIP() << "needs root and mount namespaces";
     const ItemCase item = GetParam();
-    kt::SandboxOptions opts;
-    opts.timeout_s = 170;
-    kt::RunSandboxed(
-        [item] {
-            Watched w;
-            Args a;
-            float v = 0;
-            WalkAll(
-                [&] {
-                    a = Args(ParamsFor(item.shape, w));
-                    v = a.Call(item.fn);
-                },
-                [&](int) {
-                    if (a.result.result == 0) return;
-                    ASSERT_EQ(a.result.result, -1) << "value " << v;
-                    EXPECT_EQ(itest::Bits(v), itest::kMarkerBits);
-                    EXPECT_NE(a.reason(), "untouched");
-                    EXPECT_NE(a.reason(), "");
-                });
+    Args a;
+    float v = 0;
+    WalkAll(
+        [&](const Watched& w) {
+            a = Args(ParamsFor(item.shape, w));
+            v = a.Call(item.fn);
         },
-        opts);
+        [&] {
+            if (a.result.result == 0) return;
+            ASSERT_EQ(a.result.result, -1) << "value " << v;
+            EXPECT_EQ(itest::Bits(v), itest::kMarkerBits);
+            EXPECT_NE(a.reason(), "untouched");
+            EXPECT_NE(a.reason(), "");
+        });
 }
 
 INSTANTIATE_TEST_SUITE_P(Items, ItemWalk, ::testing::ValuesIn(kItems),
@@ -81,17 +83,9 @@ INSTANTIATE_TEST_SUITE_P(Items, ItemWalk, ::testing::ValuesIn(kItems),
 class CensusWalk : public ::testing::TestWithParam<CensusCase> {};
 
 TEST_P(CensusWalk, EveryFailureEndsInAStatus) {
-    if (!kt::SandboxAvailable()) GTEST_SKIP() << "needs root and mount namespaces";
     const CensusCase census = GetParam();
-    kt::SandboxOptions opts;
-    opts.timeout_s = 170;
-    kt::RunSandboxed(
-        [census] {
-            Watched w;
-            int rc = 0;
-            WalkAll([&] { rc = census.call(w); }, [&](int) { EXPECT_TRUE(rc >= census.lowest && rc <= 0) << rc; });
-        },
-        opts);
+    int rc = 0;
+    WalkAll([&](const Watched& w) { rc = census.call(w); }, [&] { EXPECT_TRUE(rc >= census.lowest && rc <= 0) << rc; });
 }
 
 INSTANTIATE_TEST_SUITE_P(Census, CensusWalk, ::testing::ValuesIn(kCensus),
