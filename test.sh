@@ -6,7 +6,7 @@
 #
 #   ./test.sh                 everything
 #   STAGES="native asan" ./test.sh
-#   KIRA_SKIP_SLOW=1 ./test.sh   leaves out tests named *Slow* (60 s census)
+#   KIRA_SKIP_SLOW=1 ./test.sh   leaves out tests named *Slow* (60 s census, the soak)
 set -uo pipefail
 cd "$(dirname "$0")"
 root=$(pwd)
@@ -73,8 +73,15 @@ stage_fuzz() {
   for t in build-fuzz/fuzz/*_fuzz; do
     [ -x "$t" ] || continue
     n=$((n + 1))
-    mkdir -p "build-fuzz/corpus/$(basename "$t")"
-    if "$t" -max_total_time="$fuzz_seconds" -rss_limit_mb=2048 "build-fuzz/corpus/$(basename "$t")" \
+    # Each target starts from its committed seeds (copied, so the repository
+    # stays clean) and its dictionary, when it has one.
+    local name corpus dict=()
+    name=$(basename "$t")
+    corpus="build-fuzz/corpus/$name"
+    mkdir -p "$corpus"
+    [ -d "fuzz/corpus/$name" ] && cp -n fuzz/corpus/"$name"/* "$corpus"/
+    [ -f "fuzz/$name.dict" ] && dict=(-dict="fuzz/$name.dict")
+    if "$t" -max_total_time="$fuzz_seconds" -rss_limit_mb=2048 "${dict[@]}" "$corpus" \
          >"$t.log" 2>&1; then
       echo "fuzz $(basename "$t"): $(grep -E '^Done|stat::number_of_executed_units' "$t.log" | tail -n 1)"
       total_pass=$((total_pass + 1))
@@ -103,6 +110,16 @@ stage_valgrind() {
       total_fail=$((total_fail + 1)); rc=1
     fi
   done
+  # The soak driver: 2,000 calls of every item and census function.
+  [ -x build/tests/plugin_tests ] || configure_build build plugin_tests -- -DCMAKE_BUILD_TYPE=RelWithDebInfo || return 1
+  if KIRA_SOAK_CALLS=2000 valgrind --quiet --error-exitcode=99 --leak-check=full --errors-for-leak-kinds=definite \
+       --suppressions=tests/support/valgrind.supp \
+       build/tests/plugin_tests --gtest_filter='Soak.*' >build/valgrind-soak.log 2>&1; then
+    echo "valgrind: soak clean"; total_pass=$((total_pass + 1))
+  else
+    echo "valgrind: soak FAILED"; tail -n 60 build/valgrind-soak.log
+    total_fail=$((total_fail + 1)); rc=1
+  fi
   return $rc
 }
 stage_aarch64() {

@@ -33,6 +33,11 @@
 //     if (!reader.Open("/proc/self/status", kira::ReadEnd::kShortRead)) { ...errno... }
 //     char line[256];
 //     while (reader.Gets(line, sizeof(line))) { ... }
+// For a file other users may have planted (configuration files), OpenPlain
+// takes regular files only and never blocks on the open (a FIFO, a device or
+// a link to one fails with EINVAL), and ReadLine returns lines by
+// KIRA_readline's rules (carriage returns dropped, a long line in pieces of
+// size - 1) from the same buffer.
 //
 // ProcPidPath: "/proc/<pid>/<leaf>" (or "/proc/<pid>" for an empty leaf)
 // into the caller's buffer of the caller's size, so each caller keeps its
@@ -84,12 +89,17 @@ class LineReader {
 public:
     // False (errno set) when the file cannot be opened for reading.
     bool Open(const char* path, ReadEnd end);
+    // False (errno set) unless path is a regular file opened for reading.
+    bool OpenPlain(const char* path);
     // fgets(buf, count, stream): at most count-1 bytes, up to and including
     // a newline; false at end of file with nothing read, or on a read error.
     bool Gets(char* buf, int count);
+    // KIRA_readline(fd, buf, size) on the buffered file.
+    bool ReadLine(char* buf, int size);
 
 private:
     bool Fill();
+    void Reset(int fd, ReadEnd end);
     UniqueFd fd_;
     ReadEnd end_ = ReadEnd::kUntilEof;
     size_t pos_ = 0;

@@ -1,18 +1,35 @@
 // fgets over a raw descriptor: the /proc readers of every layer take lines
 // this way, one open, one read for a kernel-made file, one close.
 
+#include <errno.h>
 #include <fcntl.h>
+#include <sys/stat.h>
 
 #include "os/base/kira_io.h"
+#include "os/base/readline_internal.h"
 
 namespace kira {
 
-bool LineReader::Open(const char* path, ReadEnd end) {
-    fd_.reset(open(path, O_RDONLY | O_CLOEXEC));
+void LineReader::Reset(int fd, ReadEnd end) {
+    fd_.reset(fd);
     end_ = end;
     pos_ = 0;
     len_ = 0;
     eof_ = false;
+}
+
+bool LineReader::Open(const char* path, ReadEnd end) {
+    Reset(open(path, O_RDONLY | O_CLOEXEC), end);
+    return fd_.valid();
+}
+
+bool LineReader::OpenPlain(const char* path) {
+    Reset(open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC), ReadEnd::kUntilEof);
+    struct stat st;
+    if (fd_.valid() && (fstat(fd_.get(), &st) != 0 || !S_ISREG(st.st_mode))) {
+        fd_.reset();
+        errno = EINVAL;
+    }
     return fd_.valid();
 }
 
@@ -53,6 +70,16 @@ bool LineReader::Gets(char* buf, int count) {
     }
     buf[n] = '\0';
     return true;
+}
+
+bool LineReader::ReadLine(char* buf, int size) {
+    return ReadLinePiece(buf, size, [this](char* c) {
+        if (pos_ == len_ && (eof_ || !Fill())) {
+            return false;
+        }
+        *c = data_[pos_++];
+        return true;
+    });
 }
 
 }  // namespace kira

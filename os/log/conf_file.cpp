@@ -9,6 +9,7 @@
 #include <syslog.h>
 
 #include "os/base/kira_file.h"
+#include "os/base/kira_io.h"
 #include "os/base/kira_raii.h"
 #include "os/base/kira_system.h"
 #include "os/log/log_internal.h"
@@ -18,6 +19,9 @@
 namespace {
 
 constexpr size_t kPathSize = 256;
+// Lines read from one file at most: a file of endless lines must not hold
+// every logging thread in the set-up.
+constexpr uint32_t kMaxConfLines = 100000;
 constexpr size_t kCommandSize = 256;
 
 // Keeps the descriptor's owner from closing through KIRA_close twice.
@@ -42,13 +46,16 @@ void DbgCommasToBlanks(char* line) {
 
 void DbgReadConfFile(const char* path, const char* reader, const char* parser,
                      int32_t (*parse)(char* line, uint32_t arg), uint32_t arg) {
-    kira::UniqueFd fd(KIRA_open(path, O_RDONLY, 0777));
-    if (!fd.valid()) return;
+    kira::LineReader file;
+    if (!file.OpenPlain(path)) return;
     char line[DBG_CONF_LINE_SIZE];
-    while (KIRA_readline(fd.get(), line, sizeof(line)) != nullptr) {
+    for (uint32_t count = 0; file.ReadLine(line, sizeof(line)); ++count) {
+        if (count == kMaxConfLines) {
+            syslog(LOG_INFO, "%s: %s has more than %u lines, the rest is ignored\n", reader, path, kMaxConfLines);
+            break;
+        }
         if (parse(line, arg) < 0) syslog(LOG_INFO, "%s: %s %s fail, (%s)\n", reader, path, parser, line);
     }
-    CloseConf(fd);
 }
 
 void DbgReadPrefixedConf(const char* name, const char* prefix, void (*reader)(const char* path)) {

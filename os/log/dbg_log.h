@@ -59,6 +59,9 @@ KIRA_EXPORT void KIRA_DebugModuleInit(void);
 KIRA_EXPORT const char* DBG_GetLevelName(uint8_t level);
 // 1 when stored; only a root-group process may change the default.
 KIRA_EXPORT int32_t DBG_SetDefLogLevel(uint8_t level);
+// The live mapping of the shared block. Another process may cut the file
+// short at any time, and reading the mapping then raises SIGBUS: the library
+// itself reads and writes the block through the file, never through this.
 KIRA_EXPORT DBG_CFG_S* DBG_GetLogConfig(void);
 KIRA_EXPORT void DBG_SetDefaultCfg(DBG_CFG_S* cfg);
 // 1 when a line of this level is wanted for the module; caches the module's

@@ -2,12 +2,15 @@
 // default-level block "/dev/shm/dbglog.cfg" and the kernel side's control
 // file; and the calls that read or change the shared default level.
 
+#include <errno.h>
 #include <fcntl.h>
+#include <stddef.h>
 #include <pthread.h>
 #include <string.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <syslog.h>
+#include <time.h>
 #include <unistd.h>
 
 #include "os/base/kira_file.h"
@@ -19,6 +22,8 @@ namespace {
 
 constexpr uint8_t kFallbackLevel = DBG_LOG_INFO;
 constexpr uint64_t kCfgMapLength = 16;
+constexpr size_t kLevelOffset = offsetof(DBG_CFG_S, ucDefLevel);
+constexpr size_t kInitialisedPart = 8;  // what DBG_SetDefaultCfg rewrites
 
 // Published once by the initialisation; DBG_GetLogConfig may read it from
 // another thread before that, hence the atomic accesses.
@@ -26,19 +31,56 @@ DBG_CFG_S* g_pstUsrDbgConfig = nullptr;
 int iFd_log_level = -1;
 pthread_once_t g_debugInitOnce = PTHREAD_ONCE_INIT;
 
+// Any process may shrink the block's file, and touching a mapped page past
+// its end raises SIGBUS. No signal handler belongs in a host process, so the
+// library never reads or writes the block through the mapping: it keeps the
+// descriptor, a private copy of the level read back with one pread when the
+// wall-clock second changes (a vDSO read, cheaper than the monotonic one),
+// and writes with pwrite. The mapping itself exists for DBG_GetLogConfig.
+int g_cfgFd = -1;
+uint8_t g_cachedLevel = kFallbackLevel;
+time_t g_cachedAt = 0;
+
 DBG_CFG_S* LoadConfig() { return __atomic_load_n(&g_pstUsrDbgConfig, __ATOMIC_ACQUIRE); }
 
-// A root-group process creates and repairs the block; everyone else only
-// reads it.
-int OpenSharedCfg(gid_t gid) {
-    return gid == 0 ? KIRA_open(DBG_CFG_FILE, O_RDWR | O_CREAT, 0664) : KIRA_open(DBG_CFG_FILE, O_RDONLY, 0);
+// The whole block, or false when the file is shorter (another process cut
+// it): a short block is treated as no block.
+bool ReadBlock(int fd, DBG_CFG_S* blk) {
+    memset(blk, 0, sizeof(*blk));
+    return pread(fd, blk, sizeof(*blk), 0) == static_cast<ssize_t>(sizeof(*blk));
 }
 
-// An empty file cannot be read through a mapping (the access would fault);
-// only a root-group process grows it, while mapping.
+void CacheLevel(uint8_t level, time_t at) {
+    RelaxedStore(&g_cachedLevel, level);
+    RelaxedStore(&g_cachedAt, at);
+}
+
+uint8_t RefreshLevel(time_t now) {
+    DBG_CFG_S blk;
+    const uint8_t level = ReadBlock(g_cfgFd, &blk) ? blk.ucDefLevel : kFallbackLevel;
+    CacheLevel(level, now);
+    return level;
+}
+
+// /dev/shm is writable by everyone: a link could make this process write
+// into another file, a FIFO would block the open or the first read, and a
+// second name would do the same through the back door. Only a plain file of
+// one name is taken, and the open never blocks.
+int OpenSharedCfg(gid_t gid) {
+    const int flags = O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
+    const int fd = gid == 0 ? KIRA_open(DBG_CFG_FILE, O_RDWR | O_CREAT | flags, 0664)
+                            : KIRA_open(DBG_CFG_FILE, O_RDONLY | flags, 0);
+    struct stat st;
+    if (fd == -1 || (fstat(fd, &st) == 0 && S_ISREG(st.st_mode) && st.st_nlink == 1)) return fd;
+    KIRA_close(fd);
+    return -1;
+}
+
+// Only a root-group process grows the file, while mapping; everyone else
+// maps it only when it holds a whole block.
 bool TooShortToMap(int fd, gid_t gid) {
     struct stat st;
-    return gid != 0 && fstat(fd, &st) == 0 && st.st_size == 0;
+    return gid != 0 && fstat(fd, &st) == 0 && st.st_size < static_cast<off_t>(kCfgMapLength);
 }
 
 void MapSharedCfg(gid_t gid) {
@@ -60,12 +102,38 @@ void MapSharedCfg(gid_t gid) {
         KIRA_close(fd);
         return;
     }
-    auto* cfg = static_cast<DBG_CFG_S*>(addr);
-    if (cfg->uiMagic != DBG_CFG_MAGIC && gid == 0) DBG_SetDefaultCfg(cfg);
-    __atomic_store_n(&g_pstUsrDbgConfig, cfg, __ATOMIC_RELEASE);
+    DBG_CFG_S blk;
+    const bool whole = ReadBlock(fd, &blk);
+    if (gid == 0 && (!whole || blk.uiMagic != DBG_CFG_MAGIC)) {
+        DBG_SetDefaultCfg(&blk);
+        (void)pwrite(fd, &blk, kInitialisedPart, 0);
+    }
+    g_cfgFd = fd;
+    CacheLevel(whole || gid == 0 ? blk.ucDefLevel : kFallbackLevel, time(nullptr));
+    __atomic_store_n(&g_pstUsrDbgConfig, static_cast<DBG_CFG_S*>(addr), __ATOMIC_RELEASE);
 
     iFd_log_level = KIRA_open(DBG_LEVEL_CTL_FILE, O_RDWR, 0);
     if (iFd_log_level == -1) syslog(LOG_INFO, "open /proc/nox/log_level fail\n");
+}
+
+// A block found cut short is rebuilt whole around the new level, as the
+// set-up would have made it.
+bool StoreLevel(uint8_t level) {
+    DBG_CFG_S blk;
+    ssize_t written;
+    if (ReadBlock(g_cfgFd, &blk)) {
+        written = pwrite(g_cfgFd, &level, 1, kLevelOffset) == 1 ? 0 : -1;
+    } else {
+        DBG_SetDefaultCfg(&blk);
+        blk.ucDefLevel = level;
+        written = pwrite(g_cfgFd, &blk, sizeof(blk), 0) == static_cast<ssize_t>(sizeof(blk)) ? 0 : -1;
+    }
+    if (written != 0) {
+        syslog(LOG_INFO, "%s: KIRA_write fail, %d.\n", "DBG_SetDefLogLevel", errno);
+        return false;
+    }
+    CacheLevel(level, time(nullptr));
+    return true;
 }
 
 }  // namespace
@@ -78,8 +146,9 @@ void KIRA_DebugInitialize(void) {
 }
 
 uint8_t DbgDefaultLevel(void) {
-    DBG_CFG_S* cfg = LoadConfig();
-    return cfg == nullptr ? kFallbackLevel : RelaxedLoad(&cfg->ucDefLevel);
+    if (g_cfgFd < 0) return kFallbackLevel;
+    const time_t now = time(nullptr);
+    return now == RelaxedLoad(&g_cachedAt) ? RelaxedLoad(&g_cachedLevel) : RefreshLevel(now);
 }
 
 int DbgControlFd(void) { return iFd_log_level; }
@@ -95,13 +164,11 @@ KIRA_EXPORT int32_t DBG_SetDefLogLevel(uint8_t level) {
         syslog(LOG_INFO, "DBG_SetLogLevel error,v_iLogLevel (%d) gid (%d).\n", level, static_cast<int>(gid));
         return 0;
     }
-    DBG_CFG_S* cfg = LoadConfig();
-    if (cfg == nullptr) {
+    if (g_cfgFd < 0) {
         syslog(LOG_INFO, "Log Cfg file not opened.\n");
         return 0;
     }
-    RelaxedStore(&cfg->ucDefLevel, level);
-    return 1;
+    return StoreLevel(level) ? 1 : 0;
 }
 
 KIRA_EXPORT DBG_CFG_S* DBG_GetLogConfig(void) { return LoadConfig(); }

@@ -89,6 +89,8 @@ extern pthread_mutex_t pid_tree_mutex;
 
 // Default level of the shared block, 4 when the block is not mapped.
 uint8_t DbgDefaultLevel(void);
+// DBG_GetPidLevel once the set-up has run.
+uint32_t DbgPidLevel(uint32_t pid);
 // Descriptor of the control file, -1 when absent.
 int DbgControlFd(void);
 

@@ -46,13 +46,22 @@ uint64_t LineId(uint32_t pid, uint32_t logCode) {
     return kLineIdBase | (static_cast<uint64_t>(pid & 0xFFFFu) << 16) | (logCode & 0xFFFFu);
 }
 
+// DBG_CheckArgs once the set-up has run: a line pays for one once-check.
+int32_t LevelWanted(DBG_PID_CONF_S* conf, uint32_t pid, int32_t level) {
+    if (level > DBG_LOG_DEBUG || level < 0) return 0;
+    const uint8_t moduleLevel = static_cast<uint8_t>(DbgPidLevel(pid));
+    if (conf != nullptr) DbgStorePidLevel(conf, moduleLevel);
+    const uint8_t effective = moduleLevel != 0 ? moduleLevel : DbgDefaultLevel();
+    return effective >= level ? 1 : 0;
+}
+
 void LogLine(uint32_t pid, int32_t level, const char* func, int32_t line, uint32_t logCode, int32_t identityMode,
              const char* format, va_list args) __attribute__((format(printf, 7, 0)));
 void LogLine(uint32_t pid, int32_t level, const char* func, int32_t line, uint32_t logCode, int32_t identityMode,
              const char* format, va_list args) {
     KIRA_DebugModuleInit();
     DBG_PID_CONF_S* conf = search_pid_conf(pid);
-    if (DBG_CheckArgs(conf, pid, level) == 0) return;
+    if (LevelWanted(conf, pid, level) == 0) return;
     if (is_print_full(conf) != 0) return;
     char funcBuf[kFuncNameWidth];
     const char* shortFunc = DBG_GetTruncFuncName(func, funcBuf, kFuncNameWidth);
@@ -117,11 +126,8 @@ KIRA_EXPORT void KIRA_log(uint32_t pid, int32_t level, const char* func, int32_t
 }
 
 KIRA_EXPORT int32_t DBG_CheckArgs(DBG_PID_CONF_S* conf, uint32_t pid, int32_t level) {
-    if (level > DBG_LOG_DEBUG || level < 0) return 0;
-    const uint8_t moduleLevel = static_cast<uint8_t>(DBG_GetPidLevel(pid));
-    if (conf != nullptr) DbgStorePidLevel(conf, moduleLevel);
-    const uint8_t effective = moduleLevel != 0 ? moduleLevel : DbgDefaultLevel();
-    return effective >= level ? 1 : 0;
+    KIRA_DebugModuleInit();
+    return LevelWanted(conf, pid, level);
 }
 
 KIRA_EXPORT const char* DBG_GetTruncFuncName(const char* name, char* buffer, uint32_t width) {

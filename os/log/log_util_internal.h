@@ -31,7 +31,8 @@ void DbgCommasToBlanks(char* line);
 
 // Reads path line by line (256-byte pieces) and hands each to parse(line,
 // arg); a negative answer logs "<reader>: <path> <parser> fail, (<line>)".
-// A file that cannot be opened is skipped silently.
+// A file that cannot be opened, or is not a regular file, is skipped
+// silently; past 100000 lines the rest is ignored, with one line saying so.
 void DbgReadConfFile(const char* path, const char* reader, const char* parser,
                      int32_t (*parse)(char* line, uint32_t arg), uint32_t arg);
 // Reads DBG_CONF_DIR/name with reader when name begins with prefix.

@@ -44,10 +44,7 @@ bool NextSavedPidLine(void** cursor, char* buf, size_t size) {
 
 }  // namespace
 
-extern "C" {
-
-KIRA_EXPORT uint32_t DBG_GetPidLevel(uint32_t pid) {
-    KIRA_DebugModuleInit();
+uint32_t DbgPidLevel(uint32_t pid) {
     const int fd = DbgControlFd();
     if (fd < 0) return DbgDefaultLevel();
     DBG_LEVEL_REQ_S req = LevelRequest(pid, 0);
@@ -56,6 +53,13 @@ KIRA_EXPORT uint32_t DBG_GetPidLevel(uint32_t pid) {
         return DbgDefaultLevel();
     }
     return req.level;
+}
+
+extern "C" {
+
+KIRA_EXPORT uint32_t DBG_GetPidLevel(uint32_t pid) {
+    KIRA_DebugModuleInit();
+    return DbgPidLevel(pid);
 }
 
 KIRA_EXPORT int32_t DBG_SetPidLevel(uint32_t pid, uint8_t level) {

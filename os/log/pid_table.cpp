@@ -31,21 +31,32 @@ bool IsValidPidName(const char* name) {
     return name != nullptr && name[0] != '\0' && strnlen(name, DBG_PID_NAME_SIZE) < DBG_PID_NAME_SIZE;
 }
 
-}  // namespace
-
-int32_t add_pid_conf(const DBG_PID_CONF_S* rec) {
+// The inserted copy, or null with *rc -12 (out of memory) or -22 (the
+// module is there already).
+DBG_PID_CONF_S* InsertCopy(const DBG_PID_CONF_S* rec, int32_t* rc) {
     auto* copy = static_cast<DBG_PID_CONF_S*>(calloc(1, sizeof(DBG_PID_CONF_S)));
     if (copy == nullptr) {
         syslog(LOG_INFO, "%s: __nox_zmalloc fail\n", "add_pid_conf");
-        return -12;
+        *rc = -12;
+        return nullptr;
     }
     *copy = *rec;
     copy->level = 0;
     if (!PidTree().Insert(copy)) {
         free(copy);
-        return -22;
+        *rc = -22;
+        return nullptr;
     }
-    return 0;
+    *rc = 0;
+    return copy;
+}
+
+}  // namespace
+
+int32_t add_pid_conf(const DBG_PID_CONF_S* rec) {
+    int32_t rc = 0;
+    (void)InsertCopy(rec, &rc);
+    return rc;
 }
 
 DBG_PID_CONF_S* search_pid_conf(uint32_t pid) { return PidTree().Find(pid); }
@@ -53,11 +64,11 @@ DBG_PID_CONF_S* search_pid_conf(uint32_t pid) { return PidTree().Find(pid); }
 DBG_PID_CONF_S* DbgNextPid(DBG_PID_CONF_S* prev) { return PidTree().Next(prev); }
 
 int32_t replace_or_add_pid(const DBG_PID_CONF_S* rec, uint32_t gid) {
+    int32_t rc = 0;
     DBG_PID_CONF_S* conf = search_pid_conf(rec->pid);
-    if (conf == nullptr) {
-        (void)add_pid_conf(rec);
-        conf = search_pid_conf(rec->pid);
-    }
+    if (conf == nullptr) conf = InsertCopy(rec, &rc);
+    // Another thread may have added the module in between.
+    if (conf == nullptr) conf = search_pid_conf(rec->pid);
     if (conf == nullptr) {
         syslog(LOG_INFO, "%s: pid tree error\n", "replace_or_add_pid");
         return -1;

@@ -58,6 +58,11 @@ typedef struct {
     unsigned long long uesrtime;  // the spelling is the established field name
 } sys_usr_cpu_context_t;
 
+// The agent's side of the contract, which items rely on and do not check:
+// argv holds at least argc records, and every name and value is
+// NUL-terminated within its field. A value that fills its whole field, or an
+// argc larger than the array, is outside the contract (reads run past the
+// field or the array).
 typedef float (*FI_ITEM_FN)(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI_RESULT_S* result);
 
 #endif

@@ -48,14 +48,20 @@ void CompactNodes(ZADI_PROCESS_HEARTBEAT_CONTEXT* ctx) {
     }
 }
 
+// Only the first file of a pid in a scan moves the node on; a later one (a
+// name whose pid field atoi reads as the same number) is only compared, so
+// it can neither hide nor fake a change of the first.
 void CompareAndStore(ZADI_PROCESS_HEARTBEAT_CONTEXT* ctx, ZADI_PROCESS_HEARTBEAT_NODE* node,
-                     const ZADI_PROCESS_HEARTBEAT_NODE& fresh) {
+                     const ZADI_PROCESS_HEARTBEAT_NODE& fresh, bool store) {
     size_t used = fresh.uiBufferUsed < sizeof(fresh.szBuffer) ? fresh.uiBufferUsed : sizeof(fresh.szBuffer);
     if (fresh.uiBufferUsed == node->uiBufferUsed && memcmp(fresh.szBuffer, node->szBuffer, used) == 0) {
         // The id reported is the one written with the token that stopped
         // changing, not whatever line 2 says now.
         ctx->bHeartbeatRefreshed = false;
         ctx->hangFlowId = node->hangFlowId;
+        return;
+    }
+    if (!store) {
         return;
     }
     node->uiBufferUsed = fresh.uiBufferUsed;
@@ -100,11 +106,12 @@ int CheckProcessHeartBeatFileRefresh(const char* filePath, const char* filename,
         }
         return 0;
     }
+    const bool firstInScan = !node->bFileExist;
     node->bFileExist = true;
     ZADI_PROCESS_HEARTBEAT_NODE fresh;
     ZeroNode(&fresh);
     if (ReadHeartbeatFile(filePath, &fresh) == 0) {
-        CompareAndStore(ctx, node, fresh);
+        CompareAndStore(ctx, node, fresh, firstInScan);
     }
     return 0;
 }

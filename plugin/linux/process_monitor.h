@@ -6,6 +6,13 @@
 // id). ProcessHeartBeat answers whether every file of one process changed
 // since its previous call; ClearHeartBeatFile removes files of dead processes.
 // Everything remembered between calls lives in the item's contextbuff.
+//
+// The pid field is read with atoi, so "w___7___2310" and "w___7___2310junk"
+// are files of the same process: the first of them in directory order is the
+// one remembered, a later one is compared with it, and a stale one therefore
+// reads as a hang. A name whose path passes 255 characters is never checked
+// by ProcessHeartBeat; ClearHeartBeatFile still removes it when its process
+// is gone.
 
 #include <stddef.h>
 #include <stdint.h>

@@ -58,12 +58,15 @@ DIR* OpenDirNoFollow(const char* dirPath) {
     return dir;
 }
 
-int WalkDir(kira::DirWalk& walk, const char* dirPath, ZADI_DIR_ITER_FN iterfunc, void* pContext) {
+int WalkDir(kira::DirWalk& walk, const char* dirPath, ZADI_DIR_ITER_FN iterfunc, void* pContext, bool longNames) {
     char path[kHeartbeatPathSize];
     while (const char* name = walk.Next()) {
         // A path that does not fit would name some other file.
         if (snprintf_s(path, sizeof(path), sizeof(path) - 1, "%s/%s", dirPath, name) < 0) {
-            continue;
+            if (!longNames) {
+                continue;
+            }
+            path[0] = '\0';
         }
         if (iterfunc(path, name, pContext) != 0) {
             break;
@@ -99,7 +102,7 @@ float ClearHeartBeatFile(int /*argc*/, FI_PARAM_S* /*argv*/, FI_CONTEXT_S* /*con
     kira::DirWalk walk(zadi::OpenDirNoFollow(ZADI_HEARTBEAT_DIR), kira::DirWalk::kRegularFiles);
     if (walk) {
         zadi::HeartbeatDirRef ref{dirfd(walk.dir())};
-        (void)zadi::WalkDir(walk, ZADI_HEARTBEAT_DIR, CheckHeartBeatFileValid, &ref);
+        (void)zadi::WalkDir(walk, ZADI_HEARTBEAT_DIR, CheckHeartBeatFileValid, &ref, true);
     }
     // The agent always passes a result here; a null one is still not written.
     if (result != nullptr) {

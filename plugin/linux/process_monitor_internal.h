@@ -25,8 +25,12 @@ constexpr size_t kHeartbeatPathSize = 256;
 // applies to the last component). Null with errno set on failure.
 DIR* OpenDirNoFollow(const char* dirPath);
 
-// The walk of ForeachDir over the regular files of an opened directory.
-int WalkDir(kira::DirWalk& walk, const char* dirPath, ZADI_DIR_ITER_FN iterfunc, void* pContext);
+// The walk of ForeachDir over the regular files of an opened directory. An
+// entry whose path would pass 255 characters is skipped, unless longNames: it
+// is then handed over with an empty path, for a callback that works relative
+// to the directory.
+int WalkDir(kira::DirWalk& walk, const char* dirPath, ZADI_DIR_ITER_FN iterfunc, void* pContext,
+            bool longNames = false);
 
 // What ProcessHeartBeat hands its per-file callback. Other callers of the
 // exported callback pass the same three pointers as an array, so the layout

@@ -24,6 +24,7 @@
 #include <map>
 #include <mutex>
 
+#include "tests/support/fault_inject.h"
 #include "tests/support/sandbox.h"
 
 namespace kt {
@@ -101,6 +102,7 @@ int OpenFake(const char* path, int flags) {
 }
 
 int OpenAt(int dirfd, const char* path, int flags, mode_t mode) {
+    if (KtFaultOpen()) return -1;
     if (IsNoxPath(path)) return OpenFake(path, flags);
     int fd = static_cast<int>(syscall(SYS_openat, dirfd, path, flags, mode));
     ForgetReusedFd(fd);

@@ -411,3 +411,31 @@ SANDBOX_TEST(Heartbeat, FileRewrittenDuringTheCheck) {
     stop = true;
     writer.join();
 }
+
+// The pid field is read with atoi: "PID" and "PIDjunk" name the same process.
+// An older leftover of that kind must not hide a hang of the real file.
+SANDBOX_TEST(Heartbeat, JunkAfterThePidDoesNotHideAHang) {
+    std::string name = Unique("hbjunk");
+    kt::Child child(name, {name});
+    kt::MakeDirs(kDir);
+    kt::WriteFile(HbFile(name, "7", child.pid(), "junk"), "old\n9\n");
+    kt::WriteFile(HbFile(name, "7", child.pid()), "1\n5\n");
+    Item item(name, "7");
+    EXPECT_EQ(item.Call(), 1.0f);
+    EXPECT_EQ(item.TrackedPids(), (std::vector<uint32_t>{static_cast<uint32_t>(child.pid())}));
+    kt::WriteFile(HbFile(name, "7", child.pid()), "2\n5\n");
+    item.Call();
+    EXPECT_EQ(item.Call(), 0.0f) << "the real file stopped changing";
+    EXPECT_EQ(item.hangflowid(), 5u);
+}
+
+// A name as long as the system allows makes a path past 255 characters; the
+// file of a process that is gone is still removed.
+SANDBOX_TEST(Heartbeat, ClearRemovesNamesPastThePathLimit) {
+    kt::MakeDirs(kDir);
+    const std::string gone = kDir + "/" + "gone___7___999999" + std::string(255 - 17, 'x');
+    kt::WriteFile(gone, "1\n");
+    FI_RESULT_S r = itest::FreshResult();
+    EXPECT_EQ(ClearHeartBeatFile(0, nullptr, nullptr, &r), 1.0f);
+    EXPECT_FALSE(Exists(gone));
+}

@@ -12,68 +12,22 @@
 
 #include "plugin/linux/proc_read_internal.h"
 #include "tests/plugin/linux/items_test_util.h"
+#include "tests/support/fault_inject.h"
 #include "tests/support/sandbox.h"
 
 using itest::Args;
 using itest::Bits;
 using itest::kMarkerBits;
 
-// Allocation fault injection: the next malloc of one thread fails. The
-// sanitizer runtimes own malloc, so the hook exists only in plain builds.
-#if defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-#define ITEMS_SANITIZED 1
-#endif
-#endif
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || defined(ITEMS_SANITIZED)
-#define ITEMS_MALLOC_HOOK 0
+// Heap blocks taken by this thread during body (allocations are counted,
+// none fails).
 long itest::AllocationsDuring(const std::function<void()>& body) {
+    kt::FaultArm({kt::Fault::kAlloc, 0, kt::FaultMode::kFail, false});
     body();
-    return -1;
+    const long seen = kt::FaultSeen();
+    kt::FaultDisarm();
+    return seen;
 }
-#else
-#define ITEMS_MALLOC_HOOK 1
-namespace {
-std::atomic<long> failMallocTid{0};
-std::atomic<long> countMallocTid{0};
-std::atomic<long> mallocCount{0};
-}  // namespace
-extern "C" void* __libc_malloc(size_t size);
-extern "C" void* __libc_calloc(size_t n, size_t size);
-extern "C" void* __libc_realloc(void* p, size_t size);
-namespace {
-void CountAllocation() {
-    const long tid = countMallocTid.load(std::memory_order_relaxed);
-    if (tid != 0 && tid == syscall(SYS_gettid)) {
-        ++mallocCount;
-    }
-}
-}  // namespace
-extern "C" void* malloc(size_t size) {
-    long tid = failMallocTid.load(std::memory_order_relaxed);
-    if (tid != 0 && tid == syscall(SYS_gettid) && failMallocTid.compare_exchange_strong(tid, 0)) {
-        errno = ENOMEM;
-        return nullptr;
-    }
-    CountAllocation();
-    return __libc_malloc(size);
-}
-extern "C" void* calloc(size_t n, size_t size) {
-    CountAllocation();
-    return __libc_calloc(n, size);
-}
-extern "C" void* realloc(void* p, size_t size) {
-    CountAllocation();
-    return __libc_realloc(p, size);
-}
-long itest::AllocationsDuring(const std::function<void()>& body) {
-    mallocCount = 0;
-    countMallocTid = syscall(SYS_gettid);
-    body();
-    countMallocTid = 0;
-    return mallocCount.load();
-}
-#endif
 
 namespace {
 
@@ -216,9 +170,6 @@ SANDBOX_TEST(SysFailures, MissingProcFilesAreZeroSuccessesWithALogLine) {
 
 // The tick readers take no heap block at all (items_cost_test.cpp counts).
 SANDBOX_TEST(SysFailures, AllocationFailuresAreLoggedUnderTheMeasurement) {
-#if !ITEMS_MALLOC_HOOK
-    GTEST_SKIP() << "no allocation hook under sanitizers";
-#else
     using P = ZADI_Linux_Plugin;
     P p;
     int pid = -7;
@@ -234,9 +185,9 @@ SANDBOX_TEST(SysFailures, AllocationFailuresAreLoggedUnderTheMeasurement) {
     for (const auto& c : cases) {
         SCOPED_TRACE(c.func);
         kt::SyslogClear();
-        failMallocTid.store(syscall(SYS_gettid));
+        kt::FaultArm({kt::Fault::kAlloc, 1});
         EXPECT_TRUE(c.call());
-        failMallocTid.store(0);
+        EXPECT_TRUE(kt::FaultDisarm());
         const std::string text = std::string("[") + c.text + ", errno(12, Cannot allocate memory).]";
         const std::string where = std::string("[") + c.func + ",";
         int hits = 0;
@@ -246,5 +197,4 @@ SANDBOX_TEST(SysFailures, AllocationFailuresAreLoggedUnderTheMeasurement) {
         EXPECT_EQ(hits, 1);
     }
     EXPECT_EQ(pid, -7);
-#endif
 }

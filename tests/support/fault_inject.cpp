@@ -1,0 +1,205 @@
+// Failure injection for the library code linked into a test executable: the
+// replacements of the calls named in fault_inject.h (the allocator's are in
+// fault_alloc.cpp), the per-thread plan
+// they consult, and the walk over a call's failure paths.
+//
+// Each goes on to the next definition found after this executable, which
+// under a sanitizer is the sanitizer's own, so its bookkeeping (shadow
+// memory, descriptor synchronisation) stays whole.
+
+#undef _FORTIFY_SOURCE
+
+#include "tests/support/fault_inject.h"
+
+#include <dirent.h>
+#include <dlfcn.h>
+#include <errno.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <sys/mman.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+namespace kt {
+namespace {
+
+struct ThreadPlan {
+    bool armed = false;
+    bool fired = false;
+    FaultPlan plan{Fault::kOpen, 0};
+    int seen = 0;
+};
+
+thread_local ThreadPlan t_plan;
+
+// What the armed thread's next call of `kind` must do: 0 go on, 1 fail,
+// 2 read short.
+int Decide(Fault kind) {
+    ThreadPlan& t = t_plan;
+    if (!t.armed || t.plan.kind != kind || ++t.seen != t.plan.nth) return 0;
+    t.fired = true;
+    return t.plan.mode == FaultMode::kShort ? 2 : 1;
+}
+
+bool SkipSleeps() { return t_plan.armed && t_plan.plan.skip_sleeps; }
+
+template <typename Fn>
+Fn Next(const char* name) {
+    return reinterpret_cast<Fn>(dlsym(RTLD_NEXT, name));
+}
+
+}  // namespace
+
+const char* FaultName(Fault kind) {
+    static const char* const kNames[] = {"open", "read", "mmap", "dir", "alloc"};
+    return kNames[static_cast<int>(kind)];
+}
+
+void FaultArm(const FaultPlan& plan) {
+    ThreadPlan& t = t_plan;
+    t.plan = plan;
+    t.seen = 0;
+    t.fired = false;
+    t.armed = true;
+}
+
+bool FaultDisarm() {
+    t_plan.armed = false;
+    return t_plan.fired;
+}
+
+int FaultSeen() { return t_plan.seen; }
+
+int OpenFdCount() {
+    DIR* dir = opendir("/proc/self/fd");
+    if (dir == nullptr) return -1;
+    int n = 0;
+    while (readdir(dir) != nullptr) ++n;
+    closedir(dir);
+    return n - 3;  // ".", ".." and the walk's own descriptor
+}
+
+int FaultWalk(Fault kind, FaultMode mode, const std::function<void()>& call, const std::function<void(int n)>& check,
+              int max_steps) {
+    for (int n = 1; n <= max_steps; ++n) {
+        SCOPED_TRACE(std::string(FaultName(kind)) + " call " + std::to_string(n) + " fails");
+        const int fds = OpenFdCount();
+        FaultArm({kind, n, mode});
+        call();
+        if (!FaultDisarm()) return n - 1;
+        EXPECT_EQ(OpenFdCount(), fds) << "descriptor leaked";
+        check(n);
+        if (::testing::Test::HasFatalFailure()) return n;
+    }
+    ADD_FAILURE() << FaultName(kind) << ": still failing after " << max_steps << " steps";
+    return max_steps;
+}
+
+}  // namespace kt
+
+bool KtFaultOpen() {
+    if (kt::Decide(kt::Fault::kOpen) == 0) return false;
+    errno = ENOENT;
+    return true;
+}
+
+bool KtFaultAlloc() {
+    if (kt::Decide(kt::Fault::kAlloc) == 0) return false;
+    errno = ENOMEM;
+    return true;
+}
+
+#define KT_INTERPOSED __attribute__((visibility("hidden")))
+
+extern "C" {
+
+KT_INTERPOSED ssize_t read(int fd, void* buf, size_t count) {
+    switch (kt::Decide(kt::Fault::kRead)) {
+        case 1:
+            errno = kt::t_plan.plan.mode == kt::FaultMode::kInterrupt ? EINTR : EIO;
+            return -1;
+        case 2:
+            if (count > 1) count = 1;
+            break;
+        default:
+            break;
+    }
+    static auto real = kt::Next<ssize_t (*)(int, void*, size_t)>("read");
+    return real(fd, buf, count);
+}
+
+KT_INTERPOSED void* mmap(void* addr, size_t length, int prot, int flags, int fd, off_t offset) {
+    if (kt::Decide(kt::Fault::kMmap) != 0) {
+        errno = ENOMEM;
+        return MAP_FAILED;
+    }
+    static auto real = kt::Next<void* (*)(void*, size_t, int, int, int, off_t)>("mmap");
+    return real(addr, length, prot, flags, fd, offset);
+}
+
+KT_INTERPOSED FILE* fopen(const char* path, const char* mode) {
+    if (KtFaultOpen()) return nullptr;
+    static auto real = kt::Next<FILE* (*)(const char*, const char*)>("fopen");
+    return real(path, mode);
+}
+
+KT_INTERPOSED FILE* popen(const char* command, const char* mode) {
+    if (KtFaultOpen()) return nullptr;
+    static auto real = kt::Next<FILE* (*)(const char*, const char*)>("popen");
+    return real(command, mode);
+}
+
+KT_INTERPOSED DIR* opendir(const char* path) {
+    if (kt::Decide(kt::Fault::kDir) != 0) {
+        errno = EMFILE;
+        return nullptr;
+    }
+    static auto real = kt::Next<DIR* (*)(const char*)>("opendir");
+    return real(path);
+}
+
+KT_INTERPOSED DIR* fdopendir(int fd) {
+    if (kt::Decide(kt::Fault::kDir) != 0) {
+        errno = EMFILE;
+        return nullptr;
+    }
+    static auto real = kt::Next<DIR* (*)(int)>("fdopendir");
+    return real(fd);
+}
+
+KT_INTERPOSED struct dirent* readdir(DIR* dir) {
+    if (kt::Decide(kt::Fault::kDir) != 0) {
+        errno = EBADF;
+        return nullptr;
+    }
+    static auto real = kt::Next<struct dirent* (*)(DIR*)>("readdir");
+    return real(dir);
+}
+
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
+KT_INTERPOSED int readdir_r(DIR* dir, struct dirent* entry, struct dirent** result) {
+    if (kt::Decide(kt::Fault::kDir) != 0) {
+        *result = nullptr;
+        return EBADF;
+    }
+    static auto real = kt::Next<int (*)(DIR*, struct dirent*, struct dirent**)>("readdir_r");
+    return real(dir, entry, result);
+}
+#pragma GCC diagnostic pop
+
+KT_INTERPOSED unsigned int sleep(unsigned int seconds) {
+    if (kt::SkipSleeps()) return 0;
+    struct timespec ts = {static_cast<time_t>(seconds), 0};
+    return nanosleep(&ts, &ts) == 0 ? 0 : static_cast<unsigned int>(ts.tv_sec);
+}
+
+KT_INTERPOSED int usleep(useconds_t us) {
+    if (kt::SkipSleeps()) return 0;
+    struct timespec ts = {static_cast<time_t>(us / 1000000), static_cast<long>(us % 1000000) * 1000};
+    return nanosleep(&ts, nullptr);
+}
+
+}  // extern "C"
