@@ -29,13 +29,6 @@ void RunBounded(const std::function<void()>& body) {
     kt::RunSandboxed(body, opts);
 }
 
-std::string Banner(int gid) {
-    const std::string stars = std::string(32, ' ') + std::string(62, '*') + "\n";
-    return stars + std::string(32, ' ') +
-           "Can not open print level config file, log will not write/read to log file,gid=" + std::to_string(gid) +
-           "\n" + stars;
-}
-
 // The block planted as something other than a file of its own: set-up must
 // neither hang on it nor write through it, and logging goes on at level 4.
 void CheckRefusedBlock(int gid) {
@@ -46,7 +39,7 @@ void CheckRefusedBlock(int gid) {
     DBG_Log(424, DBG_LOG_DEBUG, "f", 1, 0, "debug");
     EXPECT_EQ(DBG_GetLogConfig(), nullptr);
     EXPECT_EQ(Seen({"[info]", "[debug]"}), "1,0");
-    EXPECT_EQ(kt::SyslogCount(Banner(gid), 6), 1);
+    EXPECT_EQ(kt::SyslogCount(logtest::Banner(gid), 6), 1);
     EXPECT_EQ(kt::ReadFile("/tmp/victim") + kt::ReadFile("/dev/shm/victim"), "preciousprecious");
 }
 

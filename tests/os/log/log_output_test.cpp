@@ -149,11 +149,7 @@ SANDBOX_TEST(LogOutput, MissingBlockFallsBackToInfoAndSkipsControlFile) {
     ASSERT_EQ(setgid(1234), 0);
     DBG_Log(424, DBG_LOG_DEBUG, "f", 1, 0, "dbg");
     DBG_Log(424, DBG_LOG_INFO, "f", 1, 0, "info");
-    const std::string stars = std::string(32, ' ') + std::string(62, '*') + "\n";
-    const std::string banner = stars + std::string(32, ' ') +
-                               "Can not open print level config file, log will not write/read to log file,gid=1234\n" +
-                               stars;
-    EXPECT_EQ(kt::SyslogCount(banner, 6), 1);
+    EXPECT_EQ(kt::SyslogCount(logtest::Banner(1234), 6), 1);
     EXPECT_EQ(kt::NoxOpenCount("/proc/nox/log_level"), 0);
     EXPECT_EQ(Seen({"[dbg]", "[info]"}), "0,1");
 }
