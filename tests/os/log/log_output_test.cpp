@@ -142,20 +142,3 @@ SANDBOX_TEST(LogOutput, OtherGroupUsesBlockAsFound) {
     EXPECT_EQ(DBG_SetDefLogLevel(3), 0);
     EXPECT_EQ(kt::SyslogCount("DBG_SetLogLevel error,v_iLogLevel (3) gid (1234).\n", 6), 1);
 }
-
-SANDBOX_TEST(LogOutput, MissingBlockFallsBackToInfoAndSkipsControlFile) {
-    kt::FakeLogLevel kernel;
-    kernel.SetLevel(424, 5);
-    ASSERT_EQ(setgid(1234), 0);
-    DBG_Log(424, DBG_LOG_DEBUG, "f", 1, 0, "dbg");
-    DBG_Log(424, DBG_LOG_INFO, "f", 1, 0, "info");
-    EXPECT_EQ(kt::SyslogCount(logtest::Banner(1234), 6), 1);
-    EXPECT_EQ(kt::NoxOpenCount("/proc/nox/log_level"), 0);
-    EXPECT_EQ(Seen({"[dbg]", "[info]"}), "0,1");
-}
-
-SANDBOX_TEST(LogOutput, UnmappableBlockRefusesDefaultLevel) {
-    kt::MakeDirs("/dev/shm/dbglog.cfg");
-    EXPECT_EQ(DBG_SetDefLogLevel(3), 0);
-    EXPECT_EQ(Seen({"Log Cfg file not opened.\n", "Can not open print level config file"}, 6), "1,1");
-}
