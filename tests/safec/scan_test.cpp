@@ -108,6 +108,9 @@ TEST(Scan, FieldsSizesAndResults) {
         {[] { int a = 0; return R(sscanf_s(nullptr, "%d", &a)); }, "-1"},
         {[] { return R(sscanf_s("1", nullptr)); }, "-1"},
         {[] { int a = 0; return R(sscanf_s("1", "%y", &a)); }, "0"},  // an unknown conversion ends the scan
+        // The module file's form: the width stops the name, the rest then fails the literal.
+        {[] { unsigned p = 0, g = 0; char n[32] = ""; return R(sscanf_s("pid=9 pid_name=0123456789012345678901234567890123456789 gid=5\n",
+                                                                         "pid=%u pid_name=%31s gid=%u\n", &p, n, 32u, &g), p, n, g); }, "2|9|0123456789012345678901234567890|0"},
         // Wide text: %ls stores wide, %s narrow.
         {[] { wchar_t w[8] = L""; char b[8] = ""; int n = 0; return R(swscanf_s(L"ab cd 42", L"%ls %s %d", w, 8u, b, 8u, &n), w, b, n); }, "3|ab|cd|42"},
         {[] { wchar_t w[8] = L"q"; return R(swscanf_s(L"abcdefgh", L"%ls", w, 8u), w); }, "0|"},
@@ -169,36 +172,8 @@ TEST(Scan, StreamsKeepTheirPlaceAfterTheLastConsumedCharacter) {
     fclose(f);
 }
 
-// The formats used for /proc, the configuration files and the time zone dump.
-TEST(Scan, SystemFormats) {
-    unsigned long long t[7] = {};
-    EXPECT_EQ(7, sscanf_s("cpu  10 20 30 40 50 60 70 80 90 0\n", "%*s %llu %llu %llu %llu %llu %llu %llu", &t[0], &t[1],
-                          &t[2], &t[3], &t[4], &t[5], &t[6]));
-    EXPECT_EQ(R(0, t[0], t[6]), "0|10|70");
-    int fdLimit = 0;
-    EXPECT_EQ(1, sscanf_s("Max open files            1024                 4096                 files\n",
-                          "%*s %*s %*s %d", &fdLimit));
-    EXPECT_EQ(1024, fdLimit);
-
-    unsigned gid = 0, num = 0, interval = 0, burst = 0, resume = 86400;
-    const char* five = "gid=%u,num=%u,interval=%u,burst=%u,resume=%u\n";
-    EXPECT_EQ(5, sscanf_s("gid=3,num=10,interval=2,burst=4,resume=60\n", five, &gid, &num, &interval, &burst, &resume));
-    EXPECT_EQ(60u, resume);
-    resume = 86400;
-    EXPECT_EQ(3, sscanf_s("gid=7,num=1,interval=9\n", five, &gid, &num, &interval, &burst, &resume));
-    EXPECT_EQ(R(0, interval, resume), "0|9|86400");
-
-    unsigned pid = 0;
-    char name[32];
-    const char* module = "pid=%u pid_name=%31s gid=%u\n";
-    EXPECT_EQ(3, sscanf_s("pid=424 pid_name=ZADIMONITOR gid=5\n", module, &pid, name, 32u, &gid));
-    EXPECT_STREQ("ZADIMONITOR", name);
-    EXPECT_EQ(1, sscanf_s("pid=9 gid=5\n", module, &pid, name, 32u, &gid));
-    EXPECT_EQ(
-        2, sscanf_s("pid=9 pid_name=0123456789012345678901234567890123456789 gid=5\n", module, &pid, name, 32u, &gid))
-        << "the width stops the name, the rest then fails the literal";
-    EXPECT_EQ(31u, strlen(name));
-
+// A line of the time zone dump: nineteen fields in one call.
+TEST(Scan, ZdumpLineNineteenFields) {
     char zone[64], uwd[4], umon[4], word[64], lwd[4], lmon[4], abbr[32];
     int uday, uh, um, us, uyear, lday, lh, lm, ls, lyear, isdst, gmtoff;
     const char* line = "Europe/Berlin  Sun Mar 31 00:59:59 2024 UT = Sun Mar 31 01:59:59 2024 CET isdst=0 gmtoff=3600";
