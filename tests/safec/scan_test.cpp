@@ -74,22 +74,27 @@ TEST(Scan, FieldsSizesAndResults) {
         {[] { char b[4] = "q"; return R(sscanf_s("abcd", "%3[a-d]", b, 4u), b); }, "1|abc"},
         {[] { char b[16] = ""; return R(sscanf_s("abc", "%[abc", b, 16u)); }, "0"},  // unterminated set
         // Integers: bases, signs, prefixes, widths and what each length stores.
-        {[] { int d = 0, i = 0; unsigned u = 0, x = 0; return R(sscanf_s("-12 +7 0x1F 017", "%d %u %x %i", &d, &u, &x, &i), d, u, x, i); }, "4|-12|7|31|15"},
+        {[] { int d = 0, i = 0; unsigned u = 0, x = 0;
+              return R(sscanf_s("-12 +7 0x1F 017", "%d %u %x %i", &d, &u, &x, &i), d, u, x, i); }, "4|-12|7|31|15"},
         {[] { int d = 0, i = 0; return R(sscanf_s("0X10 -0x10", "%i %i", &d, &i), d, i); }, "2|16|-16"},
         {[] { unsigned x = 9; return R(sscanf_s("0xg", "%x", &x), x); }, "1|0"},  // 0x without digits is 0
         {[] { unsigned o = 0; return R(sscanf_s("778", "%o", &o), o); }, "1|63"},
         {[] { int d = 0; return R(sscanf_s("-x", "%d", &d)); }, "0"},
-        {[] { void* p = nullptr; int rc = sscanf_s("0x7f00", "%p", &p); return R(rc, p == reinterpret_cast<void*>(0x7f00)); }, "1|1"},
-        {[] { unsigned char hh[2] = {0xEE, 0xEE}; short h = 0; long l = 0; long long ll = 0; unsigned long long ull = 0; size_t z = 0;
-              return R(sscanf_s("300 -2 -5000000000 9223372036854775807 18446744073709551615 42", "%hhu %hd %ld %lld %llu %zu",
-                                &hh[0], &h, &l, &ll, &ull, &z), hh[0], hh[1], h, l, ll, ull, z); },
+        {[] { void* p = nullptr; int rc = sscanf_s("0x7f00", "%p", &p);
+              return R(rc, p == reinterpret_cast<void*>(0x7f00)); }, "1|1"},
+        {[] { unsigned char hh[2] = {0xEE, 0xEE}; short h = 0; long l = 0; long long ll = 0;
+              unsigned long long ull = 0; size_t z = 0;
+              return R(sscanf_s("300 -2 -5000000000 9223372036854775807 18446744073709551615 42",
+                                "%hhu %hd %ld %lld %llu %zu", &hh[0], &h, &l, &ll, &ull, &z), hh[0], hh[1], h, l, ll, ull, z); },
          "6|44|238|-2|-5000000000|9223372036854775807|18446744073709551615|42"},
         {[] { unsigned u = 0; return R(sscanf_s("-1", "%u", &u), u); }, "1|4294967295"},
-        {[] { long long a = 0, b = 0; int rc = sscanf_s("99999999999999999999999 -99999999999999999999999", "%lld %lld", &a, &b);
+        {[] { long long a = 0, b = 0;
+              int rc = sscanf_s("99999999999999999999999 -99999999999999999999999", "%lld %lld", &a, &b);
               return R(rc, a == LLONG_MAX, b == LLONG_MIN); }, "2|1|1"},
         {[] { int d = 0; unsigned u = 0; return R(sscanf_s("12345", "%2d%d", &d, &u), d, u); }, "2|12|345"},
         // Floats: decimal, hex, inf, nan, widths; a prefix of a number is not one.
-        {[] { float f = 0; double g = 0; long double l = 0; return R(sscanf_s("1.5 -2e3 0x1p4", "%f %lf %Lg", &f, &g, &l), f, g, l); }, "3|1.5|-2000|16"},
+        {[] { float f = 0; double g = 0; long double l = 0;
+              return R(sscanf_s("1.5 -2e3 0x1p4", "%f %lf %Lg", &f, &g, &l), f, g, l); }, "3|1.5|-2000|16"},
         {[] { double g = 0, h = 0; return R(sscanf_s("inf NaN", "%lf %lf", &g, &h), g, h); }, "2|inf|nan"},
         {[] { double g = 0, h = 0; return R(sscanf_s("-Infinity nan(x1)", "%le %le", &g, &h), g, h); }, "2|-inf|nan"},
         {[] { double g = 0; return R(sscanf_s("1e+", "%lf", &g)); }, "0"},
@@ -109,10 +114,13 @@ TEST(Scan, FieldsSizesAndResults) {
         {[] { return R(sscanf_s("1", nullptr)); }, "-1"},
         {[] { int a = 0; return R(sscanf_s("1", "%y", &a)); }, "0"},  // an unknown conversion ends the scan
         // The module file's form: the width stops the name, the rest then fails the literal.
-        {[] { unsigned p = 0, g = 0; char n[32] = ""; return R(sscanf_s("pid=9 pid_name=0123456789012345678901234567890123456789 gid=5\n",
-                                                                         "pid=%u pid_name=%31s gid=%u\n", &p, n, 32u, &g), p, n, g); }, "2|9|0123456789012345678901234567890|0"},
+        {[] { unsigned p = 0, g = 0; char n[32] = "";
+              return R(sscanf_s("pid=9 pid_name=0123456789012345678901234567890123456789 gid=5\n",
+                                "pid=%u pid_name=%31s gid=%u\n", &p, n, 32u, &g), p, n, g); },
+         "2|9|0123456789012345678901234567890|0"},
         // Wide text: %ls stores wide, %s narrow.
-        {[] { wchar_t w[8] = L""; char b[8] = ""; int n = 0; return R(swscanf_s(L"ab cd 42", L"%ls %s %d", w, 8u, b, 8u, &n), w, b, n); }, "3|ab|cd|42"},
+        {[] { wchar_t w[8] = L""; char b[8] = ""; int n = 0;
+              return R(swscanf_s(L"ab cd 42", L"%ls %s %d", w, 8u, b, 8u, &n), w, b, n); }, "3|ab|cd|42"},
         {[] { wchar_t w[8] = L"q"; return R(swscanf_s(L"abcdefgh", L"%ls", w, 8u), w); }, "0|"},
         {[] { wchar_t w[8] = L""; return R(swscanf_s(L"k=v", L"%l[^=]", w, 8u), w); }, "1|k"},
         {[] { int n = 0; return R(swscanf_s(L"", L"%d", &n)); }, "-1"},
