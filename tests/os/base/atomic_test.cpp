@@ -35,30 +35,23 @@ TEST(KiraAtomic, ResultsAndWidths) {
 TEST(KiraAtomic, ConcurrentUpdatesLoseNothing) {
     constexpr int kRounds = 20000;
     atomic64_t v = ATOMIC64_INIT(0);
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 4; t++) {
-        threads.emplace_back([&v, t] {
-            for (int i = 0; i < kRounds; i++) {
-                if (t % 2 == 0)
-                    atomic_inc(&v), atomic_add_return(2, &v);
-                else
-                    atomic_sub(1, &v), atomic_dec_return(&v);
-            }
-        });
-    }
-    for (auto& th : threads) th.join();
+    base_test::OnThreads(4, [&v](int t) {
+        for (int i = 0; i < kRounds; i++) {
+            if (t % 2 == 0)
+                atomic_inc(&v), atomic_add_return(2, &v);
+            else
+                atomic_sub(1, &v), atomic_dec_return(&v);
+        }
+    });
     EXPECT_EQ(atomic_read(&v), 2LL * kRounds);  // two threads +3 a round, two -2
 
     // A reference count released by four threads at once: one sees zero.
     for (int round = 0; round < 200; round++) {
         atomic64_t refs = ATOMIC64_INIT(4);
         atomic64_t winners = ATOMIC64_INIT(0);
-        std::vector<std::thread> releasers;
-        for (int t = 0; t < 4; t++)
-            releasers.emplace_back([&] {
-                if (atomic_dec_and_test(&refs)) atomic_inc(&winners);
-            });
-        for (auto& th : releasers) th.join();
+        base_test::OnThreads(4, [&](int) {
+            if (atomic_dec_and_test(&refs)) atomic_inc(&winners);
+        });
         ASSERT_EQ(atomic_read(&winners), 1) << "round " << round;
     }
 }

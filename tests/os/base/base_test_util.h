@@ -3,7 +3,6 @@
 
 // Includes and probes shared by the base layer tests.
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <pthread.h>
 #include <signal.h>
@@ -20,6 +19,7 @@
 #include <thread>
 #include <vector>
 
+#include "tests/support/fault_inject.h"
 #include "tests/support/sandbox.h"
 
 namespace base_test {
@@ -47,16 +47,18 @@ inline long long FileSize(const std::string& path) {
     return stat(path.c_str(), &st) == 0 ? static_cast<long long>(st.st_size) : -1;
 }
 
-inline int OpenFdCount() {
-    int n = 0;
-    DIR* d = opendir("/proc/self/fd");
-    while (readdir(d) != nullptr) n++;
-    closedir(d);
-    return n;
-}
+using kt::OpenFdCount;
 
 inline double SecondsSince(std::chrono::steady_clock::time_point start) {
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+// Runs body(t) for t = 0 .. n-1, each on a thread of its own, all at once.
+template <typename Body>
+void OnThreads(int n, Body body) {
+    std::vector<std::thread> threads;
+    for (int t = 0; t < n; t++) threads.emplace_back(body, t);
+    for (auto& th : threads) th.join();
 }
 
 // Sends `sig` to the constructing thread `times` times, `everyMs` apart,

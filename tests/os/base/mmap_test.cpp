@@ -106,17 +106,13 @@ TEST(KiraMmap, RegistryLookupsFailedMappingsAndRaces) {
     EXPECT_EQ(KIRA_munmap(MAP_FAILED), -1);
 
     // Concurrent use of the registry (meant for the thread sanitizer).
-    std::vector<std::thread> threads;
     std::vector<int> lost(4, 0);
-    for (int t = 0; t < 4; t++) {
-        threads.emplace_back([t, &lost] {
-            for (int i = 0; i < 2000; i++) {
-                KIRA_MAP_DATA_S e = {FakeAddr(100 + t * 8 + i % 8), static_cast<uint64_t>(t)};
-                KIRA_MAP_DATA_S f = {e.addr, 99};
-                lost[t] += AddMapData(&e) != 1 || FetchMapData(&f) != 1 || f.length != e.length;
-            }
-        });
-    }
-    for (auto& th : threads) th.join();
+    base_test::OnThreads(4, [&lost](int t) {
+        for (int i = 0; i < 2000; i++) {
+            KIRA_MAP_DATA_S e = {FakeAddr(100 + t * 8 + i % 8), static_cast<uint64_t>(t)};
+            KIRA_MAP_DATA_S f = {e.addr, 99};
+            lost[t] += AddMapData(&e) != 1 || FetchMapData(&f) != 1 || f.length != e.length;
+        }
+    });
     EXPECT_EQ(lost, std::vector<int>(4, 0));
 }

@@ -13,6 +13,7 @@
 
 #include "os/log/dbg_log.h"
 #include "tests/os/log/log_test_util.h"
+#include "tests/support/fake_log_level.h"
 #include "tests/support/fault_inject.h"
 #include "tests/support/sandbox.h"
 
@@ -29,16 +30,12 @@ void RunBounded(const std::function<void()>& body) {
     kt::RunSandboxed(body, opts);
 }
 
-std::string Banner(int gid) {
-    const std::string stars = std::string(32, ' ') + std::string(62, '*') + "\n";
-    return stars + std::string(32, ' ') +
-           "Can not open print level config file, log will not write/read to log file,gid=" + std::to_string(gid) +
-           "\n" + stars;
-}
-
-// The block planted as something other than a file of its own: set-up must
-// neither hang on it nor write through it, and logging goes on at level 4.
+// The block missing, or planted as something other than a file of its own:
+// set-up must neither hang on it nor write through it, skips the control
+// file, and logging goes on at level 4.
 void CheckRefusedBlock(int gid) {
+    kt::FakeLogLevel kernel;
+    kernel.SetLevel(424, 5);
     if (gid != 0) {
         ASSERT_EQ(setgid(gid), 0);
     }
@@ -46,22 +43,32 @@ void CheckRefusedBlock(int gid) {
     DBG_Log(424, DBG_LOG_DEBUG, "f", 1, 0, "debug");
     EXPECT_EQ(DBG_GetLogConfig(), nullptr);
     EXPECT_EQ(Seen({"[info]", "[debug]"}), "1,0");
-    EXPECT_EQ(kt::SyslogCount(Banner(gid), 6), 1);
+    EXPECT_EQ(kt::SyslogCount(logtest::Banner(gid), 6), 1);
+    EXPECT_EQ(kt::NoxOpenCount("/proc/nox/log_level"), 0);
+    EXPECT_EQ(DBG_SetDefLogLevel(3), 0);
+    EXPECT_EQ(kt::SyslogCount(gid == 0 ? "Log Cfg file not opened.\n"
+                                       : "DBG_SetLogLevel error,v_iLogLevel (3) gid (" + std::to_string(gid) + ").\n",
+                              6),
+              1);
     EXPECT_EQ(kt::ReadFile("/tmp/victim") + kt::ReadFile("/dev/shm/victim"), "preciousprecious");
 }
 
-void PlantFifo() { ASSERT_EQ(mkfifo(kBlock, 0666), 0); }
-void PlantLink() { ASSERT_EQ(symlink("/tmp/victim", kBlock), 0); }
-void PlantDanglingLink() { ASSERT_EQ(symlink("/tmp/absent", kBlock), 0); }
-void PlantHardLink() { ASSERT_EQ(link("/dev/shm/victim", kBlock), 0); }
-
 }  // namespace
 
-TEST(HostileLogFiles, SharedBlockThatIsNotAFileOfItsOwn) {
+TEST(HostileLogFiles, SharedBlockMissingOrNotAFileOfItsOwn) {
+    using Plant = void (*)();
+    const Plant plants[] = {
+        [] {},  // nothing: only the root group creates the block
+        [] { ASSERT_EQ(mkfifo(kBlock, 0666), 0); },
+        [] { ASSERT_EQ(mkdir(kBlock, 0777), 0); },
+        [] { ASSERT_EQ(symlink("/tmp/victim", kBlock), 0); },
+        [] { ASSERT_EQ(symlink("/tmp/absent", kBlock), 0); },
+        [] { ASSERT_EQ(link("/dev/shm/victim", kBlock), 0); },
+    };
     for (int gid : {0, 1234}) {
-        for (auto plant : {PlantFifo, PlantLink, PlantDanglingLink, PlantHardLink}) {
-            SCOPED_TRACE("gid " + std::to_string(gid));
-            RunBounded([gid, plant] {
+        for (size_t i = gid == 0 ? 1 : 0; i < sizeof(plants) / sizeof(plants[0]); ++i) {
+            SCOPED_TRACE("gid " + std::to_string(gid) + ", plant " + std::to_string(i));
+            RunBounded([gid, plant = plants[i]] {
                 kt::WriteFile("/tmp/victim", "precious", 0666);
                 kt::WriteFile("/dev/shm/victim", "precious", 0666);
                 plant();

@@ -24,38 +24,26 @@ constexpr int kLinesEach = 300;
 constexpr uint32_t kModules[] = {100, 101, 200, 300, 400};
 
 // Everything that changes the tables at run time, round after round:
-// resets, scaling, saving, level changes and renaming.
+// resets, scaling, saving, level changes and renaming; each gives its
+// success value.
 void Control(std::atomic<bool>& stop) {
+    using Step = int (*)(unsigned round);
+    // clang-format off
+    static const std::pair<Step, int> steps[] = {
+        {[](unsigned) { return int{KIRA_reset_log_ratelimit()}; }, 0},
+        {[](unsigned) { return int{KIRA_set_log_ratelimit(1, 2)}; }, 0},
+        {[](unsigned) { return int{KIRA_set_log_ratelimit(0xFFFFFFFFu, 3)}; }, 0},
+        {[](unsigned) { return int{KIRA_save_log_ratelimit()}; }, 0},
+        {[](unsigned) { return int{save_pid_log_level()}; }, 0},
+        {[](unsigned r) { return int{DBG_SetPidLevel(100, 4 + r % 2)}; }, 0},
+        {[](unsigned r) { return int{DBG_SetDefLogLevel(4 + r % 2)}; }, 1},
+        {[](unsigned r) { return int{KIRA_set_log_num_interval(2, 20 + r % 5, 1)}; }, 0},
+        {[](unsigned r) { return DBG_SetPidName(100, r % 2 ? "a" : "a-longer-name"), 0; }, 0},
+    };
+    // clang-format on
     for (unsigned round = 0; !stop.load(); ++round) {
-        switch (round % 9) {
-            case 0:
-                EXPECT_EQ(KIRA_reset_log_ratelimit(), 0);
-                break;
-            case 1:
-                EXPECT_EQ(KIRA_set_log_ratelimit(1, 2), 0);
-                break;
-            case 2:
-                EXPECT_EQ(KIRA_set_log_ratelimit(0xFFFFFFFFu, 3), 0);
-                break;
-            case 3:
-                EXPECT_EQ(KIRA_save_log_ratelimit(), 0);
-                break;
-            case 4:
-                EXPECT_EQ(save_pid_log_level(), 0);
-                break;
-            case 5:
-                EXPECT_EQ(DBG_SetPidLevel(100, 4 + round % 2), 0);
-                break;
-            case 6:
-                EXPECT_EQ(DBG_SetDefLogLevel(4 + round % 2), 1);
-                break;
-            case 7:
-                EXPECT_EQ(KIRA_set_log_num_interval(2, 20 + round % 5, 1), 0);
-                break;
-            default:
-                DBG_SetPidName(100, round % 2 ? "a" : "a-longer-name");
-                break;
-        }
+        const auto& step = steps[round % (sizeof steps / sizeof steps[0])];
+        EXPECT_EQ(step.first(round), step.second) << "step " << round % 9;
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
 }

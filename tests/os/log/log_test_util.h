@@ -52,6 +52,14 @@ inline std::string Seen(std::initializer_list<std::string> needles, int priority
     return out;
 }
 
+// What a process that cannot use the shared default-level block says once.
+inline std::string Banner(int gid) {
+    const std::string stars = std::string(32, ' ') + std::string(62, '*') + "\n";
+    return stars + std::string(32, ' ') +
+           "Can not open print level config file, log will not write/read to log file,gid=" + std::to_string(gid) +
+           "\n" + stars;
+}
+
 // The process-identity field every line of this executable ends with.
 inline std::string ProcessName() { return "os_log_tests"; }
 
