@@ -62,11 +62,7 @@ TEST(NetText, ParsersKeepTheSettledPoints) {
         const int direct = c.family == 2 ? KIRA_inet_pton4(c.text, out) : KIRA_inet_pton6(c.text, out);
         EXPECT_EQ(direct, c.family == 2 || c.family == 10 ? c.result : direct) << c.text;
     }
-    unsigned char lenient[16];
-    unsigned char strict[16];
-    ASSERT_EQ(KIRA_inet_pton6("1::2:", lenient), 1);
-    ASSERT_EQ(KIRA_inet_pton6("1::2", strict), 1);
-    EXPECT_EQ(memcmp(lenient, strict, 16), 0);
+    EXPECT_EQ(inet_diff::Compare("1::2:"), "");  // the leniency gives the bytes of "1::2"
 }
 
 TEST(NetText, NullArgumentsAndInetAddr) {

@@ -339,11 +339,11 @@ namespace {
 std::pair<uint64_t, uint64_t> HandReadNetdev(const std::string& name) {
     std::ifstream in("/proc/net/dev");
     for (std::string line; std::getline(in, line);) {
-        size_t colon = line.find(':');
-        if (colon == std::string::npos || line.substr(0, colon).find_first_not_of(' ') == std::string::npos) continue;
-        if (line.substr(line.find_first_not_of(' '), colon - line.find_first_not_of(' ')) != name) continue;
-        std::istringstream fields(line.substr(colon + 1));
-        std::vector<uint64_t> v(9);
+        const size_t colon = line.find(':');
+        std::istringstream head(line.substr(0, colon)), fields(line.substr(colon + 1));
+        std::string device;
+        uint64_t v[9] = {};
+        if (colon == std::string::npos || !(head >> device) || device != name) continue;
         for (auto& x : v) fields >> x;
         return {v[0], v[8]};
     }

@@ -41,18 +41,12 @@ uint32_t PeriodCount(int year, const std::string& zone) {
     return config.count;
 }
 
-const char* const kHostileNames[] = {"",
-                                     "/etc/passwd",
-                                     "../../etc/passwd",
-                                     "Europe/../Europe/Berlin",
-                                     "Europe//Berlin",
-                                     "Europe/Berlin;touch /tmp/x",
-                                     "Europe/Berlin x",
-                                     "$(touch /tmp/x)",
-                                     "Europe/Berlin`id`",
-                                     "Europe/Berlin'",
-                                     "Europe/Berlin|id",
-                                     "Europe/"};
+// clang-format off
+const char* const kHostileNames[] = {
+    "", "/etc/passwd", "../../etc/passwd", "Europe/../Europe/Berlin", "Europe//Berlin", "Europe/Berlin;touch /tmp/x",
+    "Europe/Berlin x", "$(touch /tmp/x)", "Europe/Berlin`id`", "Europe/Berlin'", "Europe/Berlin|id", "Europe/",
+};
+// clang-format on
 
 }  // namespace
 
