@@ -20,11 +20,7 @@ constexpr Offset kDst{7200, 1, "CEST"};
 constexpr char kPlanted[] = "Etc/GMT-3";
 
 int64_t Utc(int year, int mon, int day, int hour = 0) {
-    struct tm t = {};
-    t.tm_year = year - 1900;
-    t.tm_mon = mon - 1;
-    t.tm_mday = day;
-    t.tm_hour = hour;
+    struct tm t = {0, 0, hour, day, mon - 1, year - 1900, 0, 0, 0, 0, nullptr};
     return timegm(&t);
 }
 
