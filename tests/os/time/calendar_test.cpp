@@ -6,6 +6,9 @@
 #include <stdint.h>
 #include <syslog.h>
 
+#include <tuple>
+#include <utility>
+
 #include "os/time/time_internal.h"
 #include "tests/os/time/time_test_util.h"
 
@@ -55,10 +58,7 @@ TEST(Calendar, EveryDayMatchesTheCLibraryUpToPastTheCap) {
 }
 
 TEST(Calendar, EdgesOfTheSecondsRange) {
-    struct {
-        int64_t in;
-        const char* want;
-    } cases[] = {
+    const std::pair<int64_t, const char*> cases[] = {
         {0, "1970-1-1 0:0:0 wd 4"},
         {86399, "1970-1-1 23:59:59 wd 4"},
         {-1, "1970-1-1 0:0:0 wd 4"},
@@ -68,7 +68,7 @@ TEST(Calendar, EdgesOfTheSecondsRange) {
         {95649120000 + 86400 + 3661, "1970-1-1 1:1:1 wd 5"},
         {INT64_MAX, "1970-1-1 15:30:7 wd 0"},
     };
-    for (const auto& c : cases) EXPECT_EQ(Fields(GmTime(c.in)), c.want) << c.in;
+    for (const auto& [in, want] : cases) EXPECT_EQ(Fields(GmTime(in)), want) << in;
 
     // A null instant is now; a null record is left alone.
     KIRA_DATE_TIME_S now;
@@ -77,7 +77,7 @@ TEST(Calendar, EdgesOfTheSecondsRange) {
     struct tm g;
     gmtime_r(&before, &g);
     EXPECT_EQ(now.year, static_cast<uint32_t>(g.tm_year + 1900));
-    KIRA_GmTime(&cases[0].in, nullptr);
+    KIRA_GmTime(&cases[0].first, nullptr);
 }
 
 TEST(Calendar, StepsLeaveOutputsAloneWhenOneIsNull) {
@@ -96,11 +96,7 @@ TEST(Calendar, StepsLeaveOutputsAloneWhenOneIsNull) {
 }
 
 TEST(Calendar, AscTimeTextIsCutToTheBuffer) {
-    struct {
-        int64_t in;
-        uint32_t size;
-        const char* want;
-    } cases[] = {
+    const std::tuple<int64_t, uint32_t, const char*> cases[] = {
         {0, 32, "Thu Jan   1 00:00:00 1970"},
         {0, 26, "Thu Jan   1 00:00:00 1970"},
         {0, 25, "Thu Jan   1 00:00:00 197"},
@@ -110,12 +106,12 @@ TEST(Calendar, AscTimeTextIsCutToTheBuffer) {
         {95649119999, 32, "Wed Dec  31 23:59:59 5000"},
         {-5, 32, "Thu Jan   1 00:00:00 1970"},
     };
-    for (const auto& c : cases) {
+    for (const auto& [in, size, want] : cases) {
         char buf[40];
         memset(buf, '#', sizeof(buf));
-        KIRA_AscTime(&c.in, buf, c.size);
-        EXPECT_STREQ(buf, c.want) << c.in << " size " << c.size;
-        EXPECT_EQ(buf[c.size], '#') << "wrote past the size";
+        KIRA_AscTime(&in, buf, size);
+        EXPECT_STREQ(buf, want) << in << " size " << size;
+        EXPECT_EQ(buf[size], '#') << "wrote past the size";
     }
     char buf[8] = "keep";
     KIRA_AscTime(nullptr, buf, sizeof(buf));  // not "now" here
@@ -128,16 +124,13 @@ TEST(Calendar, AscTimeTextIsCutToTheBuffer) {
 
 SANDBOX_TEST(Calendar, MkTimeReadsTheRecordAsLocalAndGivesLocalSeconds) {
     time_test::UseZone("Europe/Berlin");
-    struct {
-        KIRA_DATE_TIME_S in;
-        int64_t want;
-    } cases[] = {
+    const std::pair<KIRA_DATE_TIME_S, int64_t> cases[] = {
         {{2024, 7, 1, 12, 0, 0, 0}, 1719835200},   // summer: the fields as UTC
         {{2024, 1, 15, 8, 30, 0, 6}, 1705307400},  // winter, the weekday ignored
         // 02:30 on the spring change does not exist: mktime moves it on.
         {{2024, 3, 31, 2, 30, 0, 0}, 1711852200 + 3600},
     };
-    for (const auto& c : cases) EXPECT_EQ(KIRA_mkTime(&c.in), c.want) << Fields(c.in);
+    for (const auto& [in, want] : cases) EXPECT_EQ(KIRA_mkTime(&in), want) << Fields(in);
     EXPECT_EQ(KIRA_mkTime(nullptr), 0);
 }
 
@@ -164,10 +157,7 @@ SANDBOX_TEST(Timer, ChecksArgumentsThenPassesThrough) {
     ASSERT_EQ(KIRA_timer_create(CLOCK_MONOTONIC, &ev, &id), 0);
     ASSERT_NE(id, nullptr);
     kt::SyslogClear();
-    struct {
-        int got;
-        const char* message;
-    } refused[] = {
+    const std::pair<int, const char*> refused[] = {
         {KIRA_timer_create(0, nullptr, &id), "Argument NULL in KIRA_timer_create, evp: (nil), timerid: 0x"},
         {KIRA_timer_create(9, &ev, nullptr), "Argument NULL in KIRA_timer_create, evp: 0x"},
         {KIRA_timer_create(4, &ev, &id), "Argument clockid: 4 is out of range in KIRA_timer_create!\n"},
@@ -179,9 +169,9 @@ SANDBOX_TEST(Timer, ChecksArgumentsThenPassesThrough) {
         {KIRA_timer_gettime(id, nullptr), "curr_value: (nil)!\n"},
         {KIRA_timer_getoverrun(nullptr), "Argument NULL in KIRA_timer_getoverrun, timerid: (nil)!\n"},
     };
-    for (const auto& r : refused) {
-        EXPECT_EQ(r.got, -22) << r.message;
-        EXPECT_EQ(kt::SyslogCount(r.message, LOG_EMERG), 1) << r.message;
+    for (const auto& [got, message] : refused) {
+        EXPECT_EQ(got, -22) << message;
+        EXPECT_EQ(kt::SyslogCount(message, LOG_EMERG), 1) << message;
     }
     EXPECT_EQ(kt::SyslogLines().size(), sizeof(refused) / sizeof(refused[0]));
 

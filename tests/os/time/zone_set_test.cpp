@@ -5,6 +5,8 @@
 #include <sys/stat.h>
 #include <syslog.h>
 
+#include <utility>
+
 #include "tests/os/time/time_test_util.h"
 
 namespace {
@@ -105,10 +107,8 @@ SANDBOX_TEST(SetTime, RangeHardwareClockCommandsAndKernel) {
     time_test::UseZone("UTC");
     kt::FakeCommand hwclock("hwclock");
     time_test::KernelTable kernel;
-    struct {
-        int64_t t;
-        const char* date;  // null: refused
-    } cases[] = {
+    // The instant, and the date handed to hwclock (null: refused).
+    const std::pair<int64_t, const char*> cases[] = {
         {0, nullptr},
         {-1, nullptr},
         {3124224000, nullptr},
@@ -116,18 +116,18 @@ SANDBOX_TEST(SetTime, RangeHardwareClockCommandsAndKernel) {
         {1, "--date=01/01/70 00:00:01 -0"},
         {951782400 + 45296, "--date=02/29/00 12:34:56 -0"},
     };
-    for (const auto& c : cases) {
+    for (const auto& [t, date] : cases) {
         kt::SyslogClear();
         const size_t before = hwclock.Calls().size();
-        EXPECT_EQ(KIRA_SetTime(&c.t), c.date != nullptr ? 0 : -1) << c.t;
+        EXPECT_EQ(KIRA_SetTime(&t), date != nullptr ? 0 : -1) << t;
         const auto calls = hwclock.Calls();
-        if (c.date == nullptr) {
+        if (date == nullptr) {
             EXPECT_EQ(kt::SyslogCount("Input time param is error.\n", LOG_INFO), 1);
             EXPECT_EQ(calls.size(), before);
             continue;
         }
         ASSERT_EQ(calls.size(), before + 2);
-        EXPECT_EQ(calls[before], (std::vector<std::string>{"--set", "--utc", c.date}));
+        EXPECT_EQ(calls[before], (std::vector<std::string>{"--set", "--utc", date}));
         EXPECT_EQ(calls[before + 1], (std::vector<std::string>{"--utc", "--hctosys"}));
     }
     EXPECT_EQ(KIRA_SetTime(nullptr), -1);
