@@ -15,6 +15,8 @@
 #include <fstream>
 #include <sstream>
 #include <string>
+#include <tuple>
+#include <utility>
 #include <vector>
 
 #include "os/sysinfo/sysinfo_internal.h"
@@ -79,20 +81,17 @@ SANDBOX_TEST(LineArray, CountsNewLinesAndRefusesTheExtraLine) {
 
     // Not counted but read: a last line without a new line, a NUL before
     // the new line (binary files).
-    struct {
-        std::string content;
-        const char* message;
-    } refused[] = {{"a\nb", "too much lines to read!\n"},
-                   {std::string("a\n\0b\nc\n", 7), "too much lines to read!\n"},
-                   {"", "Given file empty, exit.\n"},
-                   {"no new line", "Given file empty, exit.\n"}};
-    for (const auto& r : refused) {
+    const std::pair<std::string, const char*> refused[] = {{"a\nb", "too much lines to read!\n"},
+                                                           {std::string("a\n\0b\nc\n", 7), "too much lines to read!\n"},
+                                                           {"", "Given file empty, exit.\n"},
+                                                           {"no new line", "Given file empty, exit.\n"}};
+    for (const auto& [content, message] : refused) {
         kt::SyslogClear();
-        Lines bad(r.content);
+        Lines bad(content);
         EXPECT_EQ(bad.rc, -1);
         EXPECT_EQ(bad.file.lines, nullptr);
         EXPECT_EQ(bad.file.count, 0u);
-        EXPECT_EQ(kt::SyslogCount(r.message, 6), 1) << r.message;
+        EXPECT_EQ(kt::SyslogCount(message, 6), 1) << message;
     }
 
     char** lines = reinterpret_cast<char**>(1);
@@ -105,11 +104,8 @@ SANDBOX_TEST(LineArray, CountsNewLinesAndRefusesTheExtraLine) {
 }
 
 TEST(LineArray, CopyAfterKeyTrimsButKeepsTheFirstCharacter) {
-    struct {
-        const char* line;
-        const char* key;
-        const char* want;  // null: no copy
-    } cases[] = {
+    // The line, the key, and the copy (null: none).
+    const std::tuple<const char*, const char*, const char*> cases[] = {
         {"cpu MHz\t\t: 2400.000\n", "cpu MHz\t\t: ", "2400.000"},
         {"xx key=value \t\r\n", "key=", "value"},  // found anywhere in the line
         {"key=\n", "key=", "\n"},                  // the first character stays
@@ -121,22 +117,19 @@ TEST(LineArray, CopyAfterKeyTrimsButKeepsTheFirstCharacter) {
         {nullptr, "k", nullptr},
         {"k", nullptr, nullptr},
     };
-    for (const auto& c : cases) {
-        char* got = copy_string_part_after_delim(c.line, c.key);
-        if (c.want == nullptr) {
-            EXPECT_EQ(got, nullptr) << (c.line ? c.line : "(null)");
+    for (const auto& [line, key, want] : cases) {
+        char* got = copy_string_part_after_delim(line, key);
+        if (want == nullptr) {
+            EXPECT_EQ(got, nullptr) << (line ? line : "(null)");
         } else {
-            EXPECT_STREQ(got, c.want);
+            EXPECT_STREQ(got, want);
         }
         free(got);
     }
 }
 
 SANDBOX_TEST(Lscpu, KeysMaximaAndTheDeliberateAsymmetry) {
-    struct {
-        std::string cpuinfo;
-        lscpu_t want;
-    } cases[] = {
+    const std::pair<std::string, lscpu_t> cases[] = {
         // bits, stepping (last), kHz through a float, count, sockets (max 1, +1), cores, threads
         {X86Cpuinfo(true), {64, 4, 2099999, 8, 2, 4, 2}},
         // Without cores: the highest id stays, siblings stay raw.
@@ -147,12 +140,12 @@ SANDBOX_TEST(Lscpu, KeysMaximaAndTheDeliberateAsymmetry) {
          {64, 0, 0, 1, 1, 3, 2}},
         {"flags\t\t: fpu\nstepping\t: 2\nstepping\t: x\n", {32, 2, 0, 1, 0, 0, 0}},
     };
-    for (const auto& c : cases) {
-        kt::BindFileOver("/proc/cpuinfo", c.cpuinfo);
+    for (const auto& [cpuinfo, want] : cases) {
+        kt::BindFileOver("/proc/cpuinfo", cpuinfo);
         lscpu_t got;
         memset(&got, 0xA5, sizeof(got));
         ASSERT_EQ(KIRA_lscpu(&got), 0);
-        EXPECT_EQ(memcmp(&got, &c.want, sizeof(got)), 0)
+        EXPECT_EQ(memcmp(&got, &want, sizeof(got)), 0)
             << got.addressBits << " " << got.stepping << " " << got.frequencyKHz << " " << got.cpuCount << " "
             << got.socketCount << " " << got.coresPerSocket << " " << got.threadsPerCore;
     }
@@ -209,15 +202,12 @@ SANDBOX_TEST(Diskstats, KeyTenthValueAndShortCounterShift) {
                      "   8      16 sdb 123456 2 3 4 5 6 7 8 9 777 888 12 13 14 15 16 17\n"
                      "   8      32 sdc 12 2 3 4 5 6 7 8 9 777 888 12\n"
                      "   8      48 sdd 5 2 3 4 5 6 7 8 9 777 888 12\n");
-    struct {
-        const char* name;
-        int rc;
-        uint64_t busy;
-    } cases[] = {{"sdb", 0, 777}, {"sdc", 0, 888}, {"sdd", 0, 888}, {"sda", 0, 555}, {"sde", -1, 0}};
-    for (const auto& c : cases) {
+    const std::tuple<const char*, int, uint64_t> cases[] = {
+        {"sdb", 0, 777}, {"sdc", 0, 888}, {"sdd", 0, 888}, {"sda", 0, 555}, {"sde", -1, 0}};
+    for (const auto& [name, rc, busy] : cases) {
         disk_stats_t s{12345};
-        EXPECT_EQ(KIRA_get_disk_stats(c.name, &s), c.rc) << c.name;
-        EXPECT_EQ(s.ioBusyMs, c.busy) << c.name;
+        EXPECT_EQ(KIRA_get_disk_stats(name, &s), rc) << name;
+        EXPECT_EQ(s.ioBusyMs, busy) << name;
     }
 }
 
@@ -228,28 +218,22 @@ SANDBOX_TEST(Netdev, FirstNameColonAndTheTwoCharacterSkip) {
         "    lo:    1000      10    0    0    0     0          0         0     2000   20 0 0 0 0 0 0\n"
         "   kd0:123456789 5 0 0 0 0 0 0 987654321 6 0 0 0 0 0 0\n"
         "  xkd1: 77 1 0 0 0 0 0 0 88 1 0 0 0 0 0 0\n");
-    struct {
-        const char* name;
-        int rc;
-        uint64_t rx, tx;
-    } cases[] = {{"lo", 0, 1000, 2000},
-                 {"kd0", 0, 23456789, 987654321},  // first digit lost
-                 {"kd1", 0, 77, 88},               // the tail of a longer name
-                 {"kd2", -1, 0, 0}};
-    for (const auto& c : cases) {
+    const std::tuple<const char*, int, uint64_t, uint64_t> cases[] = {
+        {"lo", 0, 1000, 2000},
+        {"kd0", 0, 23456789, 987654321},  // first digit lost
+        {"kd1", 0, 77, 88},               // the tail of a longer name
+        {"kd2", -1, 0, 0}};
+    for (const auto& [name, rc, rx, tx] : cases) {
         netdev_info_t s{9, 9, 9};
-        EXPECT_EQ(KIRA_get_netdev_info(c.name, &s), c.rc) << c.name;
-        EXPECT_EQ(s.rxBytes, c.rx) << c.name;
-        EXPECT_EQ(s.txBytes, c.tx) << c.name;
-        EXPECT_EQ(s.speed, 0u) << c.name;  // no such device
+        EXPECT_EQ(KIRA_get_netdev_info(name, &s), rc) << name;
+        EXPECT_EQ(s.rxBytes, rx) << name;
+        EXPECT_EQ(s.txBytes, tx) << name;
+        EXPECT_EQ(s.speed, 0u) << name;  // no such device
     }
 }
 
 SANDBOX_TEST(Readers, BadArgumentsAndBadFiles) {
-    struct {
-        int rc;
-        const char* message;
-    } nulls[] = {
+    const std::pair<int, const char*> nulls[] = {
         {KIRA_lscpu(nullptr), "lscpu_t is NULL in KIRA_lscpu!\n"},
         {KIRA_get_cpuinfo(nullptr, 0), "cpuinfo is NULL in KIRA_get_cpuinfo!\n"},
         {KIRA_get_all_processor_stats(nullptr), "processor_stat is NULL in KIRA_get_all_processor_stats!\n"},
@@ -257,9 +241,9 @@ SANDBOX_TEST(Readers, BadArgumentsAndBadFiles) {
         {KIRA_get_netdev_info("", nullptr), "Argument NULL in KIRA_get_netdev_info\n"},
         {KIRA_get_disk_stats("sda", nullptr), "Argument NULL in KIRA_get_disk_stats!\n"},
     };
-    for (const auto& n : nulls) {
-        EXPECT_EQ(n.rc, -22) << n.message;
-        EXPECT_EQ(kt::SyslogCount(n.message, 6), n.message == nulls[4].message ? 2 : 1) << n.message;
+    for (const auto& [rc, message] : nulls) {
+        EXPECT_EQ(rc, -22) << message;
+        EXPECT_EQ(kt::SyslogCount(message, 6), message == nulls[4].second ? 2 : 1) << message;
     }
     netdev_info_t nd{1, 2, 3};
     EXPECT_EQ(KIRA_get_netdev_info("", &nd), -22);
