@@ -1,6 +1,6 @@
-// Zone and daylight saving: the periods of real zones through the machine's
-// zdump, planted cache files of every shape (bad ones included), the query
-// functions, KIRA_GetTimeZone, KIRA_SetTimeZone and KIRA_SetTime.
+// Zone and daylight saving: refused input, the zdump cache, planted cache
+// files of every shape (bad ones included), the query functions and
+// KIRA_GetTimeZone.
 
 #include <sys/stat.h>
 #include <syslog.h>
