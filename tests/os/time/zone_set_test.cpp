@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <syslog.h>
 
+#include <tuple>
 #include <utility>
 
 #include "tests/os/time/time_test_util.h"
@@ -138,11 +139,8 @@ SANDBOX_TEST(SetTime, EachFailingStepIsReported) {
     time_test::PrivateKernelLog();
     time_test::UseZone("UTC");
     const int64_t t = 1700000000;
-    struct {
-        const char* hwclock;  // body of the stand-in
-        bool kernel;
-        const char* message;
-    } cases[] = {
+    // The stand-in's body, whether the kernel device is there, the message.
+    const std::tuple<const char*, bool, const char*> cases[] = {
         {"exit 2", true, "Set RTC failed, return value is 512.\n"},
         {"case \"$*\" in *hctosys*) exit 3;; esac", true,
          "Sync time from RTC to system failed, return value is 768.\n"},
@@ -150,12 +148,12 @@ SANDBOX_TEST(SetTime, EachFailingStepIsReported) {
     };
     kt::MakeDirs("/tmp/hw");
     setenv("PATH", (std::string("/tmp/hw:") + getenv("PATH")).c_str(), 1);
-    for (const auto& c : cases) {
-        kt::WriteFile("/tmp/hw/hwclock", std::string("#!/bin/sh\n") + c.hwclock + "\n", 0755);
-        std::unique_ptr<time_test::KernelTable> kernel(c.kernel ? new time_test::KernelTable : nullptr);
+    for (const auto& [hwclock, withKernel, message] : cases) {
+        kt::WriteFile("/tmp/hw/hwclock", std::string("#!/bin/sh\n") + hwclock + "\n", 0755);
+        std::unique_ptr<time_test::KernelTable> kernel(withKernel ? new time_test::KernelTable : nullptr);
         kt::SyslogClear();
-        EXPECT_EQ(KIRA_SetTime(&t), -1) << c.message;
-        EXPECT_EQ(kt::SyslogCount(c.message, LOG_INFO), 1) << c.message;
+        EXPECT_EQ(KIRA_SetTime(&t), -1) << message;
+        EXPECT_EQ(kt::SyslogCount(message, LOG_INFO), 1) << message;
     }
 }
 
