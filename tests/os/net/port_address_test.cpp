@@ -98,12 +98,7 @@ extern "C" int socket(int domain, int type, int protocol) {
     return static_cast<int>(syscall(SYS_socket, domain, type, protocol));
 }
 
-TEST(NetPortAddress, RealInterfacesInAPrivateNamespace) {
-    if (!kt::SandboxAvailable()) GTEST_SKIP() << "needs root and namespaces";
-    kt::SandboxOptions opts;
-    opts.new_net = true;
-    kt::RunSandboxed(RealInterfacesBody, opts);
-}
+TEST(NetPortAddress, RealInterfacesInAPrivateNamespace) { net_test::RunInOwnNetwork(RealInterfacesBody); }
 
 SANDBOX_TEST(NetPortAddress, ArgumentsAndSocketFailure) {
     uint32_t addr = 0;

@@ -18,8 +18,10 @@
 #include <vector>
 
 #include "os/sysinfo/kira_netlink.h"
+#include "tests/os/net/net_test_util.h"
 #include "tests/os/sysinfo/sysinfo_test_util.h"
 
+using net_test::RunInOwnNetwork;
 using sysinfo_test::WaitUntil;
 
 namespace {
@@ -85,13 +87,6 @@ std::future<int> Listen(int sock, KIRA_NETLINK_CALLBACK callback = Record) {
     return listener;
 }
 
-void NetlinkSandbox(const std::function<void()>& body) {
-    if (!kt::SandboxAvailable()) GTEST_SKIP() << "needs root and namespaces";
-    kt::SandboxOptions opts;
-    opts.new_net = true;  // port ids of our own
-    kt::RunSandboxed(body, opts);
-}
-
 uint32_t U32At(const std::vector<unsigned char>& v, size_t at) {
     uint32_t x;
     memcpy(&x, v.data() + at, 4);
@@ -101,7 +96,7 @@ uint32_t U32At(const std::vector<unsigned char>& v, size_t at) {
 }  // namespace
 
 TEST(Netlink, NotificationsReachTheCallbackUntilReleased) {
-    NetlinkSandbox([] {
+    RunInOwnNetwork([] {
         int sock = UserSocket();
         int sender = UserSocket();
         ASSERT_GE(sock, 0);
@@ -132,7 +127,7 @@ TEST(Netlink, NotificationsReachTheCallbackUntilReleased) {
 }
 
 TEST(Netlink, PlainCloseEndsTheListenerOnlyAtTheNextDatagram) {
-    NetlinkSandbox([] {
+    RunInOwnNetwork([] {
         int sock = UserSocket();
         int sender = UserSocket();
         auto listener = Listen(sock);
@@ -151,7 +146,7 @@ TEST(Netlink, PlainCloseEndsTheListenerOnlyAtTheNextDatagram) {
 // queue (group datagrams faster than the callback takes them) makes the
 // next receive fail with ENOBUFS.
 TEST(Netlink, AReceiveFailureEndsTheListenerWithMinusSix) {
-    NetlinkSandbox([] {
+    RunInOwnNetwork([] {
         int sock = UserSocket();
         int sender = UserSocket();
         int small = 1;
@@ -172,7 +167,7 @@ TEST(Netlink, AReceiveFailureEndsTheListenerWithMinusSix) {
 }
 
 TEST(Netlink, ArgumentsBindFailuresAndRelease) {
-    NetlinkSandbox([] {
+    RunInOwnNetwork([] {
         int sock = UserSocket();
         int other = UserSocket();
         EXPECT_EQ(KIRA_Netlink_ext3_listen(-1, kPort, Record), -2);

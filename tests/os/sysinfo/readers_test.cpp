@@ -20,6 +20,7 @@
 #include <vector>
 
 #include "os/sysinfo/sysinfo_internal.h"
+#include "tests/os/net/net_test_util.h"
 #include "tests/os/sysinfo/sysinfo_test_util.h"
 #include "tests/support/sandbox.h"
 
@@ -317,54 +318,49 @@ TEST(RealFiles, PlausibleAgainstAnIndependentReading) {
 }
 
 TEST(Netdev, RealVethPairCountersAndLinkSpeed) {
-    if (!kt::SandboxAvailable()) GTEST_SKIP() << "needs root and namespaces";
-    kt::SandboxOptions opts;
-    opts.new_net = true;
-    kt::RunSandboxed(
-        [] {
-            ASSERT_EQ(system("ip link add kv0 type veth peer name kv1 && ip link set kv0 up && ip link set kv1 up"), 0);
-            netdev_info_t before0, before1;
-            ASSERT_EQ(KIRA_get_netdev_info("kv0", &before0), 0);
-            ASSERT_EQ(KIRA_get_netdev_info("kv1", &before1), 0);
-            // What veth reports; an emulator that does not pass the driver
-            // query on leaves the speed at 0, silently.
-            struct ifreq probe = {};
-            uint32_t settings[11] = {1};
-            strcpy(probe.ifr_name, "kv0");
-            probe.ifr_data = reinterpret_cast<char*>(settings);
-            int inet = socket(AF_INET, SOCK_DGRAM, 0);
-            const uint64_t speed = ioctl(inet, SIOCETHTOOL, &probe) == 0 ? 10000 : 0;
-            close(inet);
-            EXPECT_EQ(before0.speed, speed);
+    net_test::RunInOwnNetwork([] {
+        ASSERT_EQ(system("ip link add kv0 type veth peer name kv1 && ip link set kv0 up && ip link set kv1 up"), 0);
+        netdev_info_t before0, before1;
+        ASSERT_EQ(KIRA_get_netdev_info("kv0", &before0), 0);
+        ASSERT_EQ(KIRA_get_netdev_info("kv1", &before1), 0);
+        // What veth reports; an emulator that does not pass the driver
+        // query on leaves the speed at 0, silently.
+        struct ifreq probe = {};
+        uint32_t settings[11] = {1};
+        strcpy(probe.ifr_name, "kv0");
+        probe.ifr_data = reinterpret_cast<char*>(settings);
+        int inet = socket(AF_INET, SOCK_DGRAM, 0);
+        const uint64_t speed = ioctl(inet, SIOCETHTOOL, &probe) == 0 ? 10000 : 0;
+        close(inet);
+        EXPECT_EQ(before0.speed, speed);
 
-            // Raw frames sent out of kv0 arrive on kv1.
-            int sock = socket(AF_PACKET, SOCK_RAW, 0);
-            ASSERT_GE(sock, 0);
-            struct sockaddr_ll to = {};
-            to.sll_family = AF_PACKET;
-            to.sll_ifindex = static_cast<int>(if_nametoindex("kv0"));
-            to.sll_halen = 6;
-            memset(to.sll_addr, 0xff, 6);
-            unsigned char frame[1000] = {};
-            memset(frame, 0xff, 6);
-            frame[12] = 0x88;  // a local experimental ether type
-            frame[13] = 0xb5;
-            for (int i = 0; i < 20; i++)
-                ASSERT_EQ(sendto(sock, frame, sizeof(frame), 0, reinterpret_cast<sockaddr*>(&to), sizeof(to)),
-                          static_cast<ssize_t>(sizeof(frame)));
-            close(sock);
-            usleep(100 * 1000);
+        // Raw frames sent out of kv0 arrive on kv1.
+        int sock = socket(AF_PACKET, SOCK_RAW, 0);
+        ASSERT_GE(sock, 0);
+        struct sockaddr_ll to = {};
+        to.sll_family = AF_PACKET;
+        to.sll_ifindex = static_cast<int>(if_nametoindex("kv0"));
+        to.sll_halen = 6;
+        memset(to.sll_addr, 0xff, 6);
+        unsigned char frame[1000] = {};
+        memset(frame, 0xff, 6);
+        frame[12] = 0x88;  // a local experimental ether type
+        frame[13] = 0xb5;
+        for (int i = 0; i < 20; i++)
+            ASSERT_EQ(sendto(sock, frame, sizeof(frame), 0, reinterpret_cast<sockaddr*>(&to), sizeof(to)),
+                      static_cast<ssize_t>(sizeof(frame)));
+        close(sock);
+        usleep(100 * 1000);
 
-            netdev_info_t after0, after1;
-            auto hand0 = HandReadNetdev("kv0");
-            ASSERT_EQ(KIRA_get_netdev_info("kv0", &after0), 0);
-            ASSERT_EQ(KIRA_get_netdev_info("kv1", &after1), 0);
-            auto hand1 = HandReadNetdev("kv1");
-            EXPECT_GE(after0.txBytes - before0.txBytes, 20000u);
-            EXPECT_GE(after1.rxBytes - before1.rxBytes, 20000u);
-            EXPECT_LE(hand0.second, after0.txBytes);
-            EXPECT_LE(after1.rxBytes, hand1.first);
-            EXPECT_EQ(after1.speed, speed);
-        },
-        opts);
+        netdev_info_t after0, after1;
+        auto hand0 = HandReadNetdev("kv0");
+        ASSERT_EQ(KIRA_get_netdev_info("kv0", &after0), 0);
+        ASSERT_EQ(KIRA_get_netdev_info("kv1", &after1), 0);
+        auto hand1 = HandReadNetdev("kv1");
+        EXPECT_GE(after0.txBytes - before0.txBytes, 20000u);
+        EXPECT_GE(after1.rxBytes - before1.rxBytes, 20000u);
+        EXPECT_LE(hand0.second, after0.txBytes);
+        EXPECT_LE(after1.rxBytes, hand1.first);
+        EXPECT_EQ(after1.speed, speed);
+    });
 }
