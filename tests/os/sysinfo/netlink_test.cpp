@@ -87,12 +87,6 @@ std::future<int> Listen(int sock, KIRA_NETLINK_CALLBACK callback = Record) {
     return listener;
 }
 
-uint32_t U32At(const std::vector<unsigned char>& v, size_t at) {
-    uint32_t x;
-    memcpy(&x, v.data() + at, 4);
-    return x;
-}
-
 }  // namespace
 
 TEST(Netlink, NotificationsReachTheCallbackUntilReleased) {
@@ -117,7 +111,8 @@ TEST(Netlink, NotificationsReachTheCallbackUntilReleased) {
 
         std::lock_guard<std::mutex> lock(g_seenLock);
         ASSERT_EQ(g_seen.size(), 3u);
-        EXPECT_EQ(U32At(g_seen[0], 0), KIRA_NETLINK_EXT3_MAGIC);
+        const uint32_t magic = KIRA_NETLINK_EXT3_MAGIC;
+        EXPECT_EQ(memcmp(g_seen[0].data(), &magic, 4), 0);
         EXPECT_EQ(g_seen[0][4], 0x11);
         EXPECT_EQ(g_seen[0][8], 0);  // cleared once before the first datagram
         EXPECT_EQ(g_seen[1][55], 0x33);

@@ -39,21 +39,17 @@ TEST(Calendar, EveryDayMatchesTheCLibraryUpToPastTheCap) {
         struct tm g;
         gmtime_r(&t, &g);
         const bool capped = d >= kDaysToCap;
-        const uint32_t yday = capped ? 0 : g.tm_yday, wday = g.tm_wday;
-        const KIRA_DATE_TIME_S want = {capped ? 1970u : g.tm_year + 1900,
-                                       capped ? 1u : g.tm_mon + 1,
-                                       capped ? 1u : g.tm_mday,
-                                       static_cast<uint32_t>(g.tm_hour),
-                                       static_cast<uint32_t>(g.tm_min),
-                                       static_cast<uint32_t>(g.tm_sec),
-                                       wday};
+        auto u = [](int v) { return static_cast<uint32_t>(v); };
+        const uint32_t yday = capped ? 0 : u(g.tm_yday), wday = u(g.tm_wday), mday = capped ? 1 : u(g.tm_mday);
+        const uint32_t year = capped ? 1970 : u(g.tm_year + 1900), month = capped ? 1 : u(g.tm_mon + 1);
+        const KIRA_DATE_TIME_S want = {year, month, mday, u(g.tm_hour), u(g.tm_min), u(g.tm_sec), wday};
         const KIRA_DATE_TIME_S r = GmTime(t);
         ASSERT_EQ(memcmp(&r, &want, sizeof(r)), 0) << "day " << d << ": " << Fields(r) << " want " << Fields(want);
         // The steps on their own give the same.
         uint32_t sy, sd, sw, sm, smd;
         KIRA_GmTimeGetYearDays(d, &sy, &sd, &sw);
         KIRA_GmTimeGetMonthDayFromDaysOfYear(sy, sd, &sm, &smd);
-        ASSERT_TRUE(sy == want.year && sd == yday && sw == wday && sm == want.month && smd == want.day) << "day " << d;
+        ASSERT_TRUE(sy == year && sd == yday && sw == wday && sm == month && smd == mday) << "day " << d;
     }
 }
 
