@@ -334,6 +334,18 @@ TEST(Netdev, RealVethPairCountersAndLinkSpeed) {
         close(inet);
         EXPECT_EQ(before0.speed, speed);
 
+        // Frames sent before the pair has its carrier are dropped without
+        // an error: wait until both ends run.
+        for (const char* end : {"kv0", "kv1"}) {
+            struct ifreq flags = {};
+            strcpy(flags.ifr_name, end);
+            int fd = socket(AF_INET, SOCK_DGRAM, 0);
+            for (int i = 0; i < 300 && (ioctl(fd, SIOCGIFFLAGS, &flags) != 0 || !(flags.ifr_flags & IFF_RUNNING)); i++)
+                usleep(10 * 1000);
+            close(fd);
+            ASSERT_TRUE(flags.ifr_flags & IFF_RUNNING) << end << " never got its carrier";
+        }
+
         // Raw frames sent out of kv0 arrive on kv1.
         int sock = socket(AF_PACKET, SOCK_RAW, 0);
         ASSERT_GE(sock, 0);
