@@ -3,6 +3,7 @@
 // terminator faults; printing against inet_ntop; inet_addr's leniency.
 
 #include <arpa/inet.h>
+#include <stdlib.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -15,27 +16,22 @@
 
 namespace {
 
-// Two mapped pages, the second inaccessible: a text put at the end of the
-// first faults on any read beyond its terminator.
-class PageEnd {
-public:
-    PageEnd() : size_(static_cast<size_t>(sysconf(_SC_PAGESIZE))) {
-        void* p = mmap(nullptr, 2 * size_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-        base_ = p == MAP_FAILED ? nullptr : static_cast<char*>(p);
-        if (base_ == nullptr || mprotect(base_ + size_, size_, PROT_NONE) != 0) ADD_FAILURE() << "guard page";
-    }
-    ~PageEnd() { munmap(base_, 2 * size_); }
-    const char* Text(const std::string& text) {
-        char* at = Room(text.size() + 1);
-        memcpy(at, text.c_str(), text.size() + 1);
-        return at;
-    }
-    char* Room(size_t n) { return base_ + size_ - n; }
+// The last n bytes of a mapped page followed by an inaccessible one: a text
+// put there faults on any read beyond its terminator. Mapped once, for the
+// life of the process.
+char* PageEnd(size_t n) {
+    static char* const end = [] {
+        const size_t size = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+        void* p = mmap(nullptr, 2 * size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        if (p == MAP_FAILED || mprotect(static_cast<char*>(p) + size, size, PROT_NONE) != 0) abort();
+        return static_cast<char*>(p) + size;
+    }();
+    return end - n;
+}
 
-private:
-    size_t size_;
-    char* base_;
-};
+const char* AtPageEnd(const std::string& text) {
+    return static_cast<const char*>(memcpy(PageEnd(text.size() + 1), text.c_str(), text.size() + 1));
+}
 
 struct ParseCase {
     int family;
@@ -62,11 +58,7 @@ TEST(NetText, ParsersKeepTheSettledPoints) {
         const int direct = c.family == 2 ? KIRA_inet_pton4(c.text, out) : KIRA_inet_pton6(c.text, out);
         EXPECT_EQ(direct, c.family == 2 || c.family == 10 ? c.result : direct) << c.text;
     }
-    unsigned char lenient[16];
-    unsigned char strict[16];
-    ASSERT_EQ(KIRA_inet_pton6("1::2:", lenient), 1);
-    ASSERT_EQ(KIRA_inet_pton6("1::2", strict), 1);
-    EXPECT_EQ(memcmp(lenient, strict, 16), 0);
+    EXPECT_EQ(inet_diff::Compare("1::2:"), "");  // the leniency gives the bytes of "1::2"
 }
 
 TEST(NetText, NullArgumentsAndInetAddr) {
@@ -94,12 +86,11 @@ TEST(NetText, NullArgumentsAndInetAddr) {
 // inet_diff::Compare fails. The listed one must actually occur, or the
 // corpus has stopped reaching it.
 TEST(NetText, ParsersAgreeWithTheCLibraryExceptAsListed) {
-    PageEnd page;
     std::mt19937 rng(20261124);
     int valid6 = 0;
     int lenient = 0;
     for (int i = 0; i < 200000; i++) {
-        const char* text = page.Text(inet_diff::RandomText(rng));
+        const char* text = AtPageEnd(inet_diff::RandomText(rng));
         ASSERT_EQ(inet_diff::Compare(text), "") << "text \"" << text << "\"";
         unsigned char out[16];
         const int libc = inet_pton(AF_INET6, text, out);
@@ -111,8 +102,7 @@ TEST(NetText, ParsersAgreeWithTheCLibraryExceptAsListed) {
 }
 
 TEST(NetText, NtoaPrintsWhatInetNtopPrints) {
-    PageEnd page;
-    char* buf = page.Room(16);  // the longest text and its terminator end at the guard page
+    char* buf = PageEnd(16);  // the longest text and its terminator end at the guard page
     std::mt19937 rng(7);
     for (int i = 0; i < 100000; i++) {
         uint32_t addr = i < 256 ? 0x01010101u * static_cast<uint32_t>(i) : static_cast<uint32_t>(rng());

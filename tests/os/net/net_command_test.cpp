@@ -8,6 +8,7 @@
 #include <functional>
 #include <sstream>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "os/net/kira_net.h"
@@ -140,25 +141,21 @@ SANDBOX_TEST(NetCommand, BondStepsStopOrGoOnAsEachFunctionDoes) {
     char* ports[] = {eth0, eth1, eth2};
     const std::string setLine = "set bond port(bond0) default ip when init bond port.\n";
     const std::string finish = "Reset bond port finish.\n";
-    struct Case {
-        std::string failOn;
-        std::vector<std::string> calls;
-        std::vector<std::string> messages;
-    };
     const std::string down = "Execute reset port failed(256) when init bond port, cmd(ifconfig bond0 down).\n";
     const std::string up = "Execute reset port failed(256) when init bond port, cmd(ifconfig bond0 up).\n";
-    const Case initCases[] = {
+    // The argument ifconfig fails on, its calls, the messages.
+    const std::tuple<std::string, std::vector<std::string>, std::vector<std::string>> initCases[] = {
         {"none", {"bond0 0.0.0.0", "bond0 down", "bond0 up"}, {setLine, finish}},
         {"0.0.0.0", {"bond0 0.0.0.0"}, {"Execute bash failed(256), cmd(ifconfig bond0 0.0.0.0).\n"}},
         {"down", {"bond0 0.0.0.0", "bond0 down"}, {setLine, down}},
         {"up", {"bond0 0.0.0.0", "bond0 down", "bond0 up"}, {setLine, up}},
     };
-    for (const Case& c : initCases) {
-        PickyCommand ifconfig("ifconfig", c.failOn);
+    for (const auto& [failOn, calls, messages] : initCases) {
+        PickyCommand ifconfig("ifconfig", failOn);
         kt::SyslogClear();
-        EXPECT_EQ(KIRA_InitBond("bond0"), c.failOn == "none" ? 0 : -1) << c.failOn;
-        EXPECT_EQ(ifconfig.Calls(), c.calls) << c.failOn;
-        EXPECT_EQ(Messages(), c.messages) << c.failOn;
+        EXPECT_EQ(KIRA_InitBond("bond0"), failOn == "none" ? 0 : -1) << failOn;
+        EXPECT_EQ(ifconfig.Calls(), calls) << failOn;
+        EXPECT_EQ(Messages(), messages) << failOn;
     }
 
     for (const std::string failOn : {"none", "eth1"}) {

@@ -3,6 +3,7 @@
 
 // Probes shared by the network tests.
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -19,6 +20,15 @@ inline std::vector<std::string> Messages() {
         out.push_back(line.message);
     }
     return out;
+}
+
+// Runs body in the sandbox with a network namespace of its own (its own
+// interfaces and netlink port ids); skips where namespaces cannot be made.
+inline void RunInOwnNetwork(const std::function<void()>& body) {
+    if (!kt::SandboxAvailable()) GTEST_SKIP() << "needs root and namespaces";
+    kt::SandboxOptions opts;
+    opts.new_net = true;
+    kt::RunSandboxed(body, opts);
 }
 
 }  // namespace net_test

@@ -11,6 +11,7 @@
 
 #include <atomic>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "os/net/kira_net.h"
@@ -43,15 +44,9 @@ void RealInterfacesBody() {
     ASSERT_TRUE(Ip("link add abcdefghijklmno type veth peer name v2"));  // 15 characters, the longest name
     ASSERT_TRUE(Ip("addr add 172.16.5.6/12 dev abcdefghijklmno"));
     ASSERT_TRUE(Ip("addr add 10.9.9.9/0 dev v2"));  // a mask of 0
-    struct Case {
-        const char* name;
-        bool withMask;
-        int result;
-        const char* addr;  // "" when not written
-        const char* mask;
-        std::vector<std::string> messages;
-    };
-    const Case cases[] = {
+    // The port, whether a mask is asked for, the result, the address and mask
+    // written ("" for none) and the messages.
+    const std::tuple<const char*, bool, int, const char*, const char*, std::vector<std::string>> cases[] = {
         {"v0", true, 0, "10.1.2.3", "255.255.255.0", {}},
         {"lo", true, 0, "127.0.0.1", "255.0.0.0", {}},
         {"abcdefghijklmno", true, 0, "172.16.5.6", "255.240.0.0", {}},
@@ -63,28 +58,29 @@ void RealInterfacesBody() {
         {"v2", false, 0, "10.9.9.9", "", {}},
     };
     syslog(LOG_INFO, "start\n");
-    for (const Case& c : cases) {
+    for (const auto& [name, withMask, result, wantAddr, wantMask, messages] : cases) {
         const int fds = OpenFdCount();
         uint32_t addr = 0;
         uint32_t mask = 0;
         kt::SyslogClear();
-        EXPECT_EQ(KIRA_GetEthIPAddr(c.name, &addr, c.withMask ? &mask : nullptr), c.result) << c.name;
-        EXPECT_EQ(addr == 0 ? "" : Dotted(addr), c.addr) << c.name;
-        EXPECT_EQ(mask == 0 ? "" : Dotted(mask), c.mask) << c.name;
-        EXPECT_EQ(Messages(), c.messages) << c.name;
+        EXPECT_EQ(KIRA_GetEthIPAddr(name, &addr, withMask ? &mask : nullptr), result) << name;
+        EXPECT_EQ(addr == 0 ? "" : Dotted(addr), wantAddr) << name;
+        EXPECT_EQ(mask == 0 ? "" : Dotted(mask), wantMask) << name;
+        EXPECT_EQ(Messages(), messages) << name;
 
         char addrText[16] = "";
         char maskText[16] = "";
         kt::SyslogClear();
-        const int port = KIRA_GetPortIP(c.name, addrText, maskText);
-        if (c.withMask) {
-            EXPECT_EQ(port, c.result) << c.name;
-            EXPECT_EQ(std::string(addrText) + "/" + maskText, c.result == 0 ? std::string(c.addr) + "/" + c.mask : "/");
-            std::vector<std::string> expected = c.messages;
-            if (c.result != 0) expected.push_back(kPortFailed);
-            EXPECT_EQ(Messages(), expected) << c.name;
+        const int port = KIRA_GetPortIP(name, addrText, maskText);
+        if (withMask) {
+            EXPECT_EQ(port, result) << name;
+            EXPECT_EQ(std::string(addrText) + "/" + maskText,
+                      result == 0 ? std::string(wantAddr) + "/" + wantMask : "/");
+            std::vector<std::string> expected = messages;
+            if (result != 0) expected.push_back(kPortFailed);
+            EXPECT_EQ(Messages(), expected) << name;
         }
-        EXPECT_EQ(OpenFdCount(), fds) << c.name;
+        EXPECT_EQ(OpenFdCount(), fds) << name;
     }
 }
 
@@ -98,12 +94,7 @@ extern "C" int socket(int domain, int type, int protocol) {
     return static_cast<int>(syscall(SYS_socket, domain, type, protocol));
 }
 
-TEST(NetPortAddress, RealInterfacesInAPrivateNamespace) {
-    if (!kt::SandboxAvailable()) GTEST_SKIP() << "needs root and namespaces";
-    kt::SandboxOptions opts;
-    opts.new_net = true;
-    kt::RunSandboxed(RealInterfacesBody, opts);
-}
+TEST(NetPortAddress, RealInterfacesInAPrivateNamespace) { net_test::RunInOwnNetwork(RealInterfacesBody); }
 
 SANDBOX_TEST(NetPortAddress, ArgumentsAndSocketFailure) {
     uint32_t addr = 0;
@@ -121,15 +112,10 @@ SANDBOX_TEST(NetPortAddress, ArgumentsAndSocketFailure) {
 }
 
 SANDBOX_TEST(NetPortAddress, ManagementIp6FromTheScriptsFile) {
-    struct Case {
-        int status;
-        const char* file;  // null: absent
-        int result;
-        std::string line;
-        std::vector<std::string> messages;
-    };
     const std::string longLine(60, 'a');
-    const Case cases[] = {
+    // The script's exit status, the file it leaves (null: none), the result,
+    // the line read and the messages.
+    const std::tuple<int, const char*, int, std::string, std::vector<std::string>> cases[] = {
         {1, "fe80::1\n", -1, "", {"Can not get the file(ip6.conf) of the ip6.\n"}},
         {0, nullptr, -1, "", {"Can not open the file ip6.conf (-1).\n"}},
         {0, "", -1, "", {"Can not get IP6 address,addr is .\n"}},
@@ -137,16 +123,16 @@ SANDBOX_TEST(NetPortAddress, ManagementIp6FromTheScriptsFile) {
         {0, longLine.c_str(), 0, longLine.substr(0, 39), {}},
     };
     syslog(LOG_INFO, "start\n");
-    for (const Case& c : cases) {
-        kt::FakeCommand script("/ZUK/script/os_get_ip6.sh", c.status);
+    for (const auto& [status, file, result, line, messages] : cases) {
+        kt::FakeCommand script("/ZUK/script/os_get_ip6.sh", status);
         unlink("/ZUK/conf/ip6.conf");
-        if (c.file != nullptr) kt::WriteFile("/ZUK/conf/ip6.conf", c.file);
+        if (file != nullptr) kt::WriteFile("/ZUK/conf/ip6.conf", file);
         const int fds = OpenFdCount();
         char buf[40] = "";
         kt::SyslogClear();
-        EXPECT_EQ(KIRA_GetMngtIPAddr6(buf), c.result);
-        EXPECT_EQ(buf, c.line);
-        EXPECT_EQ(Messages(), c.messages);
+        EXPECT_EQ(KIRA_GetMngtIPAddr6(buf), result);
+        EXPECT_EQ(buf, line);
+        EXPECT_EQ(Messages(), messages);
         EXPECT_EQ(script.Calls().size(), 1u);
         EXPECT_EQ(OpenFdCount(), fds);
     }

@@ -6,6 +6,8 @@
 #include <sys/socket.h>
 #include <sys/time.h>
 
+#include <tuple>
+
 #include "os/net/kira_net.h"
 #include "tests/os/net/net_test_util.h"
 
@@ -70,19 +72,17 @@ SANDBOX_TEST(NetSocket, KeepAliveSetsInOrderAndStopsAtTheFirstFailure) {
 SANDBOX_TEST(NetSocket, TimeoutsSplitMillisecondsAndScreenTheOption) {
     int sock = socket(AF_INET, SOCK_STREAM, 0);
     ASSERT_GE(sock, 0);
-    struct Case {
-        int option;
-        uint32_t ms;
-        long sec, usec;
-    };
-    // Read back in whole kernel ticks: values are multiples of 20 ms.
-    for (const Case& c : {Case{20, 1500, 1, 500000}, Case{21, 2020, 2, 20000}, Case{21, 120000, 120, 0}}) {
-        EXPECT_EQ(KIRA_SetSockSendRecvTimeout(sock, c.option, c.ms), 0);
+    // The option, the milliseconds, and the seconds and microseconds read back
+    // (in whole kernel ticks: values are multiples of 20 ms).
+    const std::tuple<int, uint32_t, long, long> cases[] = {
+        {20, 1500, 1, 500000}, {21, 2020, 2, 20000}, {21, 120000, 120, 0}};
+    for (const auto& [option, ms, sec, usec] : cases) {
+        EXPECT_EQ(KIRA_SetSockSendRecvTimeout(sock, option, ms), 0);
         struct timeval tv = {};
         socklen_t len = sizeof tv;
-        ASSERT_EQ(getsockopt(sock, SOL_SOCKET, c.option, &tv, &len), 0);
-        EXPECT_EQ(tv.tv_sec, c.sec) << c.ms;
-        EXPECT_EQ(tv.tv_usec, c.usec) << c.ms;
+        ASSERT_EQ(getsockopt(sock, SOL_SOCKET, option, &tv, &len), 0);
+        EXPECT_EQ(tv.tv_sec, sec) << ms;
+        EXPECT_EQ(tv.tv_usec, usec) << ms;
     }
     close(sock);
     kt::SyslogClear();

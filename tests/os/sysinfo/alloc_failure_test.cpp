@@ -42,6 +42,15 @@ Outcome Capture(int rc, const T& record) {
     return o;
 }
 
+// A call that fills a record of type T through fill(&record).
+template <typename T, typename F>
+std::function<Outcome()> Into(F fill) {
+    return [fill] {
+        T r;
+        return Capture(fill(&r), r);
+    };
+}
+
 bool IsFailure(const Outcome& o, int failRc) {
     for (size_t i = 0; i < o.size; i++)
         if (o.record[i] != 0) return false;
@@ -91,26 +100,13 @@ SANDBOX_TEST(AllocFailure, EveryAllocationOfEveryFunction) {
     // The first log line of a process loads what syslog keeps for good.
     EXPECT_EQ(KIRA_lscpu(nullptr), -22);
 
-    Walk("KIRA_lscpu", -1, [] {
-        lscpu_t r;
-        return Capture(KIRA_lscpu(&r), r);
-    });
-    Walk("KIRA_get_cpuinfo", -1, [] {
-        cpuinfo_t r;
-        return Capture(KIRA_get_cpuinfo(&r, 0), r);
-    });
-    Walk("KIRA_get_all_processor_stats", -1, [] {
-        processor_stat_t r;
-        return Capture(KIRA_get_all_processor_stats(&r), r);
-    });
-    Walk("KIRA_get_netdev_info", -1, [] {
-        netdev_info_t r;
-        return Capture(KIRA_get_netdev_info("kd0", &r), r);
-    });
-    Walk("KIRA_get_disk_stats", -1, [] {
-        disk_stats_t r;
-        return Capture(KIRA_get_disk_stats("sda", &r), r);
-    });
+    Walk("KIRA_lscpu", -1, Into<lscpu_t>([](lscpu_t* r) { return KIRA_lscpu(r); }));
+    Walk("KIRA_get_cpuinfo", -1, Into<cpuinfo_t>([](cpuinfo_t* r) { return KIRA_get_cpuinfo(r, 0); }));
+    Walk("KIRA_get_all_processor_stats", -1,
+         Into<processor_stat_t>([](processor_stat_t* r) { return KIRA_get_all_processor_stats(r); }));
+    Walk("KIRA_get_netdev_info", -1,
+         Into<netdev_info_t>([](netdev_info_t* r) { return KIRA_get_netdev_info("kd0", r); }));
+    Walk("KIRA_get_disk_stats", -1, Into<disk_stats_t>([](disk_stats_t* r) { return KIRA_get_disk_stats("sda", r); }));
     Walk("read_file", -1, [] {
         FILE* fp = fopen("/proc/cpuinfo", "r");
         char** l = nullptr;

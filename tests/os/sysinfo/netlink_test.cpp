@@ -18,8 +18,10 @@
 #include <vector>
 
 #include "os/sysinfo/kira_netlink.h"
+#include "tests/os/net/net_test_util.h"
 #include "tests/os/sysinfo/sysinfo_test_util.h"
 
+using net_test::RunInOwnNetwork;
 using sysinfo_test::WaitUntil;
 
 namespace {
@@ -47,6 +49,22 @@ int UserSocket() {
     return fd >= 0 ? fd : socket(AF_NETLINK, SOCK_RAW, NETLINK_KOBJECT_UEVENT);
 }
 
+struct sockaddr_nl Address(uint32_t port, uint32_t groups) {
+    struct sockaddr_nl a = {};
+    a.nl_family = AF_NETLINK;
+    a.nl_pid = port;
+    a.nl_groups = groups;
+    return a;
+}
+
+// The port and groups a socket is bound to.
+struct sockaddr_nl BoundTo(int sock) {
+    struct sockaddr_nl a = {};
+    socklen_t len = sizeof(a);
+    getsockname(sock, reinterpret_cast<sockaddr*>(&a), &len);
+    return a;
+}
+
 // A datagram of `size` bytes: a netlink header, then `kind` and a fill byte.
 void Send(int sender, uint32_t kind, size_t size, unsigned char fill) {
     std::vector<unsigned char> d(size + 1, fill);  // never a null buffer, even for 0 bytes
@@ -54,49 +72,29 @@ void Send(int sender, uint32_t kind, size_t size, unsigned char fill) {
     header.nlmsg_len = static_cast<uint32_t>(size);
     if (size >= sizeof(header)) memcpy(d.data(), &header, sizeof(header));
     if (size >= 20) memcpy(d.data() + 16, &kind, 4);
-    struct sockaddr_nl to = {};
-    to.nl_family = AF_NETLINK;
-    to.nl_pid = kPort;
-    ASSERT_EQ(sendto(sender, d.data(), size, 0, reinterpret_cast<sockaddr*>(&to), sizeof(to)),
+    const struct sockaddr_nl to = Address(kPort, 0);
+    ASSERT_EQ(sendto(sender, d.data(), size, 0, reinterpret_cast<const sockaddr*>(&to), sizeof(to)),
               static_cast<ssize_t>(size));
 }
 
-// The bind happens in the listener's thread: true once the port and group
-// show on the socket.
-bool WaitBound(int sock) {
-    return WaitUntil(
-        [sock] {
-            struct sockaddr_nl a = {};
-            socklen_t len = sizeof(a);
-            return getsockname(sock, reinterpret_cast<sockaddr*>(&a), &len) == 0 && a.nl_pid == kPort &&
-                   a.nl_groups == 1;
-        },
-        2000);
-}
-
-void NetlinkSandbox(const std::function<void()>& body) {
-    if (!kt::SandboxAvailable()) GTEST_SKIP() << "needs root and namespaces";
-    kt::SandboxOptions opts;
-    opts.new_net = true;  // port ids of our own
-    kt::RunSandboxed(body, opts);
-}
-
-uint32_t U32At(const std::vector<unsigned char>& v, size_t at) {
-    uint32_t x;
-    memcpy(&x, v.data() + at, 4);
-    return x;
+// A listener on sock in a thread of its own; the bind happens there, so
+// this waits until the port and group show on the socket.
+std::future<int> Listen(int sock, KIRA_NETLINK_CALLBACK callback = Record) {
+    auto listener =
+        std::async(std::launch::async, [sock, callback] { return KIRA_Netlink_ext3_listen(sock, kPort, callback); });
+    EXPECT_TRUE(WaitUntil([sock] { return BoundTo(sock).nl_pid == kPort && BoundTo(sock).nl_groups == 1; }, 2000))
+        << "listener not bound";
+    return listener;
 }
 
 }  // namespace
 
 TEST(Netlink, NotificationsReachTheCallbackUntilReleased) {
-    NetlinkSandbox([] {
+    RunInOwnNetwork([] {
         int sock = UserSocket();
         int sender = UserSocket();
         ASSERT_GE(sock, 0);
-        auto listener =
-            std::async(std::launch::async, [sock] { return KIRA_Netlink_ext3_listen(sock, kPort, Record); });
-        ASSERT_TRUE(WaitBound(sock));
+        auto listener = Listen(sock);
         Send(sender, KIRA_NETLINK_EXT3_MAGIC, 24, 0x11);
         Send(sender, 0x12345678, 24, 0x22);                // not a notification
         Send(sender, KIRA_NETLINK_EXT3_MAGIC, 100, 0x33);  // cut to 72 bytes
@@ -113,7 +111,8 @@ TEST(Netlink, NotificationsReachTheCallbackUntilReleased) {
 
         std::lock_guard<std::mutex> lock(g_seenLock);
         ASSERT_EQ(g_seen.size(), 3u);
-        EXPECT_EQ(U32At(g_seen[0], 0), KIRA_NETLINK_EXT3_MAGIC);
+        const uint32_t magic = KIRA_NETLINK_EXT3_MAGIC;
+        EXPECT_EQ(memcmp(g_seen[0].data(), &magic, 4), 0);
         EXPECT_EQ(g_seen[0][4], 0x11);
         EXPECT_EQ(g_seen[0][8], 0);  // cleared once before the first datagram
         EXPECT_EQ(g_seen[1][55], 0x33);
@@ -123,12 +122,10 @@ TEST(Netlink, NotificationsReachTheCallbackUntilReleased) {
 }
 
 TEST(Netlink, PlainCloseEndsTheListenerOnlyAtTheNextDatagram) {
-    NetlinkSandbox([] {
+    RunInOwnNetwork([] {
         int sock = UserSocket();
         int sender = UserSocket();
-        auto listener =
-            std::async(std::launch::async, [sock] { return KIRA_Netlink_ext3_listen(sock, kPort, Record); });
-        ASSERT_TRUE(WaitBound(sock));
+        auto listener = Listen(sock);
         usleep(50 * 1000);  // into the wait
         close(sock);
         EXPECT_EQ(listener.wait_for(std::chrono::milliseconds(300)), std::future_status::timeout);
@@ -144,23 +141,18 @@ TEST(Netlink, PlainCloseEndsTheListenerOnlyAtTheNextDatagram) {
 // queue (group datagrams faster than the callback takes them) makes the
 // next receive fail with ENOBUFS.
 TEST(Netlink, AReceiveFailureEndsTheListenerWithMinusSix) {
-    NetlinkSandbox([] {
+    RunInOwnNetwork([] {
         int sock = UserSocket();
         int sender = UserSocket();
         int small = 1;
         setsockopt(sock, SOL_SOCKET, SO_RCVBUF, &small, sizeof(small));
-        auto listener = std::async(std::launch::async, [sock] {
-            return KIRA_Netlink_ext3_listen(sock, kPort, [](void*) { usleep(100 * 1000); });
-        });
-        ASSERT_TRUE(WaitBound(sock));
-        struct sockaddr_nl group = {};
-        group.nl_family = AF_NETLINK;
-        group.nl_groups = 1;
+        auto listener = Listen(sock, [](void*) { usleep(100 * 1000); });
+        const struct sockaddr_nl group = Address(0, 1);
         unsigned char d[64] = {};
         uint32_t magic = KIRA_NETLINK_EXT3_MAGIC;
         memcpy(d + 16, &magic, 4);
         for (int i = 0; i < 200; i++)
-            sendto(sender, d, sizeof(d), 0, reinterpret_cast<sockaddr*>(&group), sizeof(group));
+            sendto(sender, d, sizeof(d), 0, reinterpret_cast<const sockaddr*>(&group), sizeof(group));
         bool ended = listener.wait_for(std::chrono::seconds(3)) == std::future_status::ready;
         KIRA_Netlink_ext3_release(sock);
         ASSERT_TRUE(ended);
@@ -170,21 +162,16 @@ TEST(Netlink, AReceiveFailureEndsTheListenerWithMinusSix) {
 }
 
 TEST(Netlink, ArgumentsBindFailuresAndRelease) {
-    NetlinkSandbox([] {
+    RunInOwnNetwork([] {
         int sock = UserSocket();
         int other = UserSocket();
         EXPECT_EQ(KIRA_Netlink_ext3_listen(-1, kPort, Record), -2);
         EXPECT_EQ(KIRA_Netlink_ext3_listen(sock, 0, Record), -7);
         EXPECT_EQ(KIRA_Netlink_ext3_listen(sock, kPort, nullptr), -3);
-        struct sockaddr_nl a = {};
-        socklen_t len = sizeof(a);
-        getsockname(sock, reinterpret_cast<sockaddr*>(&a), &len);
-        EXPECT_EQ(a.nl_pid, 0u) << "bound although the arguments were refused";
+        EXPECT_EQ(BoundTo(sock).nl_pid, 0u) << "bound although the arguments were refused";
 
-        struct sockaddr_nl taken = {};
-        taken.nl_family = AF_NETLINK;
-        taken.nl_pid = kPort;
-        ASSERT_EQ(bind(other, reinterpret_cast<sockaddr*>(&taken), sizeof(taken)), 0);
+        const struct sockaddr_nl taken = Address(kPort, 0);
+        ASSERT_EQ(bind(other, reinterpret_cast<const sockaddr*>(&taken), sizeof(taken)), 0);
         EXPECT_EQ(KIRA_Netlink_ext3_listen(sock, kPort, Record), -4);
         EXPECT_EQ(kt::SyslogCount("[KIRA_Netlink_ext3_listen]Bind socket failed, errno: 98.\n", 3), 1);
         EXPECT_EQ(KIRA_Netlink_ext3_release(sock), 0);

@@ -8,6 +8,7 @@
 
 #include <chrono>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "os/sysinfo/sysinfo_internal.h"
@@ -38,11 +39,8 @@ SANDBOX_TEST(Sampler, ArithmeticAndTheStatLine) {
     KIRA_UpdateCpuUsage(0, 1ULL << 62);  // the product wraps in 64 bits
     EXPECT_EQ(KIRA_GetCpuUsage(), 0);
 
-    struct {
-        const char* stat;
-        int rc;
-        uint64_t idle, total;
-    } cases[] = {
+    // The stat file; the result, the idle and the total time it gives.
+    const std::tuple<const char*, int, uint64_t, uint64_t> cases[] = {
         {"cpu  1 2 3\n", 0, 0, 0},
         {"cpu  1 2 3 4\n", 1, 4, 10},
         {"cpu  1 2 3 4 5 6 7\n", 1, 4, 28},
@@ -50,12 +48,12 @@ SANDBOX_TEST(Sampler, ArithmeticAndTheStatLine) {
         {"intr 1 2 3 4 5\n", 0, 0, 0},
         {"", 0, 0, 0},
     };
-    for (const auto& c : cases) {
-        kt::BindFileOver("/proc/stat", c.stat);
+    for (const auto& [stat, rc, wantIdle, wantTotal] : cases) {
+        kt::BindFileOver("/proc/stat", stat);
         uint64_t idle = 0, total = 0;
-        EXPECT_EQ(KIRA_GetSystemTimes(&idle, &total), c.rc) << c.stat;
-        EXPECT_EQ(idle, c.idle) << c.stat;
-        EXPECT_EQ(total, c.total) << c.stat;
+        EXPECT_EQ(KIRA_GetSystemTimes(&idle, &total), rc) << stat;
+        EXPECT_EQ(idle, wantIdle) << stat;
+        EXPECT_EQ(total, wantTotal) << stat;
     }
 }
 

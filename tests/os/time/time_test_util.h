@@ -10,6 +10,7 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <string>
 
 #include "os/time/kira_time.h"
@@ -29,12 +30,9 @@ inline void UseZone(const std::string& zone) {
 // Every test that may run a command first keeps /dev/kmsg to itself.
 inline void PrivateKernelLog() { kt::BindFileOver("/dev/kmsg", ""); }
 
-inline std::string CachePath(const std::string& zone) {
-    std::string p = "/var/run/timezone_" + zone;
-    for (size_t i = sizeof("/var/run/timezone_") - 1; i < p.size(); i++) {
-        if (p[i] == '/') p[i] = '_';
-    }
-    return p;
+inline std::string CachePath(std::string zone) {
+    std::replace(zone.begin(), zone.end(), '/', '_');
+    return "/var/run/timezone_" + zone;
 }
 
 // Two lines of "zdump -v" for a change at utc (its first second) from one

@@ -5,6 +5,9 @@
 #include <sys/stat.h>
 #include <syslog.h>
 
+#include <tuple>
+#include <utility>
+
 #include "tests/os/time/time_test_util.h"
 
 namespace {
@@ -29,15 +32,13 @@ void InstallNode() {
                   0755);
 }
 
-std::string DateAbbreviation() {
-    FILE* p = popen("date | awk '{print $5}'", "r");
-    char buf[64] = {};
-    if (p != nullptr) {
-        (void)!fgets(buf, sizeof(buf), p);
-        pclose(p);
-    }
-    std::string s = buf;
-    return s.empty() ? s : s.substr(0, s.size() - 1);
+// The abbreviation now in force, as "date" prints it.
+std::string Abbreviation() {
+    tzset();
+    const time_t now = time(nullptr);
+    struct tm local;
+    localtime_r(&now, &local);
+    return local.tm_zone;
 }
 
 }  // namespace
@@ -53,7 +54,7 @@ SANDBOX_TEST(SetTimeZone, LinksEditsBacksUpAndTellsTheKernel) {
     EXPECT_EQ(LinkTarget(), "/usr/share/zoneinfo/Europe/Berlin");
     // The shell takes the double quotes off the zone name.
     EXPECT_EQ(kt::ReadFile(kClock),
-              "ZONE=x\nDEFAULT_TIMEZONE=Europe/Berlin\nTIMEZONE=" + DateAbbreviation() + "\nUTC=true\n");
+              "ZONE=x\nDEFAULT_TIMEZONE=Europe/Berlin\nTIMEZONE=" + Abbreviation() + "\nUTC=true\n");
     EXPECT_NE(access("/var/nox/time_tmp", F_OK), 0);
     EXPECT_EQ(kt::ReadFile(kBackupCopy), kt::ReadFile(kClock));
     EXPECT_EQ(kt::ReadFile("/dev/kmsg"), "<6>os_conf_backup: saved /etc/sysconfig/clock\n");
@@ -107,10 +108,8 @@ SANDBOX_TEST(SetTime, RangeHardwareClockCommandsAndKernel) {
     time_test::UseZone("UTC");
     kt::FakeCommand hwclock("hwclock");
     time_test::KernelTable kernel;
-    struct {
-        int64_t t;
-        const char* date;  // null: refused
-    } cases[] = {
+    // The instant, and the date handed to hwclock (null: refused).
+    const std::pair<int64_t, const char*> cases[] = {
         {0, nullptr},
         {-1, nullptr},
         {3124224000, nullptr},
@@ -118,18 +117,18 @@ SANDBOX_TEST(SetTime, RangeHardwareClockCommandsAndKernel) {
         {1, "--date=01/01/70 00:00:01 -0"},
         {951782400 + 45296, "--date=02/29/00 12:34:56 -0"},
     };
-    for (const auto& c : cases) {
+    for (const auto& [t, date] : cases) {
         kt::SyslogClear();
         const size_t before = hwclock.Calls().size();
-        EXPECT_EQ(KIRA_SetTime(&c.t), c.date != nullptr ? 0 : -1) << c.t;
+        EXPECT_EQ(KIRA_SetTime(&t), date != nullptr ? 0 : -1) << t;
         const auto calls = hwclock.Calls();
-        if (c.date == nullptr) {
+        if (date == nullptr) {
             EXPECT_EQ(kt::SyslogCount("Input time param is error.\n", LOG_INFO), 1);
             EXPECT_EQ(calls.size(), before);
             continue;
         }
         ASSERT_EQ(calls.size(), before + 2);
-        EXPECT_EQ(calls[before], (std::vector<std::string>{"--set", "--utc", c.date}));
+        EXPECT_EQ(calls[before], (std::vector<std::string>{"--set", "--utc", date}));
         EXPECT_EQ(calls[before + 1], (std::vector<std::string>{"--utc", "--hctosys"}));
     }
     EXPECT_EQ(KIRA_SetTime(nullptr), -1);
@@ -140,11 +139,8 @@ SANDBOX_TEST(SetTime, EachFailingStepIsReported) {
     time_test::PrivateKernelLog();
     time_test::UseZone("UTC");
     const int64_t t = 1700000000;
-    struct {
-        const char* hwclock;  // body of the stand-in
-        bool kernel;
-        const char* message;
-    } cases[] = {
+    // The stand-in's body, whether the kernel device is there, the message.
+    const std::tuple<const char*, bool, const char*> cases[] = {
         {"exit 2", true, "Set RTC failed, return value is 512.\n"},
         {"case \"$*\" in *hctosys*) exit 3;; esac", true,
          "Sync time from RTC to system failed, return value is 768.\n"},
@@ -152,12 +148,12 @@ SANDBOX_TEST(SetTime, EachFailingStepIsReported) {
     };
     kt::MakeDirs("/tmp/hw");
     setenv("PATH", (std::string("/tmp/hw:") + getenv("PATH")).c_str(), 1);
-    for (const auto& c : cases) {
-        kt::WriteFile("/tmp/hw/hwclock", std::string("#!/bin/sh\n") + c.hwclock + "\n", 0755);
-        std::unique_ptr<time_test::KernelTable> kernel(c.kernel ? new time_test::KernelTable : nullptr);
+    for (const auto& [hwclock, withKernel, message] : cases) {
+        kt::WriteFile("/tmp/hw/hwclock", std::string("#!/bin/sh\n") + hwclock + "\n", 0755);
+        std::unique_ptr<time_test::KernelTable> kernel(withKernel ? new time_test::KernelTable : nullptr);
         kt::SyslogClear();
-        EXPECT_EQ(KIRA_SetTime(&t), -1) << c.message;
-        EXPECT_EQ(kt::SyslogCount(c.message, LOG_INFO), 1) << c.message;
+        EXPECT_EQ(KIRA_SetTime(&t), -1) << message;
+        EXPECT_EQ(kt::SyslogCount(message, LOG_INFO), 1) << message;
     }
 }
 

@@ -1,10 +1,12 @@
-// Zone and daylight saving: the periods of real zones through the machine's
-// zdump, planted cache files of every shape (bad ones included), the query
-// functions, KIRA_GetTimeZone, KIRA_SetTimeZone and KIRA_SetTime.
+// Zone and daylight saving: refused input, the zdump cache, planted cache
+// files of every shape (bad ones included), the query functions and
+// KIRA_GetTimeZone.
 
 #include <sys/stat.h>
 #include <syslog.h>
 
+#include <tuple>
+#include <utility>
 #include <vector>
 
 #include "tests/os/time/time_test_util.h"
@@ -20,11 +22,7 @@ constexpr Offset kDst{7200, 1, "CEST"};
 constexpr char kPlanted[] = "Etc/GMT-3";
 
 int64_t Utc(int year, int mon, int day, int hour = 0) {
-    struct tm t = {};
-    t.tm_year = year - 1900;
-    t.tm_mon = mon - 1;
-    t.tm_mday = day;
-    t.tm_hour = hour;
+    struct tm t = {0, 0, hour, day, mon - 1, year - 1900, 0, 0, 0, 0, nullptr};
     return timegm(&t);
 }
 
@@ -41,18 +39,12 @@ uint32_t PeriodCount(int year, const std::string& zone) {
     return config.count;
 }
 
-const char* const kHostileNames[] = {"",
-                                     "/etc/passwd",
-                                     "../../etc/passwd",
-                                     "Europe/../Europe/Berlin",
-                                     "Europe//Berlin",
-                                     "Europe/Berlin;touch /tmp/x",
-                                     "Europe/Berlin x",
-                                     "$(touch /tmp/x)",
-                                     "Europe/Berlin`id`",
-                                     "Europe/Berlin'",
-                                     "Europe/Berlin|id",
-                                     "Europe/"};
+// clang-format off
+const char* const kHostileNames[] = {
+    "", "/etc/passwd", "../../etc/passwd", "Europe/../Europe/Berlin", "Europe//Berlin", "Europe/Berlin;touch /tmp/x",
+    "Europe/Berlin x", "$(touch /tmp/x)", "Europe/Berlin`id`", "Europe/Berlin'", "Europe/Berlin|id", "Europe/",
+};
+// clang-format on
 
 }  // namespace
 
@@ -60,22 +52,17 @@ SANDBOX_TEST(DstConfig, BadInputIsRefusedAndRunsNothing) {
     time_test::PrivateKernelLog();
     kt::FakeCommand zdump("zdump");
     KIRA_DST_CONFIG_S config = {};
-    struct {
-        int year;
-        const char* zone;
-        KIRA_DST_CONFIG_S* config;
-        const char* message;
-    } cases[] = {
+    const std::tuple<int, const char*, KIRA_DST_CONFIG_S*, const char*> cases[] = {
         {1969, "Europe/Berlin", &config, "this year 1969 not in [1970, 2037]\n"},
         {2038, "Europe/Berlin", &config, "this year 2038 not in [1970, 2037]\n"},
         {2024, nullptr, &config, "KIRA_show_dst_config: The pointor is NULL\n"},
         {2024, "Europe/Berlin", nullptr, "KIRA_show_dst_config: The pointor is NULL\n"},
         {2024, "Nowhere/Land", &config, "file /usr/share/zoneinfo/Nowhere/Land not exist\n"},
     };
-    for (const auto& c : cases) {
+    for (const auto& [year, zone, out, message] : cases) {
         kt::SyslogClear();
-        EXPECT_EQ(KIRA_show_dst_config(c.year, c.zone, c.config), -1) << c.message;
-        EXPECT_EQ(kt::SyslogCount(c.message, LOG_INFO), 1) << c.message;
+        EXPECT_EQ(KIRA_show_dst_config(year, zone, out), -1) << message;
+        EXPECT_EQ(kt::SyslogCount(message, LOG_INFO), 1) << message;
     }
     for (const char* zone : kHostileNames) {
         kt::SyslogClear();
@@ -118,11 +105,7 @@ SANDBOX_TEST(DstConfig, DamagedCacheFilesNeverOverrun) {
     }
     const std::string good = ZdumpPair(kPlanted, Utc(2024, 3, 31, 1), kStd, kDst);
     const std::string tail = ZdumpPair(kPlanted, Utc(2024, 10, 27, 1), kDst, kStd);
-    struct {
-        std::string text;
-        size_t periods;
-        const char* message;
-    } cases[] = {
+    const std::tuple<std::string, size_t, const char*> cases[] = {
         {many, 8, "read_dst_file: more than 8 dst periods in 2024, rest ignored"},
         {"\n\n" + good + tail, 0, "get_dst_begin: read_dst_line fail, (\n)\n"},
         {good + "\n\n", 1, "get_dst_end: read_dst_line fail, (\n)\n"},
@@ -133,12 +116,12 @@ SANDBOX_TEST(DstConfig, DamagedCacheFilesNeverOverrun) {
         {good + tail.substr(0, tail.size() / 2), 1, nullptr},  // cut short
         {"", 0, nullptr},
     };
-    for (const auto& c : cases) {
-        Plant(c.text);
+    for (const auto& [text, periods, message] : cases) {
+        Plant(text);
         kt::SyslogClear();
-        EXPECT_EQ(PeriodCount(2024, kPlanted), c.periods) << c.text;
-        if (c.message != nullptr) {
-            EXPECT_GE(kt::SyslogCount(c.message, LOG_INFO), 1) << c.message;
+        EXPECT_EQ(PeriodCount(2024, kPlanted), periods) << text;
+        if (message != nullptr) {
+            EXPECT_GE(kt::SyslogCount(message, LOG_INFO), 1) << message;
         }
     }
 }
@@ -218,24 +201,22 @@ SANDBOX_TEST(DstQuery, ShapesOfThisYear) {
 }
 
 SANDBOX_TEST(TimeZone, ReportsTheStandardOffsetNameAndAbbreviation) {
-    struct {
-        const char* zone;
-        const char* offset;
-    } cases[] = {{"America/St_Johns", "-03:30"},
-                 {"Asia/Kathmandu", "+05:45"},
-                 {"Europe/Berlin", "+01:00"},
-                 {"Australia/Sydney", "+10:00"},
-                 {"UTC", "+00:00"},
-                 {"America/Sao_Paulo", "-03:00"}};
-    for (const auto& c : cases) {
-        time_test::UseZone(c.zone);
+    // Each zone and its standard offset.
+    const std::pair<const char*, const char*> cases[] = {{"America/St_Johns", "-03:30"},
+                                                         {"Asia/Kathmandu", "+05:45"},
+                                                         {"Europe/Berlin", "+01:00"},
+                                                         {"Australia/Sydney", "+10:00"},
+                                                         {"UTC", "+00:00"},
+                                                         {"America/Sao_Paulo", "-03:00"}};
+    for (const auto& [zone, standard] : cases) {
+        time_test::UseZone(zone);
         char offset[32] = "", name[64] = "", abbrev[32] = "";
         ASSERT_EQ(KIRA_GetTimeZone(offset, name, abbrev), 0);
         const time_t now = time(nullptr);
         struct tm local;
         localtime_r(&now, &local);
-        EXPECT_STREQ(offset, c.offset);
-        EXPECT_STREQ(name, c.zone);
+        EXPECT_STREQ(offset, standard);
+        EXPECT_STREQ(name, zone);
         EXPECT_STREQ(abbrev, local.tm_zone);
         EXPECT_EQ(KIRA_GetTimeZone(nullptr, nullptr, nullptr), 0);
     }
