@@ -7,7 +7,6 @@
 #include <signal.h>
 #include <stdio.h>
 #include <sys/wait.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <string>
@@ -69,10 +68,7 @@ inline int WaitStatus(pid_t pid) {
     return ExitCode(st);
 }
 
-inline void SleepMs(long ms) {
-    struct timespec ts = {ms / 1000, (ms % 1000) * 1000000};
-    nanosleep(&ts, nullptr);
-}
+inline void SleepMs(long ms) { usleep(static_cast<useconds_t>(ms) * 1000); }
 
 inline bool Cross() { return kt::TargetCommand("x") != "x"; }
 
