@@ -45,13 +45,18 @@ target_link_libraries(prog_c PRIVATE zadi_linux_plugin::zadi_agent_sub)
 target_link_libraries(prog_cxx PRIVATE zadi_linux_plugin::zadi_agent_sub)
 )";
 
+// Why the installed tree cannot be checked in this build, or nullptr.
+const char* InstallUncheckable() {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    return "programs linked against a sanitizer build need its runtime";
+#endif
+    return Cross() ? "the install is checked natively" : nullptr;
+}
+
 }  // namespace
 
 SANDBOX_TEST(Install, PrefixAloneBuildsLinksAndRuns) {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-    GTEST_SKIP() << "programs linked against a sanitizer build need its runtime";
-#endif
-    if (Cross()) GTEST_SKIP() << "the install is checked natively";
+    if (const char* why = InstallUncheckable()) GTEST_SKIP() << why;
     // Moved after installing: nothing may point back at /tmp/p or the build.
     const Run installed = Shell("cmake --install " KIRA_BINARY_DIR " --prefix /tmp/p && mv /tmp/p /tmp/moved");
     ASSERT_EQ(installed.status, 0) << installed.out;
@@ -93,7 +98,7 @@ SANDBOX_TEST(Install, PrefixAloneBuildsLinksAndRuns) {
 // as systemd would, serves metrics, re-reads its configuration on the reload
 // signal and stops cleanly.
 static void ServiceBody() {
-    if (Cross()) GTEST_SKIP() << "the install is checked natively";
+    if (const char* why = InstallUncheckable()) GTEST_SKIP() << why;
     const Run installed = Shell("cmake --install " KIRA_BINARY_DIR " --prefix /tmp/p");
     ASSERT_EQ(installed.status, 0) << installed.out;
     const std::string unit_path = "/tmp/p/lib/systemd/system/zadi_runner.service";
@@ -123,12 +128,4 @@ static void ServiceBody() {
     EXPECT_TRUE(Has(err, "configuration read again") && Has(err, "stopped by SIGTERM")) << err;
 }
 
-TEST(Install, ServiceUnitVerifiesAndRunsAsSystemdWould) {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-    GTEST_SKIP() << "the installed runner needs a plain build";
-#endif
-    if (!kt::SandboxAvailable()) GTEST_SKIP() << "needs root and mount namespaces";
-    kt::SandboxOptions opts;
-    opts.new_net = true;
-    kt::RunSandboxed(&ServiceBody, opts);
-}
+TEST(Install, ServiceUnitVerifiesAndRunsAsSystemdWould) { RunIsolated(&ServiceBody, 60, true); }
