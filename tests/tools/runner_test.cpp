@@ -259,7 +259,8 @@ SANDBOX_TEST(Runner, DemoLeavesNothingBehind) {
         const pid_t sh = Start(how == "pipe" ? cmd + " | head -c 1 >/dev/null" : "exec " + cmd + " >/tmp/demo.out");
         SleepMs(2500);
         if (how == "TERM" || how == "INT") kill(sh, how == "TERM" ? SIGTERM : SIGINT);
-        WaitStatus(sh);
+        const int status = WaitStatus(sh);
+        EXPECT_TRUE(how != "end" || status == 0) << status;
         SleepMs(200);
         if (how == "TERM") ExpectJsonRecords(kt::ReadFile("/tmp/demo.out"), "demo --json");
         const std::string out = kt::ReadFile("/tmp/demo.err") + kt::ReadFile("/tmp/demo.out");
