@@ -2,9 +2,6 @@
 // compile, link and run against it through pkg-config and through the CMake
 // package, the installed runner runs, and the tree can be moved.
 
-#include <stdio.h>
-#include <sys/wait.h>
-
 #include <string>
 
 #include "tests/support/sandbox.h"
@@ -12,7 +9,7 @@
 
 namespace {
 
-using rt::Shell;
+using namespace rt;
 
 // The C program reaches the records and the census through the C headers;
 // the C++ one uses the plug-in's C++ header.
@@ -48,17 +45,21 @@ target_link_libraries(prog_c PRIVATE zadi_linux_plugin::zadi_agent_sub)
 target_link_libraries(prog_cxx PRIVATE zadi_linux_plugin::zadi_agent_sub)
 )";
 
+// Why the installed tree cannot be checked in this build, or nullptr.
+const char* InstallUncheckable() {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    return "programs linked against a sanitizer build need its runtime";
+#endif
+    return Cross() ? "the install is checked natively" : nullptr;
+}
+
 }  // namespace
 
 SANDBOX_TEST(Install, PrefixAloneBuildsLinksAndRuns) {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-    GTEST_SKIP() << "programs linked against a sanitizer build need its runtime";
-#endif
-    if (kt::TargetCommand("x") != "x") GTEST_SKIP() << "the install is checked natively";
-    std::string out;
-    ASSERT_EQ(Shell("cmake --install " KIRA_BINARY_DIR " --prefix /tmp/p", &out), 0) << out;
+    if (const char* why = InstallUncheckable()) GTEST_SKIP() << why;
     // Moved after installing: nothing may point back at /tmp/p or the build.
-    ASSERT_EQ(Shell("mv /tmp/p /tmp/moved", &out), 0) << out;
+    const Run installed = Shell("cmake --install " KIRA_BINARY_DIR " --prefix /tmp/p && mv /tmp/p /tmp/moved");
+    ASSERT_EQ(installed.status, 0) << installed.out;
     kt::MakeDirs("/tmp/use");
     kt::WriteFile("/tmp/use/prog.c", kCProgram);
     kt::WriteFile("/tmp/use/prog.cpp", kCxxProgram);
@@ -88,8 +89,8 @@ SANDBOX_TEST(Install, PrefixAloneBuildsLinksAndRuns) {
          "/tmp/moved/bin/zadi_runner --config /tmp/moved/share/zadi/zadi_runner.conf --once --exit-zero", "round 1"},
     };
     for (const auto& s : steps) {
-        EXPECT_EQ(Shell(s.cmd, &out), 0) << s.what << ": " << out;
-        EXPECT_NE(out.find(s.expect), std::string::npos) << s.what << ": " << out;
+        const Run r = Shell(s.cmd);
+        EXPECT_TRUE(r.status == 0 && Has(r.out, s.expect)) << s.what << ": " << r.out;
     }
 }
 
@@ -97,46 +98,34 @@ SANDBOX_TEST(Install, PrefixAloneBuildsLinksAndRuns) {
 // as systemd would, serves metrics, re-reads its configuration on the reload
 // signal and stops cleanly.
 static void ServiceBody() {
-    if (rt::Cross()) GTEST_SKIP() << "the install is checked natively";
-    std::string out;
-    ASSERT_EQ(Shell("cmake --install " KIRA_BINARY_DIR " --prefix /tmp/p", &out), 0) << out;
+    if (const char* why = InstallUncheckable()) GTEST_SKIP() << why;
+    const Run installed = Shell("cmake --install " KIRA_BINARY_DIR " --prefix /tmp/p");
+    ASSERT_EQ(installed.status, 0) << installed.out;
     const std::string unit_path = "/tmp/p/lib/systemd/system/zadi_runner.service";
     kt::WriteFile("/tmp/trivial.service", "[Service]\nExecStart=/bin/true\n");
-    if (Shell("systemd-analyze verify /tmp/trivial.service", &out) != 0) {
-        GTEST_SKIP() << "systemd-analyze cannot run in this container: " << out;
-    }
-    EXPECT_EQ(Shell("systemd-analyze verify " + unit_path, &out), 0) << out;
-    EXPECT_EQ(out, "");
+    const Run trivial = Shell("systemd-analyze verify /tmp/trivial.service");
+    if (trivial.status != 0) GTEST_SKIP() << "systemd-analyze cannot run in this container: " << trivial.out;
+    const Run verified = Shell("systemd-analyze verify " + unit_path);
+    EXPECT_TRUE(verified.status == 0 && verified.out.empty()) << verified.out;
     const std::string unit = kt::ReadFile(unit_path);
     const size_t at = unit.find("ExecStart=") + 10;
     const std::string exec_start = unit.substr(at, unit.find('\n', at) - at);
     EXPECT_EQ(exec_start.rfind("/tmp/p/bin/zadi_runner ", 0), 0u) << exec_start;
     kt::MakeDirs("/etc/zadi");
     kt::WriteFile("/etc/zadi/zadi_runner.conf", kt::ReadFile("/tmp/p/share/zadi/zadi_runner.conf"));
-    const pid_t pid = fork();
-    if (pid == 0) {
-        execl("/bin/sh", "sh", "-c", ("exec " + exec_start + " 2>/tmp/service.err").c_str(), nullptr);
-        _exit(127);
-    }
+    const pid_t pid = Start("exec " + exec_start + " 2>/tmp/service.err");
     const std::string ok = "zadi_item_ok{item=\"GetSysCPU\"} 1";
-    for (int i = 0; i < 50 && !rt::Has(out, ok); ++i, rt::SleepMs(100)) {
-        Shell("curl -sS --max-time 5 http://127.0.0.1:9731/metrics", &out);
+    std::string metrics;
+    for (int i = 0; i < 50 && !Has(metrics, ok); ++i, SleepMs(100)) {
+        metrics = Shell("curl -sS --max-time 5 http://127.0.0.1:9731/metrics").out;
     }
-    EXPECT_TRUE(rt::Has(out, ok)) << out;
+    EXPECT_TRUE(Has(metrics, ok)) << metrics;
     kill(pid, SIGHUP);
-    rt::SleepMs(1000);
+    SleepMs(1000);
     kill(pid, SIGTERM);
-    EXPECT_EQ(rt::WaitStatus(pid), 0);
+    EXPECT_EQ(WaitStatus(pid), 0);
     const std::string err = kt::ReadFile("/tmp/service.err");
-    EXPECT_TRUE(rt::Has(err, "configuration read again") && rt::Has(err, "stopped by SIGTERM")) << err;
+    EXPECT_TRUE(Has(err, "configuration read again") && Has(err, "stopped by SIGTERM")) << err;
 }
 
-TEST(Install, ServiceUnitVerifiesAndRunsAsSystemdWould) {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-    GTEST_SKIP() << "the installed runner needs a plain build";
-#endif
-    if (!kt::SandboxAvailable()) GTEST_SKIP() << "needs root and mount namespaces";
-    kt::SandboxOptions opts;
-    opts.new_net = true;
-    kt::RunSandboxed(&ServiceBody, opts);
-}
+TEST(Install, ServiceUnitVerifiesAndRunsAsSystemdWould) { RunIsolated(&ServiceBody, 60, true); }

@@ -1,13 +1,12 @@
 #ifndef TESTS_TOOLS_RUNNER_EXEC_H
 #define TESTS_TOOLS_RUNNER_EXEC_H
 
-// Running the built zadi_runner from a test (through the emulator in a cross
-// build) and reading what it printed.
+// Running the built zadi_runner (through the emulator in a cross build) and
+// other commands from a test, and reading what they printed.
 
 #include <signal.h>
 #include <stdio.h>
 #include <sys/wait.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <string>
@@ -17,31 +16,38 @@
 
 namespace rt {
 
-inline const std::string kRunner = KIRA_BINARY_DIR "/tools/runner/zadi_runner";
+// The command line that starts the runner.
+inline const std::string kRunner = kt::TargetCommand(KIRA_BINARY_DIR "/tools/runner/zadi_runner");
 
 struct Run {
     int status;
-    std::string out;  // stdout, and stderr too unless left out
+    std::string out;
 };
 
-inline Run Exec(const std::string& args, bool with_stderr = true) {
+inline int ExitCode(int st) { return WIFEXITED(st) ? WEXITSTATUS(st) : 128 + WTERMSIG(st); }
+
+// Exit status and standard output of a shell command.
+inline Run Capture(const std::string& cmd) {
     Run r{-1, ""};
-    // exec: no shell stays behind holding the arguments on its command line.
-    const std::string cmd =
-        "exec " + kt::TargetCommand(kRunner) + " " + args + (with_stderr ? " 2>&1" : " 2>/dev/null");
     FILE* p = popen(cmd.c_str(), "r");
     if (p == nullptr) return r;
     char buf[4096];
-    size_t n;
-    while ((n = fread(buf, 1, sizeof(buf), p)) > 0) r.out.append(buf, n);
-    const int st = pclose(p);
-    r.status = WIFEXITED(st) ? WEXITSTATUS(st) : 128 + WTERMSIG(st);
+    for (size_t n; (n = fread(buf, 1, sizeof(buf), p)) > 0;) r.out.append(buf, n);
+    r.status = ExitCode(pclose(p));
     return r;
 }
 
-// The runner started in the background with its output in files.
-inline pid_t Spawn(const std::string& args, const std::string& out, const std::string& err) {
-    const std::string cmd = "exec " + kt::TargetCommand(kRunner) + " " + args + " >" + out + " 2>" + err;
+// Both streams of a shell command.
+inline Run Shell(const std::string& cmd) { return Capture(cmd + " 2>&1"); }
+
+// The runner with `args`; its standard error too unless left out. exec: no
+// shell stays behind holding the arguments on its command line.
+inline Run Exec(const std::string& args, bool with_stderr = true) {
+    return Capture("exec " + kRunner + " " + args + (with_stderr ? " 2>&1" : " 2>/dev/null"));
+}
+
+// A shell command started in the background.
+inline pid_t Start(const std::string& cmd) {
     fflush(nullptr);
     const pid_t pid = fork();
     if (pid == 0) {
@@ -51,15 +57,26 @@ inline pid_t Spawn(const std::string& args, const std::string& out, const std::s
     return pid;
 }
 
+// The runner started in the background with its output in files.
+inline pid_t Spawn(const std::string& args, const std::string& out, const std::string& err) {
+    return Start("exec " + kRunner + " " + args + " >" + out + " 2>" + err);
+}
+
 inline int WaitStatus(pid_t pid) {
     int st = 0;
     waitpid(pid, &st, 0);
-    return WIFEXITED(st) ? WEXITSTATUS(st) : 128 + WTERMSIG(st);
+    return ExitCode(st);
 }
 
-inline void SleepMs(long ms) {
-    struct timespec ts = {ms / 1000, (ms % 1000) * 1000000};
-    nanosleep(&ts, nullptr);
+inline void SleepMs(long ms) { usleep(static_cast<useconds_t>(ms) * 1000); }
+
+// A sandboxed body with its own time limit and, when asked, its own network.
+inline void RunIsolated(void (*body)(), int timeout_s, bool new_net) {
+    if (!kt::SandboxAvailable()) GTEST_SKIP() << "needs root and mount namespaces";
+    kt::SandboxOptions opts;
+    opts.timeout_s = timeout_s;
+    opts.new_net = new_net;
+    kt::RunSandboxed(body, opts);
 }
 
 inline bool Cross() { return kt::TargetCommand("x") != "x"; }
@@ -73,15 +90,16 @@ inline std::vector<std::string> Lines(const std::string& text) {
     return lines;
 }
 
+inline bool Has(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
+
+// The first line holding both `a` and `b`.
 inline const std::string* LineWith(const std::vector<std::string>& lines, const std::string& a,
                                    const std::string& b = "") {
     for (const std::string& l : lines) {
-        if (l.find(a) != std::string::npos && l.find(b) != std::string::npos) return &l;
+        if (Has(l, a) && Has(l, b)) return &l;
     }
     return nullptr;
 }
-
-inline bool Has(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
 
 // Every line a JSON object carrying the time and the host.
 inline void ExpectJsonRecords(const std::string& out, const std::string& what) {
@@ -90,17 +108,6 @@ inline void ExpectJsonRecords(const std::string& out, const std::string& what) {
     for (const std::string& l : lines) {
         EXPECT_TRUE(l.rfind("{\"time\":\"20", 0) == 0 && Has(l, "\"host\":") && l.back() == '}') << what << ": " << l;
     }
-}
-
-// Exit status and output (both streams) of a shell command.
-inline int Shell(const std::string& cmd, std::string* out) {
-    out->clear();
-    FILE* p = popen((cmd + " 2>&1").c_str(), "r");
-    if (p == nullptr) return -1;
-    char buf[4096];
-    for (size_t n; (n = fread(buf, 1, sizeof(buf), p)) > 0;) out->append(buf, n);
-    const int st = pclose(p);
-    return WIFEXITED(st) ? WEXITSTATUS(st) : 128 + WTERMSIG(st);
 }
 
 }  // namespace rt
