@@ -30,10 +30,18 @@ struct Watched {
 
 using Params = std::vector<std::pair<std::string, std::string>>;
 
-enum Shape { kByCmd, kDisk, kFuzzy, kPeriod, kPreCmd, kHeartbeat, kReport };
+// kSystem items look at no parameter.
+enum Shape { kSystem, kByCmd, kDisk, kFuzzy, kPeriod, kPreCmd, kHeartbeat, kReport };
+
+// The parameter count the item's own check wants; 0 where it has another.
+inline int ArgcOf(Shape shape) {
+    return shape == kByCmd || shape == kDisk || shape == kFuzzy ? 1 : shape == kPeriod ? 2 : shape == kPreCmd ? 3 : 0;
+}
 
 inline Params ParamsFor(Shape shape, const Watched& w) {
     switch (shape) {
+        case kSystem:
+            return {};
         case kByCmd:
             return {{"ProcessName", w.cmd}};
         case kDisk:
@@ -65,10 +73,10 @@ struct ItemCase {
 // clang-format off
 inline const ItemCase kItems[] = {
     {"GetDiskUsage", GetDiskUsage, kDisk},
-    {"GetSysCPU", GetSysCPU, kByCmd},
-    {"GetSysUsrCPU", GetSysUsrCPU, kByCmd},
-    {"GetSysMemory", GetSysMemory, kByCmd},
-    {"GetSysFreeMemory", GetSysFreeMemory, kByCmd},
+    {"GetSysCPU", GetSysCPU, kSystem},
+    {"GetSysUsrCPU", GetSysUsrCPU, kSystem},
+    {"GetSysMemory", GetSysMemory, kSystem},
+    {"GetSysFreeMemory", GetSysFreeMemory, kSystem},
     {"GetProcessSysCPU", GetProcessSysCPU, kByCmd},
     {"GetProcessSysCPUExtern", GetProcessSysCPUExtern, kByCmd},
     {"GetProcessCoreCPU", GetProcessCoreCPU, kByCmd},

@@ -4,14 +4,9 @@
 
 #include <signal.h>
 #include <sys/resource.h>
-#include <sys/wait.h>
-#include <time.h>
-
-#include <fstream>
-#include <sstream>
 
 #include "plugin/linux/proc_read_internal.h"
-#include "tests/plugin/linux/items_test_util.h"
+#include "tests/plugin/linux/item_table_test_util.h"
 #include "tests/support/sandbox.h"
 
 using itest::Args;
@@ -20,40 +15,6 @@ using itest::kMarkerBits;
 using P = ZADI_Linux_Plugin;
 
 namespace {
-
-// A shell spinning on a CPU, stopped and resumed so that its ticks can be frozen.
-class Spinner {
-public:
-    explicit Spinner(const std::string& tag) : pid_(fork()) {
-        if (pid_ == 0) {
-            execl("/bin/sh", "sh", "-c", ("T=" + tag + "; while :; do :; done").c_str(), static_cast<char*>(nullptr));
-            _exit(127);
-        }
-        usleep(50000);  // let exec finish so cmdline shows the shell
-    }
-    ~Spinner() {
-        if (pid_ > 0 && kill(pid_, SIGKILL) == 0) waitpid(pid_, nullptr, 0);
-    }
-    // Runs for `ms`, then stops; returns utime + stime from its stat.
-    unsigned long long RunFor(int ms) {
-        kill(pid_, SIGCONT);
-        usleep(ms * 1000);
-        kill(pid_, SIGSTOP);
-        usleep(20000);
-        std::ifstream in("/proc/" + std::to_string(pid_) + "/stat");
-        std::string line, skip;
-        std::getline(in, line);
-        std::istringstream rest(line.substr(line.rfind(')') + 2));
-        unsigned long long utime = 0, stime = 0;
-        for (int i = 3; i <= 13; ++i) rest >> skip;
-        rest >> utime >> stime;
-        return utime + stime;
-    }
-    pid_t pid() const { return pid_; }
-
-private:
-    pid_t pid_;
-};
 
 // Only user+nice+system+idle make the process total; the rest is noise.
 std::string TotalStat(unsigned long long total4) {
@@ -81,20 +42,6 @@ unsigned int CountFds(pid_t pid) {
     return n;
 }
 
-double Seconds() {
-    struct timespec ts;
-    clock_gettime(CLOCK_MONOTONIC, &ts);
-    return static_cast<double>(ts.tv_sec) + static_cast<double>(ts.tv_nsec) / 1e9;
-}
-
-int RssKb(pid_t pid) {
-    std::ifstream in("/proc/" + std::to_string(pid) + "/status");
-    for (std::string line; std::getline(in, line);) {
-        if (line.rfind("VmRSS:", 0) == 0) return std::stoi(line.substr(6));
-    }
-    return -1;
-}
-
 // Two sleepers on the same command line, in /proc directory order.
 struct Twins {
     kt::Child a, b;
@@ -109,7 +56,7 @@ struct Twins {
 }  // namespace
 
 SANDBOX_TEST(ProcessCpu, SharesFromFrozenTicksAndStoredSamples) {
-    Spinner spin(kt::UniqueName("spin"));
+    itest::Spinner spin(kt::UniqueName("spin"));
     const unsigned long long p1 = spin.RunFor(300);
     ASSERT_GT(p1, 0u);
     char cmd[1024];
@@ -147,7 +94,7 @@ SANDBOX_TEST(ProcessCpu, SharesFromFrozenTicksAndStoredSamples) {
 
 SANDBOX_TEST(ProcessCpu, BusiestPrefixMatchIsReported) {
     const std::string tag = kt::UniqueName("busy");
-    Spinner spin(tag);
+    itest::Spinner spin(tag);
     kt::Child idle("bsi", {"sh", "-c", "T=" + tag + "; idle"});
     Args ext{{"ProcessName", "sh -c T=" + tag}};
     EXPECT_GT(ext.Call(GetProcessCoreCPUExtern), 0.0f);  // far less than a processor on a loaded machine
@@ -175,9 +122,9 @@ SANDBOX_TEST(ProcessCpu, IdleGroupsFollowTheirTieRules) {
     for (const auto& c : cases) {
         SCOPED_TRACE(c.args[0].second);
         Args a(c.args);
-        const double t0 = Seconds();
+        const auto t0 = std::chrono::steady_clock::now();
         EXPECT_EQ(a.Call(c.fn), 0.0f);
-        const double took = Seconds() - t0;
+        const double took = itest::SecondsSince(t0);
         EXPECT_GE(took, c.min_s);
         EXPECT_LT(took, c.max_s);
         EXPECT_EQ(a.result.result, 0);
@@ -229,10 +176,10 @@ SANDBOX_TEST(ProcessMemory, ResidentMegabytesAndStoredPid) {
     const std::string u = kt::UniqueName("mem");
     kt::Child a("mma", {"/opt/" + u});
     // A starting process may still be paging in: accept the figure before or after.
-    const int kb1 = RssKb(a.pid());
+    const long kb1 = itest::StatusKb(std::to_string(a.pid()), "VmRSS:");
     Args m{{"ProcessName", "/opt/" + u}};
     const float mb = m.Call(GetProcessMemory);
-    const int kb2 = RssKb(a.pid());
+    const long kb2 = itest::StatusKb(std::to_string(a.pid()), "VmRSS:");
     ASSERT_GE(kb1, 0);
     EXPECT_TRUE(mb == static_cast<float>(kb1 / 1024) || mb == static_cast<float>(kb2 / 1024)) << mb;
     EXPECT_EQ(m.result.result, 0);
@@ -278,34 +225,6 @@ SANDBOX_TEST(ProcessExist, PreCommandGateCountsAnUnmetGateAsPresent) {
 
 namespace {
 
-#define ITEM(fn, argc) \
-    { #fn, fn, argc }
-const struct ItemCase {
-    const char* name;
-    FI_ITEM_FN fn;
-    int argc;  // what the item's check wants
-} kItems[] = {
-    ITEM(GetDiskUsage, 1),
-    ITEM(GetProcessSysCPU, 1),
-    ITEM(GetProcessSysCPUExtern, 1),
-    ITEM(GetProcessCoreCPU, 1),
-    ITEM(GetProcessCoreCPUExtern, 1),
-    ITEM(GetProcessMemory, 1),
-    ITEM(GetProcessMemoryExtern, 1),
-    ITEM(GetProcessHandle, 1),
-    ITEM(GetProcessHandleExtern, 1),
-    ITEM(IsExistProcess, 1),
-    ITEM(IsExistProcessExtern, 1),
-    ITEM(IsExistProcessPreCmd, 3),
-    ITEM(GetProcessSysCPUFuzzyMatch, 1),
-    ITEM(GetProcessSysCPUFuzzyMatchCfgPeriod, 2),
-    ITEM(GetProcessCoreCPUFuzzyMatch, 1),
-    ITEM(GetProcessCoreCPUFuzzyMatchCfgPeriod, 2),
-    ITEM(GetProcessMemoryFuzzyMatch, 1),
-    ITEM(GetProcessHandleFuzzyMatch, 1),
-};
-#undef ITEM
-
 Args GoodArgs(int argc, const std::string& name) {
     Args a{{"ProcessName", name}};
     if (argc == 2) a.Add("Period", "0");
@@ -316,28 +235,21 @@ Args GoodArgs(int argc, const std::string& name) {
 }  // namespace
 
 TEST(ItemArguments, EveryItemRejectsBadArgumentsWithTheFaultMarker) {
-    for (const ItemCase& item : kItems) {
+    for (const itest::ItemCase& item : itest::kItems) {
+        const int argc = itest::ArgcOf(item.shape);
+        if (argc == 0) continue;
         SCOPED_TRACE(item.name);
-        Args a = GoodArgs(item.argc, "x");
-        EXPECT_EQ(Bits(item.fn(item.argc, a.argv(), &a.context, nullptr)), kMarkerBits);
-        const struct {
-            int argc;
-            FI_PARAM_S* argv;
-            FI_CONTEXT_S* ctx;
-            const char* reason;
-        } bad[] = {
+        Args a = GoodArgs(argc, "x");
+        EXPECT_EQ(Bits(item.fn(argc, a.argv(), &a.context, nullptr)), kMarkerBits);
+        const itest::BadCall bad[] = {
             {0, a.argv(), &a.context, "Input parameter number error."},
-            {item.argc + 1, a.argv(), &a.context, "Input parameter number error."},
-            {item.argc, nullptr, nullptr, "Input parameter argv is NULL."},
-            {item.argc, a.argv(), nullptr, "Input parameter context is NULL."},
+            {argc + 1, a.argv(), &a.context, "Input parameter number error."},
+            {argc, nullptr, nullptr, "Input parameter argv is NULL."},
+            {argc, a.argv(), nullptr, "Input parameter context is NULL."},
         };
         for (const auto& b : bad) {
             a.ResetResult();
-            EXPECT_EQ(Bits(item.fn(b.argc, b.argv, b.ctx, &a.result)), kMarkerBits);
-            EXPECT_EQ(a.result.result, -1);
-            EXPECT_EQ(a.reason(), b.reason);
-            EXPECT_EQ(a.result.pid, -5);
-            EXPECT_EQ(a.result.hangflowid, 99u);
+            itest::ExpectRefused(item.fn(b.argc, b.argv, b.ctx, &a.result), a.result, b.reason);
         }
         // Context untouched by a refused call.
         for (char ch : a.context.contextbuff) ASSERT_EQ(ch, 0);
@@ -347,10 +259,11 @@ TEST(ItemArguments, EveryItemRejectsBadArgumentsWithTheFaultMarker) {
 SANDBOX_TEST(ItemArguments, OddNamesAndPatternsNeverFail) {
     for (const std::string& n : {std::string(), std::string(399, 'n'), std::string("*"), std::string("?"),
                                  std::string("**??**"), std::string("["), std::string("%s%n")}) {
-        for (const ItemCase& item : kItems) {
-            if (item.fn == GetDiskUsage || strstr(item.name, "CPU") != nullptr) continue;  // slow or other meaning
+        for (const itest::ItemCase& item : itest::kItems) {
+            // Disk and CPU items: another meaning or slow.
+            if (itest::ArgcOf(item.shape) == 0 || item.shape == itest::kDisk || strstr(item.name, "CPU")) continue;
             SCOPED_TRACE(std::string(item.name) + " with \"" + n.substr(0, 12) + "\"");
-            Args a = GoodArgs(item.argc, n);
+            Args a = GoodArgs(itest::ArgcOf(item.shape), n);
             EXPECT_GE(a.Call(item.fn), 0.0f);
             EXPECT_EQ(a.result.result, 0);
         }

@@ -5,14 +5,23 @@
 // a result that shows any write, and the fault marker's bits.
 
 #include <dirent.h>
+#include <signal.h>
 #include <stdint.h>
+#include <stdlib.h>
 #include <string.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <chrono>
+#include <fstream>
 #include <functional>
 #include <initializer_list>
+#include <sstream>
 #include <string>
 #include <vector>
+
+#include <gtest/gtest.h>
 
 #include "plugin/linux/fi_types.h"
 #include "plugin/linux/zadi_linux_plugin.h"
@@ -36,6 +45,24 @@ inline FI_RESULT_S FreshResult() {
     r.hangflowid = 99;
     return r;
 }
+
+// A refused call: the marker, result -1 with `reason`, pid and hangflowid
+// as FreshResult left them.
+inline void ExpectRefused(float value, const FI_RESULT_S& r, const std::string& reason) {
+    EXPECT_EQ(Bits(value), kMarkerBits);
+    EXPECT_EQ(r.result, -1);
+    EXPECT_EQ(std::string(r.reason), reason);
+    EXPECT_EQ(r.pid, -5);
+    EXPECT_EQ(r.hangflowid, 99u);
+}
+
+// One bad call of an item and the reason it must give.
+struct BadCall {
+    int argc;
+    FI_PARAM_S* argv;
+    FI_CONTEXT_S* ctx;
+    const char* reason;
+};
 
 struct Args {
     std::vector<FI_PARAM_S> params;
@@ -82,6 +109,69 @@ inline int ProcOrder(int pid) {
     }
     closedir(dir);
     return found;
+}
+
+// Field `n` (1-based, n >= 3) of /proc/PID/stat; "" when gone.
+inline std::string StatField(pid_t pid, int n) {
+    std::ifstream in("/proc/" + std::to_string(pid) + "/stat");
+    std::string stat((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>()), field;
+    const size_t close = stat.rfind(')');
+    if (close == std::string::npos || close + 2 >= stat.size()) return "";
+    std::istringstream rest(stat.substr(close + 2));
+    for (int i = 3; i <= n && rest >> field; ++i) {
+    }
+    return field;
+}
+
+// A figure in kB of /proc/PID/status ("VmRSS:"), -1 when absent.
+inline long StatusKb(const std::string& pid, const char* label) {
+    std::ifstream in("/proc/" + pid + "/status");
+    for (std::string line; std::getline(in, line);) {
+        if (line.rfind(label, 0) == 0) return strtol(line.c_str() + strlen(label), nullptr, 10);
+    }
+    return -1;
+}
+
+// A forked copy of this program under its own kernel name, doing `work`
+// until killed.
+class Forked {
+public:
+    template <typename Fn>
+    Forked(const std::string& name, Fn work) : pid_(fork()) {
+        if (pid_ == 0) {
+            prctl(PR_SET_NAME, name.c_str());
+            work();
+            _exit(0);
+        }
+    }
+    ~Forked() {
+        if (pid_ > 0 && kill(pid_, SIGKILL) == 0) waitpid(pid_, nullptr, 0);
+    }
+    pid_t pid() const { return pid_; }
+
+private:
+    pid_t pid_;
+};
+
+// A shell spinning on a CPU, stopped and resumed so that its ticks can be frozen.
+struct Spinner : Forked {
+    explicit Spinner(const std::string& tag)
+        : Forked("spin",
+                 [&] { execl("/bin/sh", "sh", "-c", ("T=" + tag + "; while :; do :; done").c_str(), nullptr); }) {
+        usleep(50000);  // let exec finish so cmdline shows the shell
+    }
+    // Runs for `ms`, then stops; returns utime + stime from its stat.
+    unsigned long long RunFor(int ms) {
+        kill(pid(), SIGCONT);
+        usleep(ms * 1000);
+        kill(pid(), SIGSTOP);
+        usleep(20000);
+        return std::stoull(StatField(pid(), 14)) + std::stoull(StatField(pid(), 15));
+    }
+};
+
+inline double SecondsSince(std::chrono::steady_clock::time_point start) {
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 }
 
 // A process name no other test uses (one process per sandboxed test); the
