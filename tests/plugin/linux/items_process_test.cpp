@@ -6,7 +6,7 @@
 #include <sys/resource.h>
 
 #include "plugin/linux/proc_read_internal.h"
-#include "tests/plugin/linux/item_table_test_util.h"
+#include "tests/plugin/linux/items_test_util.h"
 #include "tests/support/sandbox.h"
 
 using itest::Args;

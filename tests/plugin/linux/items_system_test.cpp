@@ -1,7 +1,7 @@
 // Whole-system items against deterministic /proc/stat and /proc/meminfo and
 // real file systems: delta arithmetic, which counters count, line positions,
 // and the disk figure's double rounding; failures that read as zero successes,
-// with their log lines.
+// with their log lines; what one item call costs, counted exactly.
 
 #include <sys/mount.h>
 #include <sys/stat.h>
@@ -14,22 +14,23 @@
 #include "tests/plugin/linux/items_test_util.h"
 #include "tests/support/fault_inject.h"
 #include "tests/support/sandbox.h"
+#include "tests/support/syscall_count.h"
 
 using itest::Args;
 using itest::Bits;
 using itest::kMarkerBits;
 
+namespace {
+
 // Heap blocks taken by this thread during body (allocations are counted,
-// none fails).
-long itest::AllocationsDuring(const std::function<void()>& body) {
+// none fails); -1 where the sanitizer runtime owns the allocator.
+long AllocationsDuring(const std::function<void()>& body) {
     kt::FaultArm({kt::Fault::kAlloc, 0, kt::FaultMode::kFail, false});
     body();
     const long seen = kt::FaultSeen();
     kt::FaultDisarm();
     return seen;
 }
-
-namespace {
 
 // user nice system idle iowait irq softirq steal, then guest and guest_nice 0.
 std::string StatLine(std::initializer_list<unsigned long long> ticks) {
@@ -168,7 +169,7 @@ SANDBOX_TEST(SysFailures, MissingProcFilesAreZeroSuccessesWithALogLine) {
     }
 }
 
-// The tick readers take no heap block at all (items_cost_test.cpp counts).
+// The tick readers take no heap block at all (counted below).
 SANDBOX_TEST(SysFailures, AllocationFailuresAreLoggedUnderTheMeasurement) {
     using P = ZADI_Linux_Plugin;
     P p;
@@ -197,4 +198,54 @@ SANDBOX_TEST(SysFailures, AllocationFailuresAreLoggedUnderTheMeasurement) {
         EXPECT_EQ(hits, 1);
     }
     EXPECT_EQ(pid, -7);
+}
+
+SANDBOX_TEST(ItemCost, StoredPidItemsMakeTheFloorsCallsAndNoAllocation) {
+    const std::string cmd = itest::Unique("cost");
+    kt::Child child(cmd, {cmd, "x"});
+    // Per item: open/read/close of the command line, then of each file read:
+    // status for memory, /proc/stat and the process's stat for CPU.
+    const struct {
+        const char* name;
+        FI_ITEM_FN item;
+        long calls;
+    } cases[] = {{"IsExistProcess", IsExistProcess, 3},
+                 {"GetProcessMemory", GetProcessMemory, 6},
+                 {"GetProcessCoreCPU", GetProcessCoreCPU, 9}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        Args a({{"ProcessName", cmd + " x"}});
+        a.Call(c.item);  // finds and stores the pid
+        ASSERT_EQ(a.Ctx<pid_t>(), child.pid());
+        const kt::SyscallCount count = kt::CountSyscalls([&] { a.Call(c.item); });
+        if (count.traced) {
+            EXPECT_EQ(count.total, c.calls);
+            EXPECT_EQ(count.by_number.count(SYS_openat) ? count.by_number.at(SYS_openat) : 0, c.calls / 3);
+        }
+        const long blocks = AllocationsDuring([&] { a.Call(c.item); });
+        if (blocks >= 0) {
+            EXPECT_EQ(blocks, 0);
+        }
+        EXPECT_EQ(a.Ctx<pid_t>(), child.pid());
+        EXPECT_EQ(a.result.result, 0);
+    }
+}
+
+SANDBOX_TEST(ItemCost, LookupWalkReadsEachCommandLineOnce) {
+    const std::string cmd = itest::Unique("walk");
+    kt::Child child(cmd, {cmd});
+    const kt::SyscallCount count = kt::CountSyscalls([&] {
+        int pid = 0;
+        (void)ZADI_Linux_Plugin::get_pid_byname((cmd + " missing").c_str(), pid);
+    });
+    if (!count.traced) {
+        GTEST_SKIP() << "system calls cannot be traced here";
+    }
+    auto calls = [&](long nr) { return count.by_number.count(nr) ? count.by_number.at(nr) : 0; };
+    // One openat is /proc itself, every other one a command line, read once
+    // (a process that ended meanwhile fails its open and is not read).
+    const long cmdlines = calls(SYS_openat) - 1;
+    EXPECT_GT(cmdlines, 1);
+    EXPECT_LE(calls(SYS_read), cmdlines);
+    EXPECT_LE(calls(SYS_close), cmdlines + 1);
 }
