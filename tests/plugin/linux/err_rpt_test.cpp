@@ -38,8 +38,7 @@ void ExpectFault(Args& a, const char* reason) {
 // Sent: 0.0, result 0, reason untouched, nothing leaked.
 void ExpectSent(Args& a) {
     a.ResetResult();
-    EXPECT_EQ(Bits(a.Call(SendErrRpt)), Bits(0.0f));
-    EXPECT_EQ(a.result.result, 0);
+    EXPECT_EQ(Bits(a.Ok(SendErrRpt)), Bits(0.0f));
     EXPECT_EQ(a.reason(), "untouched");
     EXPECT_EQ(ZADI_AgentSubLiveReports(), 0) << "a report leaked";
 }

@@ -41,8 +41,7 @@ struct Item {
     Item(const std::string& name, const std::string& mod) : a{{"ProcessName", name}, {"ProcessMoudleId", mod}} {}
     float Call() {
         a.ResetResult();
-        float v = a.Call(ProcessHeartBeat);
-        EXPECT_EQ(a.result.result, 0);
+        float v = a.Ok(ProcessHeartBeat);
         EXPECT_EQ(a.result.pid, -5) << "pid must not be written";
         return v;
     }

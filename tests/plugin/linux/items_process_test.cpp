@@ -65,8 +65,7 @@ SANDBOX_TEST(ProcessCpu, SharesFromFrozenTicksAndStoredSamples) {
     kt::BindFileOver("/proc/stat", TotalStat(100000));
 
     Args a{{"ProcessName", name}};
-    EXPECT_FLOAT_EQ(a.Call(GetProcessSysCPU), static_cast<float>(p1 * 100.0 / 100000.0));
-    EXPECT_EQ(a.result.result, 0);
+    EXPECT_FLOAT_EQ(a.Ok(GetProcessSysCPU), static_cast<float>(p1 * 100.0 / 100000.0));
     EXPECT_EQ(a.result.pid, -5);  // plain items do not report a pid
     auto ctx = a.Ctx<process_cpu_context_t>();
     EXPECT_EQ(ctx.pid, spin.pid());
@@ -84,12 +83,10 @@ SANDBOX_TEST(ProcessCpu, SharesFromFrozenTicksAndStoredSamples) {
     Args sys{{"ProcessName", name}}, core{{"ProcessName", name}};
     const float s = sys.Call(GetProcessSysCPU);
     EXPECT_GT(s, 0.0f);
-    EXPECT_EQ(core.Call(GetProcessCoreCPU), s * static_cast<float>(P::get_cpu_core_num()));
-    EXPECT_EQ(core.result.result, 0);
+    EXPECT_EQ(core.Ok(GetProcessCoreCPU), s * static_cast<float>(P::get_cpu_core_num()));
     // Not running: 0.0, a success.
     Args none{{"ProcessName", "/opt/" + kt::UniqueName("absent")}};
-    EXPECT_EQ(none.Call(GetProcessCoreCPU), 0.0f);
-    EXPECT_EQ(none.result.result, 0);
+    EXPECT_EQ(none.Ok(GetProcessCoreCPU), 0.0f);
 }
 
 SANDBOX_TEST(ProcessCpu, BusiestPrefixMatchIsReported) {
@@ -198,11 +195,9 @@ SANDBOX_TEST(ProcessMemory, ResidentMegabytesAndStoredPid) {
 SANDBOX_TEST(ProcessExist, PreCommandGateCountsAnUnmetGateAsPresent) {
     const std::string u = "/opt/" + kt::UniqueName("ex");
     Args gate{{"ProcessName", u + "-absent"}, {"PreCmd", "echo standby"}, {"RetKeyWords", "active"}};
-    EXPECT_EQ(gate.Call(IsExistProcessPreCmd), 1.0f);
-    EXPECT_EQ(gate.result.result, 0);
+    EXPECT_EQ(gate.Ok(IsExistProcessPreCmd), 1.0f);
     Args met{{"ProcessName", u + "-absent"}, {"PreCmd", "echo active"}, {"RetKeyWords", "active"}};
-    EXPECT_EQ(met.Call(IsExistProcessPreCmd), 0.0f);
-    EXPECT_EQ(met.result.result, 0);
+    EXPECT_EQ(met.Ok(IsExistProcessPreCmd), 0.0f);
     kt::Child c("exc", {u});
     Args present{{"ProcessName", u}, {"PreCmd", "echo active"}, {"RetKeyWords", "act"}}, plain{{"ProcessName", u}};
     EXPECT_EQ(present.Call(IsExistProcessPreCmd), 1.0f);

@@ -95,6 +95,12 @@ struct Args {
     int argc() const { return static_cast<int>(params.size()); }
     FI_PARAM_S* argv() { return params.empty() ? nullptr : params.data(); }
     float Call(FI_ITEM_FN fn) { return fn(argc(), argv(), &context, &result); }
+    // A call that must succeed (result 0).
+    float Ok(FI_ITEM_FN fn) {
+        const float v = Call(fn);
+        EXPECT_EQ(result.result, 0);
+        return v;
+    }
     std::string reason() const { return result.reason; }
     template <typename T>
     T Ctx() const {
