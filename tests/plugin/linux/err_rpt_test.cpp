@@ -31,8 +31,7 @@ void ExpectFault(float value, const FI_RESULT_S& r, const char* reason) {
 }
 void ExpectFault(Args& a, const char* reason) {
     a.ResetResult();
-    const float v = a.Call(SendErrRpt);
-    ExpectFault(v, a.result, reason);
+    ExpectFault(a.Call(SendErrRpt), a.result, reason);
 }
 
 // Sent: 0.0, result 0, reason untouched, nothing leaked.

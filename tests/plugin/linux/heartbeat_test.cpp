@@ -64,6 +64,11 @@ void ExpectIgnoresEverything(Item& item) {
     EXPECT_TRUE(item.TrackedPids().empty());
 }
 
+int WalkEmpty(const std::string& dir) {
+    return ForeachDir(
+        dir.c_str(), [](const char*, const char*, void*) { return 0; }, nullptr);
+}
+
 bool Exists(const std::string& p) {
     struct stat st;
     return lstat(p.c_str(), &st) == 0;
@@ -244,9 +249,7 @@ SANDBOX_TEST(Heartbeat, DirectoryWalk) {
 
     const std::string deep = "/tmp/" + std::string(252, 'd');
     kt::MakeDirs(deep);
-    EXPECT_EQ(ForeachDir(
-                  deep.c_str(), [](const char*, const char*, void*) { return 0; }, nullptr),
-              0);
+    EXPECT_EQ(WalkEmpty(deep), 0);
 }
 
 TEST(HeartbeatSteps, SplitName) {
@@ -287,9 +290,7 @@ SANDBOX_TEST(Heartbeat, ForeignFilesLinksAndFifosAreIgnored) {
 
     // No directory at all: refreshed, silently.
     ExpectIgnoresEverything(item);
-    EXPECT_EQ(ForeachDir(
-                  kDir.c_str(), [](const char*, const char*, void*) { return 0; }, nullptr),
-              -1);
+    EXPECT_EQ(WalkEmpty(kDir), -1);
     EXPECT_EQ(kt::SyslogCount("heartbeat"), 0);
 
     kt::MakeDirs(kDir);
@@ -335,30 +336,27 @@ SANDBOX_TEST(Heartbeat, ClearRemovesOnlyFilesOfGoneProcesses) {
     kt::MakeDirs(kDir);
     kt::MakeDirs("/tmp/elsewhere");
     kt::WriteFile("/tmp/elsewhere/keep", "x\n");
-    const struct {
-        std::string path;
-        bool kept;
-    } files[] = {
-        {HbFile(name, "7", child.pid()), true},
-        {HbFile(name, "99", child.pid()), true},
-        {HbFile(name, "7", 999999999), false},
-        {HbFile(name, "7", otherChild.pid()), false},  // pid reused
-        {kDir + "/notes.txt", false},
-        {kDir + "/" + name + "___7", false},
-        // A name as long as the system allows makes a path past 255 characters.
-        {kDir + "/gone___7___999999" + std::string(255 - 17, 'x'), false},
-    };
-    for (const auto& f : files) kt::WriteFile(f.path, "x\n");
+    // Kept: files of running processes, any module. Removed: a pid gone or
+    // reused by another program, other names, and a name as long as the
+    // system allows (its path passes 255 characters).
+    std::vector<std::string> kept = {HbFile(name, "7", child.pid()), HbFile(name, "99", child.pid())};
+    const std::vector<std::string> removed = {HbFile(name, "7", 999999999), HbFile(name, "7", otherChild.pid()),
+                                              kDir + "/notes.txt", kDir + "/" + name + "___7",
+                                              kDir + "/gone___7___999999" + std::string(255 - 17, 'x')};
+    for (const auto& f : kept) kt::WriteFile(f, "x\n");
+    for (const auto& f : removed) kt::WriteFile(f, "x\n");
+    // Other kinds of entries stay whatever their names.
     const std::string link = kDir + "/junk_link", fifo = kDir + "/junk_fifo", subdir = kDir + "/junk_dir";
     ASSERT_EQ(symlink("/tmp/elsewhere/keep", link.c_str()), 0);
     ASSERT_EQ(mkfifo(fifo.c_str(), 0666), 0);
     kt::MakeDirs(subdir);
+    kept.insert(kept.end(), {link, fifo, subdir, "/tmp/elsewhere/keep"});
 
     FI_RESULT_S r = itest::FreshResult();
     EXPECT_EQ(ClearHeartBeatFile(-5, nullptr, nullptr, &r), 1.0f);
     EXPECT_EQ(r.result, 0);
-    for (const auto& f : files) EXPECT_EQ(Exists(f.path), f.kept) << f.path;
-    for (const std::string& p : {link, fifo, subdir, std::string("/tmp/elsewhere/keep")}) EXPECT_TRUE(Exists(p)) << p;
+    for (const auto& f : removed) EXPECT_FALSE(Exists(f)) << f;
+    for (const auto& f : kept) EXPECT_TRUE(Exists(f)) << f;
 
     // Through a link in place of the directory nothing is deleted.
     ASSERT_EQ(rename(kDir.c_str(), "/tmp/hb.real"), 0);
