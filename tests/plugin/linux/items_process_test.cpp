@@ -42,6 +42,15 @@ unsigned int CountFds(pid_t pid) {
     return n;
 }
 
+using Reported = std::pair<float, int>;
+
+Args GoodArgs(int argc, const std::string& name) {
+    Args a{{"ProcessName", name}};
+    if (argc == 2) a.Add("Period", "0");
+    if (argc == 3) a.Add("PreCmd", "echo on").Add("RetKeyWords", "on");
+    return a;
+}
+
 // Two sleepers on the same command line, in /proc directory order.
 struct Twins {
     kt::Child a, b;
@@ -150,19 +159,14 @@ SANDBOX_TEST(ProcessHandle, UsageFromOpenFilesAndTheSoftLimit) {
     ASSERT_GT(SetOpenFiles(a, RLIM_INFINITY), fdsA * 100);
     ASSERT_GT(SetOpenFiles(t.b.pid(), RLIM_INFINITY), CountFds(t.b.pid()) * 100);
     Args ext{{"ProcessName", "/opt/" + u}}, fz{{"ProcessName", "/opt/" + u + " *"}}, ex{{"ProcessName", "/opt/" + u}};
-    EXPECT_EQ(ext.Call(GetProcessHandleExtern), 0.0f);
-    EXPECT_EQ(ext.result.pid, 0);
-    EXPECT_EQ(fz.Call(GetProcessHandleFuzzyMatch), 0.0f);
-    EXPECT_EQ(fz.result.pid, t.later);
+    EXPECT_EQ(ext.WithPid(GetProcessHandleExtern), Reported(0.0f, 0));
+    EXPECT_EQ(fz.WithPid(GetProcessHandleFuzzyMatch), Reported(0.0f, t.later));
     // Existence by prefix: the first match in directory order.
-    EXPECT_EQ(ex.Call(IsExistProcessExtern), 1.0f);
-    EXPECT_EQ(ex.result.pid, t.earlier);
+    EXPECT_EQ(ex.WithPid(IsExistProcessExtern), Reported(1.0f, t.earlier));
     // The earlier one at 100 %: both groups report it.
     SetOpenFiles(t.earlier, CountFds(t.earlier));
-    EXPECT_EQ(ext.Call(GetProcessHandleExtern), 100.0f);
-    EXPECT_EQ(ext.result.pid, t.earlier);
-    EXPECT_EQ(fz.Call(GetProcessHandleFuzzyMatch), 100.0f);
-    EXPECT_EQ(fz.result.pid, t.earlier);
+    EXPECT_EQ(ext.WithPid(GetProcessHandleExtern), Reported(100.0f, t.earlier));
+    EXPECT_EQ(fz.WithPid(GetProcessHandleFuzzyMatch), Reported(100.0f, t.earlier));
     // Exact: the pid is kept in the context.
     Args exact{{"ProcessName", "/opt/" + u + " h"}};
     EXPECT_EQ(exact.Call(GetProcessHandle), 100.0f);
@@ -211,21 +215,9 @@ SANDBOX_TEST(ProcessExist, PreCommandGateCountsAnUnmetGateAsPresent) {
     EXPECT_EQ(p.get_process_resource(static_cast<PROCESS_RESOURCE_E>(-1), u.c_str(), &pid), 0.0f);
     EXPECT_EQ(pid, -7);
     Args noone{{"ProcessName", u + "x"}};
-    EXPECT_EQ(noone.Call(IsExistProcessExtern), 0.0f);
-    EXPECT_EQ(noone.result.pid, 0);
+    EXPECT_EQ(noone.WithPid(IsExistProcessExtern), Reported(0.0f, 0));
     EXPECT_EQ(noone.result.result, 0);
 }
-
-namespace {
-
-Args GoodArgs(int argc, const std::string& name) {
-    Args a{{"ProcessName", name}};
-    if (argc == 2) a.Add("Period", "0");
-    if (argc == 3) a.Add("PreCmd", "echo on").Add("RetKeyWords", "on");
-    return a;
-}
-
-}  // namespace
 
 TEST(ItemArguments, EveryItemRejectsBadArgumentsWithTheFaultMarker) {
     for (const itest::ItemCase& item : itest::kItems) {

@@ -101,6 +101,11 @@ struct Args {
         EXPECT_EQ(result.result, 0);
         return v;
     }
+    // The figure and the pid reported with it.
+    std::pair<float, int> WithPid(FI_ITEM_FN fn) {
+        const float v = Call(fn);
+        return {v, result.pid};
+    }
     std::string reason() const { return result.reason; }
     template <typename T>
     T Ctx() const {
