@@ -139,33 +139,30 @@ SANDBOX_TEST(Lookup, KernelThreadsNeverMatch) {
 }
 
 SANDBOX_TEST(Lookup, StoredPidIsReusedWhileItRunsTheSameCommandLine) {
-    const std::string name = "/opt/" + kt::UniqueName("twin") + " run";
-    kt::Child first("tw1", {name.substr(0, name.size() - 4), "run"});
-    kt::Child second("tw2", {name.substr(0, name.size() - 4), "run"});
-    const bool firstEarlier = itest::ProcOrder(first.pid()) < itest::ProcOrder(second.pid());
-    const pid_t earlier = firstEarlier ? first.pid() : second.pid(), later = firstEarlier ? second.pid() : first.pid();
+    const std::string name = "/opt/" + kt::UniqueName("twin");
+    itest::Twins t(name, "run");
 
     // {returned pid, stored pid after, cpu samples after} for a stored pid with samples 5 and 6.
     const auto lookup = [&](int stored) {
         unsigned long long sys = 5, proc = 6;
-        const int got = P::get_pid_byname(name.c_str(), stored, sys, proc);
+        const int got = P::get_pid_byname((name + " run").c_str(), stored, sys, proc);
         return std::vector<unsigned long long>{static_cast<unsigned long long>(got),
                                                static_cast<unsigned long long>(stored), sys, proc};
     };
     using V = std::vector<unsigned long long>;
-    const unsigned long long e = earlier, l = later;
+    const unsigned long long e = t.earlier, l = t.later;
     // A walk finds the earlier one in directory order and drops the samples ...
     EXPECT_EQ(lookup(0), (V{e, e, 0, 0}));
     // ... but a stored pid that still matches is kept with its samples.
-    EXPECT_EQ(lookup(later), (V{l, l, 5, 6}));
+    EXPECT_EQ(lookup(t.later), (V{l, l, 5, 6}));
     // The pid now runs another program: samples dropped, /proc walked again.
     kt::Child other("oth", {"/opt/" + kt::UniqueName("other")});
     EXPECT_EQ(lookup(other.pid()), (V{e, e, 0, 0}));
     // A stored pid that is gone, and nothing matching at all.
-    first.Kill();
-    second.Kill();
-    EXPECT_EQ(lookup(later)[0], 0u);
-    EXPECT_EQ(lookup(later)[1], 0u);
+    t.a.Kill();
+    t.b.Kill();
+    EXPECT_EQ(lookup(t.later)[0], 0u);
+    EXPECT_EQ(lookup(t.later)[1], 0u);
 }
 
 SANDBOX_TEST(PreCmd, OutputMustBeginWithTheKeywords) {

@@ -51,17 +51,6 @@ Args GoodArgs(int argc, const std::string& name) {
     return a;
 }
 
-// Two sleepers on the same command line, in /proc directory order.
-struct Twins {
-    kt::Child a, b;
-    pid_t earlier, later;
-    Twins(const std::string& cmd, const std::string& arg) : a("twa", {cmd, arg}), b("twb", {cmd, arg}) {
-        const bool aFirst = itest::ProcOrder(a.pid()) < itest::ProcOrder(b.pid());
-        earlier = aFirst ? a.pid() : b.pid();
-        later = aFirst ? b.pid() : a.pid();
-    }
-};
-
 }  // namespace
 
 SANDBOX_TEST(ProcessCpu, SharesFromFrozenTicksAndStoredSamples) {
@@ -109,7 +98,7 @@ SANDBOX_TEST(ProcessCpu, BusiestPrefixMatchIsReported) {
 
 SANDBOX_TEST(ProcessCpu, IdleGroupsFollowTheirTieRules) {
     const std::string u = kt::UniqueName("idl");
-    Twins t("/opt/" + u, "w");
+    itest::Twins t("/opt/" + u, "w");
     const std::string all = "/opt/" + u + " ?";
     const struct {
         std::vector<std::pair<std::string, std::string>> args;
@@ -140,7 +129,7 @@ SANDBOX_TEST(ProcessCpu, IdleGroupsFollowTheirTieRules) {
 
 SANDBOX_TEST(ProcessHandle, UsageFromOpenFilesAndTheSoftLimit) {
     const std::string u = kt::UniqueName("hd");
-    Twins t("/opt/" + u, "h");
+    itest::Twins t("/opt/" + u, "h");
     const pid_t a = t.a.pid();
     const unsigned int fdsA = CountFds(a);
     ASSERT_GT(fdsA, 0u);

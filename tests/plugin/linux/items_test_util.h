@@ -128,6 +128,17 @@ inline int ProcOrder(int pid) {
     return found;
 }
 
+// Two sleepers on the same command line, in /proc directory order.
+struct Twins {
+    kt::Child a, b;
+    pid_t earlier, later;
+    Twins(const std::string& cmd, const std::string& arg) : a("twa", {cmd, arg}), b("twb", {cmd, arg}) {
+        const bool aFirst = ProcOrder(a.pid()) < ProcOrder(b.pid());
+        earlier = aFirst ? a.pid() : b.pid();
+        later = aFirst ? b.pid() : a.pid();
+    }
+};
+
 // Field `n` (1-based, n >= 3) of /proc/PID/stat; "" when gone.
 inline std::string StatField(pid_t pid, int n) {
     std::ifstream in("/proc/" + std::to_string(pid) + "/stat");
