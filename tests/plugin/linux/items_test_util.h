@@ -232,8 +232,7 @@ inline int ArgcOf(Shape shape) {
 
 inline Params ParamsFor(Shape shape, const Watched& w) {
     switch (shape) {
-        case kSystem:
-            return {};
+        case kSystem:  // looked at by none of them
         case kByCmd:
             return {{"ProcessName", w.cmd}};
         case kDisk:
