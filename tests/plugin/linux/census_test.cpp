@@ -2,16 +2,8 @@
 // figures, the failure paths that leave the caller's list alone, and the
 // lookups by name.
 
-#include <dirent.h>
-#include <signal.h>
-#include <sys/prctl.h>
-#include <sys/wait.h>
-
-#include <chrono>
-#include <fstream>
 #include <memory>
 #include <set>
-#include <sstream>
 #include <thread>
 
 #include "plugin/linux/allprocess.h"
@@ -37,45 +29,8 @@ PROCESS_INFO_S* Find(struct list_head* head, pid_t pid) {
     return nullptr;
 }
 
-// A forked copy of this program under its own kernel name, doing `work` until killed.
-class Forked {
-public:
-    template <typename Fn>
-    Forked(const std::string& name, Fn work) : pid_(fork()) {
-        if (pid_ == 0) {
-            prctl(PR_SET_NAME, name.c_str());
-            work();
-            _exit(0);
-        }
-    }
-    ~Forked() {
-        if (pid_ > 0 && kill(pid_, SIGKILL) == 0) waitpid(pid_, nullptr, 0);
-    }
-    pid_t pid() const { return pid_; }
-
-private:
-    pid_t pid_;
-};
-
-void Burn() {
-    for (volatile unsigned long i = 0;; i = i + 1) {
-    }
-}
-
-// Field `n` (1-based, n >= 3) of /proc/PID/stat; "" when gone.
-std::string StatField(pid_t pid, int n) {
-    std::ifstream f("/proc/" + std::to_string(pid) + "/stat");
-    std::string stat((std::istreambuf_iterator<char>(f)), std::istreambuf_iterator<char>()), field;
-    size_t close = stat.rfind(')');
-    if (close == std::string::npos || close + 2 >= stat.size()) return "";
-    std::istringstream rest(stat.substr(close + 2));
-    for (int i = 3; i <= n && rest >> field; ++i) {
-    }
-    return field;
-}
-
 // The kernel marks its own threads with PF_KTHREAD in the flags field.
-bool IsKernelThread(pid_t pid) { return (strtoul(StatField(pid, 9).c_str(), nullptr, 10) & 0x00200000ul) != 0; }
+bool IsKernelThread(pid_t pid) { return (strtoul(itest::StatField(pid, 9).c_str(), nullptr, 10) & 0x00200000ul) != 0; }
 
 bool AnyKernelThread() {
     bool any = false;
@@ -87,10 +42,7 @@ bool AnyKernelThread() {
     return any;
 }
 
-char State(pid_t pid) {
-    std::string s = StatField(pid, 3);
-    return s.empty() ? '?' : s[0];
-}
+char State(pid_t pid) { return itest::StatField(pid, 3).append("?")[0]; }
 
 // The census figure against the share of one core the process really got:
 // a shared machine gives a burner less than a whole core.
@@ -100,10 +52,6 @@ void ExpectNearMeasured(int corecpu, unsigned long long ticks0, unsigned long lo
     EXPECT_GE(corecpu, 0.8 * measured - 5) << "measured " << measured;
     EXPECT_LE(corecpu, 1.25 * measured + 5) << "measured " << measured;
     EXPECT_LE(corecpu, 115);
-}
-
-double SecondsSince(std::chrono::steady_clock::time_point start) {
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 }
 
 void Scanned(struct list_head* list, pid_t pid, const char* name, uint64_t sys, uint64_t proc, int rss) {
@@ -180,7 +128,7 @@ TEST(CensusLists, TwoScansBecomeOneResult) {
 
 SANDBOX_TEST(Census, RssListHoldsUserProcessesInMegabytes) {
     std::string name = Unique("rss");
-    Forked hog(name, [] {
+    itest::Forked hog(name, [] {
         // Touched through volatile stores, so the optimizer keeps every page.
         const size_t size = 64u << 20;
         volatile char* block = static_cast<volatile char*>(malloc(size));
@@ -215,7 +163,7 @@ SANDBOX_TEST(Census, RssListHoldsUserProcessesInMegabytes) {
 // the interval: the census holds only those seen in both scans.
 static void BusyCoreBody(bool slow) {
     std::string name = Unique(slow ? "slow" : "cpu");
-    Forked burner(name, Burn);
+    itest::Spinner burner(name);
     kt::Child stays(name + "s", {name + "s"}), ends(name + "e", {name + "e"});
     std::unique_ptr<kt::Child> late;
     std::thread meanwhile([&] {
@@ -229,7 +177,7 @@ static void BusyCoreBody(bool slow) {
     unsigned long long ticks0 = ZADI_Linux_Plugin::get_cpu_process_occupy(burner.pid());
     int rc = slow ? GetAllProcessCoreCPU(&head, &usersys) : GetAllProcessCoreCPUEvery(&head, &usersys, 2);
     unsigned long long ticks1 = ZADI_Linux_Plugin::get_cpu_process_occupy(burner.pid());
-    double seconds = SecondsSince(start);
+    double seconds = itest::SecondsSince(start);
     meanwhile.join();
     ASSERT_EQ(rc, 0);
     EXPECT_GE(seconds, slow ? 60.0 : 0.0);
@@ -274,7 +222,7 @@ SANDBOX_TEST(Census, UserShareAndFailuresThatLeaveTheListAlone) {
     auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(GetAllProcessCoreCPU(nullptr, &usersys), -1);
     EXPECT_EQ(GetAllProcessCoreCPU(&head, nullptr), -1);
-    EXPECT_LT(SecondsSince(start), 5.0) << "bad arguments must not wait";
+    EXPECT_LT(itest::SecondsSince(start), 5.0) << "bad arguments must not wait";
     EXPECT_EQ(head.next, &sentinel);
 }
 

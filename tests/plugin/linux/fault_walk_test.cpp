@@ -11,7 +11,7 @@
 
 #include "os/log/dbg_log.h"
 #include "plugin/linux/zadi_inner.h"
-#include "tests/plugin/linux/item_table_test_util.h"
+#include "tests/plugin/linux/items_test_util.h"
 #include "tests/support/fault_inject.h"
 #include "tests/support/sandbox.h"
 

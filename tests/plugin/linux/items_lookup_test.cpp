@@ -13,41 +13,19 @@
 using P = ZADI_Linux_Plugin;
 
 TEST(FuzzyMatch, KeepsItsAnchoringAndRestartQuirks) {
-    const struct {
-        const char* str;
-        const char* pattern;
-        bool match;
-    } cases[] = {
-        {"ab", "ab", true},
-        {"axab", "ab", true},
-        {"xab", "ab", false},  // anchored only at first char
-        {"abab", "ab", false},
-        {"abc", "ab", false},
-        {"abc", "ab*", true},
-        {"abc", "a?c", true},
-        {"abc", "*", true},
-        {"", "*", true},
-        {"abc", "", false},
-        {"", "", true},
-        {"aab", "ab", true},
-        {"abc", "*c", true},
-        {"abc", "*x", false},
-        {"abc", "a*c", true},
-        {"abc", "***", true},
-        {"abc", "?", false},
-        {"abc", "???", true},
-        {"abc", "????", false},
-        {"a", "a**", true},
-        {"/usr/bin/app -x", "*app*", true},
-        {"/usr/bin/app -x", "/usr/*/app -?", true},
-        {"xyz", "x*z?", false},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(std::string(c.str) + " ~ " + c.pattern);
-        EXPECT_EQ(P::str_fuzzy_match(c.str, c.pattern), c.match);
-    }
-    EXPECT_FALSE(P::str_fuzzy_match(nullptr, "*"));
-    EXPECT_FALSE(P::str_fuzzy_match("a", nullptr));
+    // {text, pattern}: anchored only at the first character ("axab" but not
+    // "xab" matches "ab").
+    // clang-format off
+    const std::pair<const char*, const char*> match[] = {
+        {"ab", "ab"}, {"axab", "ab"}, {"abc", "ab*"}, {"abc", "a?c"}, {"abc", "*"}, {"", "*"}, {"", ""}, {"aab", "ab"},
+        {"abc", "*c"}, {"abc", "a*c"}, {"abc", "***"}, {"abc", "???"}, {"a", "a**"}, {"/bin/app -x", "*app*"},
+        {"/bin/app -x", "/*/app -?"}};
+    const std::pair<const char*, const char*> noMatch[] = {
+        {"xab", "ab"}, {"abab", "ab"}, {"abc", "ab"}, {"abc", ""}, {"abc", "*x"}, {"abc", "?"}, {"abc", "????"},
+        {"xyz", "x*z?"}, {nullptr, "*"}, {"a", nullptr}};
+    // clang-format on
+    for (const auto& c : match) EXPECT_TRUE(P::str_fuzzy_match(c.first, c.second)) << c.first << " ~ " << c.second;
+    for (const auto& c : noMatch) EXPECT_FALSE(P::str_fuzzy_match(c.first, c.second)) << c.second;
 }
 
 TEST(CmdlineText, NulsBecomeSpacesAndFieldsCountSingleSpaces) {
@@ -62,15 +40,15 @@ TEST(CmdlineText, NulsBecomeSpacesAndFieldsCountSingleSpaces) {
     P::change_cmdlie_to_str(c, 3);
     EXPECT_EQ(std::string(c, 4), std::string("a b\0", 4));
 
-    // get_items counts single spaces.
+    // get_items counts single spaces (runs are not merged); past the end is
+    // the terminator, not null.
     const char* line = "1 (a) S 4 5";
     EXPECT_EQ(P::get_items(nullptr, 3), nullptr);
     EXPECT_EQ(P::get_items(line, 1), line);
     EXPECT_EQ(P::get_items(line, -4), line);
-    EXPECT_STREQ(P::get_items(line, 3), "S 4 5");
-    EXPECT_STREQ(P::get_items(line, 5), "5");
-    EXPECT_STREQ(P::get_items(line, 9), "");     // the terminator, not null
-    EXPECT_STREQ(P::get_items("a  b", 3), "b");  // runs are not merged
+    const std::pair<int, const char*> items[] = {{3, "S 4 5"}, {5, "5"}, {9, ""}};
+    for (const auto& i : items) EXPECT_STREQ(P::get_items(line, i.first), i.second) << i.first;
+    EXPECT_STREQ(P::get_items("a  b", 3), "b");
     // A name with a space shifts the fields: accepted.
     EXPECT_EQ(zadi::ParseStatLineTicks("9 (x) S 1 1 1 0 -1 0 0 0 0 0 7 8 0 0"), 15u);
     EXPECT_EQ(zadi::ParseStatLineTicks("9 (x y) S 1 1 1 0 -1 0 0 0 0 0 7 8 0 0"), 7u);
@@ -161,33 +139,30 @@ SANDBOX_TEST(Lookup, KernelThreadsNeverMatch) {
 }
 
 SANDBOX_TEST(Lookup, StoredPidIsReusedWhileItRunsTheSameCommandLine) {
-    const std::string name = "/opt/" + kt::UniqueName("twin") + " run";
-    kt::Child first("tw1", {name.substr(0, name.size() - 4), "run"});
-    kt::Child second("tw2", {name.substr(0, name.size() - 4), "run"});
-    const bool firstEarlier = itest::ProcOrder(first.pid()) < itest::ProcOrder(second.pid());
-    const pid_t earlier = firstEarlier ? first.pid() : second.pid(), later = firstEarlier ? second.pid() : first.pid();
+    const std::string name = "/opt/" + kt::UniqueName("twin");
+    itest::Twins t(name, "run");
 
     // {returned pid, stored pid after, cpu samples after} for a stored pid with samples 5 and 6.
     const auto lookup = [&](int stored) {
         unsigned long long sys = 5, proc = 6;
-        const int got = P::get_pid_byname(name.c_str(), stored, sys, proc);
+        const int got = P::get_pid_byname((name + " run").c_str(), stored, sys, proc);
         return std::vector<unsigned long long>{static_cast<unsigned long long>(got),
                                                static_cast<unsigned long long>(stored), sys, proc};
     };
     using V = std::vector<unsigned long long>;
-    const unsigned long long e = earlier, l = later;
+    const unsigned long long e = t.earlier, l = t.later;
     // A walk finds the earlier one in directory order and drops the samples ...
     EXPECT_EQ(lookup(0), (V{e, e, 0, 0}));
     // ... but a stored pid that still matches is kept with its samples.
-    EXPECT_EQ(lookup(later), (V{l, l, 5, 6}));
+    EXPECT_EQ(lookup(t.later), (V{l, l, 5, 6}));
     // The pid now runs another program: samples dropped, /proc walked again.
     kt::Child other("oth", {"/opt/" + kt::UniqueName("other")});
     EXPECT_EQ(lookup(other.pid()), (V{e, e, 0, 0}));
     // A stored pid that is gone, and nothing matching at all.
-    first.Kill();
-    second.Kill();
-    EXPECT_EQ(lookup(later)[0], 0u);
-    EXPECT_EQ(lookup(later)[1], 0u);
+    t.a.Kill();
+    t.b.Kill();
+    EXPECT_EQ(lookup(t.later)[0], 0u);
+    EXPECT_EQ(lookup(t.later)[1], 0u);
 }
 
 SANDBOX_TEST(PreCmd, OutputMustBeginWithTheKeywords) {

@@ -10,7 +10,7 @@
 #include <string>
 
 #include "os/log/dbg_log.h"
-#include "tests/plugin/linux/item_table_test_util.h"
+#include "tests/plugin/linux/items_test_util.h"
 #include "tests/support/fault_inject.h"
 #include "tests/support/sandbox.h"
 
