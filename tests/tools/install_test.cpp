@@ -87,6 +87,9 @@ SANDBOX_TEST(Install, PrefixAloneBuildsLinksAndRuns) {
         {"installed runner call", "/tmp/moved/bin/zadi_runner call GetSysMemory --json", "\"state\":\"ok\""},
         {"sample configuration",
          "/tmp/moved/bin/zadi_runner --config /tmp/moved/share/zadi/zadi_runner.conf --once --exit-zero", "round 1"},
+        // Nothing lands outside the prefix, the platform scripts included.
+        {"scripts under the prefix",
+         "test -x /tmp/moved/share/zadi/script/os_conf_backup.sh && test ! -e /ZUK/script && echo inside", "inside"},
     };
     for (const auto& s : steps) {
         const Run r = Shell(s.cmd);
