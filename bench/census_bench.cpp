@@ -4,8 +4,10 @@
 // processes, the CPU time of "zadi_runner census rss" against
 // "ps -eo pid,rss,args --sort=-rss" (ps_ratio: runner over ps).
 //
-// The heartbeat files live in a private /tmp (own mount namespace, needs
-// root), so nothing is written to the host's /tmp/heartbeat.
+// The heartbeat files live on a private tmpfs over /tmp/heartbeat alone (own
+// mount namespace, needs root), so nothing is written to the host's
+// directory and the rest of /tmp, a build tree there included, stays seen.
+// A directory the host lacked is made as the mount point and removed after.
 
 #include <fcntl.h>
 #include <sched.h>
@@ -32,12 +34,23 @@ namespace {
 
 constexpr int kTracked = 7;
 const char kName[] = "hbbench";
+const char kHeartbeatDir[] = "/tmp/heartbeat";
 bool g_privateTmp = false;
+bool g_madeHeartbeatDir = false;
 std::vector<pid_t> g_children;
 
-bool EnterPrivateTmp() {
-    return unshare(CLONE_NEWNS) == 0 && mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
-           mount("tmpfs", "/tmp", "tmpfs", 0, "size=16m") == 0 && mkdir("/tmp/heartbeat", 0755) == 0;
+bool EnterPrivateHeartbeatDir() {
+    if (unshare(CLONE_NEWNS) != 0 || mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {
+        return false;
+    }
+    g_madeHeartbeatDir = mkdir(kHeartbeatDir, 0755) == 0;
+    return mount("tmpfs", kHeartbeatDir, "tmpfs", 0, "size=16m") == 0;
+}
+
+void LeavePrivateHeartbeatDir() {
+    if (g_privateTmp && umount(kHeartbeatDir) == 0 && g_madeHeartbeatDir) {
+        (void)rmdir(kHeartbeatDir);
+    }
 }
 
 void WriteHeartbeat(pid_t pid, const char* content) {
@@ -69,7 +82,7 @@ void StopWatchedProcesses() {
 
 void BM_ProcessHeartBeatSevenChanged(benchmark::State& state) {
     if (!g_privateTmp) {
-        state.SkipWithError("needs root for a private /tmp");
+        state.SkipWithError("needs root for a private /tmp/heartbeat");
         return;
     }
     FI_PARAM_S argv[2] = {};
@@ -160,11 +173,12 @@ BENCHMARK(BM_CensusRssVsPs)->UseManualTime()->Iterations(60)->Unit(benchmark::kM
 }  // namespace
 
 int main(int argc, char** argv) {
-    g_privateTmp = EnterPrivateTmp();
+    g_privateTmp = EnterPrivateHeartbeatDir();
     if (g_privateTmp) StartWatchedProcesses();
     benchmark::Initialize(&argc, argv);
     benchmark::RunSpecifiedBenchmarks();
     benchmark::Shutdown();
     StopWatchedProcesses();
+    LeavePrivateHeartbeatDir();
     return 0;
 }

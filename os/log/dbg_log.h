@@ -27,6 +27,10 @@ typedef enum tagDBG_LOG_TYPE {
 } DBG_LOG_TYPE;
 
 // Content of "/dev/shm/dbglog.cfg", shared by every process of the node.
+// The library reads the default level from the file at most once a second
+// and never through the mapping (a file another process cuts short would
+// fault the reader); a block that is a link, has a second name or is
+// shorter than 16 bytes counts as absent, since any user may place one.
 #define DBG_CFG_MAGIC 0x78ABC001u
 typedef struct tagDBG_CFG_S {
     uint32_t uiMagic;

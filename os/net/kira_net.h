@@ -45,6 +45,11 @@ KIRA_EXPORT int32_t KIRA_SetBond(const char* bond, char* const* ports, uint32_t 
 // Releases every port, going on past failures; -1 when any failed.
 KIRA_EXPORT int32_t KIRA_CancelBond(const char* bond, char* const* ports, uint32_t count);
 
+// The address, route and bond commands run through a shell. Before anything
+// runs, each text argument is screened: letters, digits and ". : - _ @ / % +"
+// pass (what interface names, addresses, prefixes and scope ids are made of,
+// none of it meaningful to the shell); any other character refuses the call
+// with one log line, so no argument can make the shell run something else.
 KIRA_EXPORT int32_t KIRA_SetPortIP(const char* port, const char* addr, const char* mask);
 KIRA_EXPORT int32_t KIRA_DelPortIP(const char* port, const char* addr, const char* mask);
 KIRA_EXPORT int32_t KIRA_AddPortRoute(const char* port, const char* addr, const char* mask, const char* gateway);

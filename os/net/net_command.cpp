@@ -18,7 +18,7 @@ struct SafeSet {
         for (int c = '0'; c <= '9'; c++) Add(c);
         for (int c = 'a'; c <= 'z'; c++) Add(c);
         for (int c = 'A'; c <= 'Z'; c++) Add(c);
-        for (char c : {'.', ':', '-', '_', '@', '/', '%'}) Add(c);
+        for (char c : {'.', ':', '-', '_', '@', '/', '%', '+'}) Add(c);
     }
     constexpr void Add(int c) { bits[c >> 6] |= uint64_t{1} << (c & 63); }
     constexpr bool Has(unsigned char c) const { return (bits[c >> 6] >> (c & 63)) & 1; }

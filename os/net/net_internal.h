@@ -24,7 +24,7 @@ using Runner = int (*)(const char* command);
 bool AnyNull(std::initializer_list<const char*> args);
 
 // False, after one log line naming `function`, when an argument holds a
-// character outside letters, digits and ". : - _ @ / %": anything else could
+// character outside letters, digits and ". : - _ @ / % +": anything else could
 // make the shell run something of the caller's choosing. Nulls pass here.
 bool ShellSafe(const char* function, std::initializer_list<const char*> args);
 

@@ -51,7 +51,7 @@ KIRA_EXPORT int KIRA_Netlink_ext3_create(void);
 // Binds the socket to portId and group 1 and passes each notification to
 // callback until the socket is released (0). Otherwise: -2 negative socket,
 // -7 port id 0, -3 null callback, -4 bind failed, -5 no memory (buffer or
-// wake-up descriptor), -6 the receive failed (a signal does not end it).
+// wake-up descriptor), -6 the wait or receive failed, a signal included.
 KIRA_EXPORT int KIRA_Netlink_ext3_listen(int32_t sock, uint32_t portId, KIRA_NETLINK_CALLBACK callback);
 // Closes the socket and wakes its listener; close's result. A negative
 // descriptor is returned unchanged.

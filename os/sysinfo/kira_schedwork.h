@@ -46,8 +46,11 @@ KIRA_EXPORT void* KIRA_SchedWorkThread(void* unused);
 KIRA_EXPORT void* KIRA_MallocSubStandard(uint32_t pid, uint32_t size, const char* file, uint32_t line, uint32_t flags);
 // Zeroed memory or null; *type is set to 5 either way.
 KIRA_EXPORT void* KIRA_MallocSubProc(uint32_t size, uint32_t* type, const char* file, uint32_t line);
-// Frees memory of the two allocators above; null is ignored.
+// Frees memory of the two allocators above; null is ignored. The file name
+// and line are passed through to KIRA_FreeSubProc, which ignores them.
 KIRA_EXPORT void KIRA_FreeSub(void* ptr, const char* file, uint32_t line);
+// The counterpart of KIRA_MallocSubProc.
+KIRA_EXPORT void KIRA_FreeSubProc(void* ptr, const char* file, uint32_t line);
 
 #ifdef __cplusplus
 }

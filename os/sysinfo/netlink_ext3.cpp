@@ -107,13 +107,10 @@ int ReceiveNotifications(Listener* self, unsigned char* buffer, KIRA_NETLINK_CAL
     int error = 0;
     for (;;) {
         struct pollfd waits[2] = {{self->fd, POLLIN, 0}, {self->wake, POLLIN, 0}};
-        // A signal (poll is never restarted) only repeats the wait, as a
-        // receive under a restarting handler would.
+        // A signal ends the loop like any failed receive (poll is never
+        // restarted): a caller may stop its listener thread that way.
         if (poll(waits, 2, -1) < 0) {
             error = errno;
-            if (error == EINTR) {
-                continue;
-            }
             break;
         }
         ssize_t got = ReceiveUnlessReleased(self, &message, &error);

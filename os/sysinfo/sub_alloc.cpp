@@ -4,7 +4,6 @@
 #include <syslog.h>
 
 #include "os/sysinfo/kira_schedwork.h"
-#include "os/sysinfo/sysinfo_internal.h"
 
 namespace {
 
@@ -12,9 +11,13 @@ constexpr uint32_t kHeapBlockType = 5;
 
 }  // namespace
 
-void KIRA_FreeSubProc(void* ptr) { free(ptr); }
-
 extern "C" {
+
+KIRA_EXPORT void KIRA_FreeSubProc(void* ptr, const char* file, uint32_t line) {
+    (void)file;
+    (void)line;
+    free(ptr);
+}
 
 KIRA_EXPORT void* KIRA_MallocSubProc(uint32_t size, uint32_t* type, const char* file, uint32_t line) {
     (void)file;
@@ -40,10 +43,8 @@ KIRA_EXPORT void* KIRA_MallocSubStandard(uint32_t pid, uint32_t size, const char
 }
 
 KIRA_EXPORT void KIRA_FreeSub(void* ptr, const char* file, uint32_t line) {
-    (void)file;
-    (void)line;
     if (ptr != nullptr) {
-        KIRA_FreeSubProc(ptr);
+        KIRA_FreeSubProc(ptr, file, line);
     }
 }
 

@@ -62,7 +62,4 @@ int SysinfoParseProcessorStats(const char* firstLine, processor_stat_t* counters
 extern atomic64_t g_stSchedWorkAlive;  // threads alive
 extern atomic64_t g_stSchedWorkSpare;  // threads waiting for work or being started to wait
 
-// ---- sub-allocation ----
-void KIRA_FreeSubProc(void* ptr);
-
 #endif

@@ -28,7 +28,7 @@ PairRead NextPair(kira::LineReader* reader, const char* caller, Pair* pair) {
     char a[KIRA_DST_LINE_SIZE];
     char b[KIRA_DST_LINE_SIZE];
     for (;;) {
-        if (!reader->Gets(a, sizeof(a)) || !reader->Gets(b, sizeof(b))) {
+        if (!reader->ReadLine(a, sizeof(a)) || !reader->ReadLine(b, sizeof(b))) {
             return PairRead::kEnd;
         }
         if (strstr(a, "= NULL") != nullptr) {

@@ -37,7 +37,8 @@ bool zone_name_is_valid(const char* zone);
 // Fills path with the zone's file in the zone database; -1 after logging
 // "file %s not exist" when the name is refused or the file is missing.
 int zone_file_path(const char* zone, char* path, size_t size);
-// The cache file of the zone, made by zdump when absent; 0 or -1.
+// The cache file of the zone, made by zdump when absent; 0 or -1. A failed
+// dump's output is removed, so a partial cache is never read as the zone's.
 int zdump_timezone(const char* zone, char* path, size_t size);
 int month_name_to_index(const char* name);
 // 0, or the count of fields scanned when the line does not match fully

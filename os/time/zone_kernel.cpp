@@ -34,7 +34,7 @@ int read_timezone_file(const char* path, int64_t low, int64_t high, KIRA_TZ_TRAN
     }
     char line[KIRA_DST_LINE_SIZE];
     int result = 0;
-    while (reader.Gets(line, sizeof(line))) {
+    while (reader.ReadLine(line, sizeof(line))) {
         if (strstr(line, "= NULL") != nullptr) {
             continue;
         }

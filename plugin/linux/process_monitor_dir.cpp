@@ -1,5 +1,5 @@
-// The heartbeat directory: opening it without following a planted link,
-// walking its regular files, and ClearHeartBeatFile, which removes the files
+// The heartbeat directory: opening it (a link is followed only when root owns
+// it), walking its regular files, and ClearHeartBeatFile, which removes the files
 // of processes that are gone, relative to the directory it walked and only
 // when the entry is still a regular file.
 
@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include "os/base/kira_raii.h"
+#include "plugin/linux/plugin_log_internal.h"
 #include "plugin/linux/process_monitor.h"
 #include "plugin/linux/process_monitor_internal.h"
 #include "safec/safec.h"
@@ -47,7 +48,25 @@ DIR* OpenDirNoFollow(const char* dirPath) {
     while (len > 1 && path[len - 1] == '/') {
         path[--len] = '\0';
     }
-    kira::UniqueFd fd(open(path, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    constexpr int kFlags = O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_CLOEXEC;
+    kira::UniqueFd fd(open(path, kFlags | O_NOFOLLOW));
+    if (!fd.valid() && (errno == ELOOP || errno == ENOTDIR)) {
+        // Only root can have made a root-owned link in sticky /tmp, and no
+        // one else can replace it: a node's image may set the directory up so.
+        const int refused = errno;
+        struct stat st;
+        if (lstat(path, &st) != 0 || !S_ISLNK(st.st_mode)) {
+            errno = refused;
+            return nullptr;
+        }
+        if (st.st_uid != 0) {
+            PLUGIN_LOG_ERR("Heartbeat directory %s is a link owned by uid %u, not followed.", path,
+                           static_cast<unsigned>(st.st_uid));
+            errno = ELOOP;
+            return nullptr;
+        }
+        fd.reset(open(path, kFlags));
+    }
     if (!fd.valid()) {
         return nullptr;
     }

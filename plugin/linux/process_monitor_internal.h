@@ -20,9 +20,10 @@ constexpr size_t kHeartbeatReadMax = 2 * kHeartbeatLineMax;
 // Path buffer of the directory walk, and room for any directory entry name.
 constexpr size_t kHeartbeatPathSize = 256;
 
-// The directory is writable by other users: a symbolic link planted in place
-// of it is not followed (trailing slashes are dropped so that O_NOFOLLOW
-// applies to the last component). Null with errno set on failure.
+// The directory is writable by other users: a symbolic link in place of it is
+// followed only when root owns the link; any other owner is refused and
+// logged (trailing slashes are dropped so that O_NOFOLLOW applies to the last
+// component). Null with errno set on failure.
 DIR* OpenDirNoFollow(const char* dirPath);
 
 // The walk of ForeachDir over the regular files of an opened directory. An

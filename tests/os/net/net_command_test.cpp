@@ -80,8 +80,8 @@ const char kRoute6Null[] = "Wrong parameter is NULL for interface or ipv6 addres
 // Real port names and address texts, each allowed character among them.
 // clang-format off
 const Entry kEntries[] = {
-    {"KIRA_SetPortIP", {"eth0", "192.168.1.10", "255.255.255.0"}, [](const Texts& t) { return KIRA_SetPortIP(t[0], t[1], t[2]); },
-     -22, "", kAddressScript + " eth0 set ipv4 192.168.1.10 255.255.255.0",
+    {"KIRA_SetPortIP", {"vnic+1", "192.168.1.10", "255.255.255.0"}, [](const Texts& t) { return KIRA_SetPortIP(t[0], t[1], t[2]); },
+     -22, "", kAddressScript + " vnic+1 set ipv4 192.168.1.10 255.255.255.0",
      "Can not execute ifconfig command(%s) when set port ip, the return value is %d."},
     {"KIRA_DelPortIP", {"bond0.100", "10.0.0.1/8", "255.0.0.0"}, [](const Texts& t) { return KIRA_DelPortIP(t[0], t[1], t[2]); },
      -22, "", kAddressScript + " bond0.100 del ipv4 10.0.0.1/8 255.0.0.0",
@@ -105,7 +105,7 @@ const Entry kEntries[] = {
      -1, kRoute6Null, kRouteScript + " eth0 del ipv6 " + kLongIp6 + " 64 " + kLongIp6,  // longer than the buffer
      "Execute route delete command(%s) when deleting route failed,the return value is %d."},
     {"KIRA_InitBond", {"bond0"}, [](const Texts& t) { return KIRA_InitBond(t[0]); }, -1, "", "", ""},
-    {"KIRA_SetBond", {"bond0", "eth0", "eth1"}, BondCall<KIRA_SetBond>, -22, "", "", ""},
+    {"KIRA_SetBond", {"bond+0", "eth0", "eth1"}, BondCall<KIRA_SetBond>, -22, "", "", ""},
     {"KIRA_CancelBond", {"bond0", "eth0", "eth1"}, BondCall<KIRA_CancelBond>, -22, "", "", ""},
 };
 // clang-format on

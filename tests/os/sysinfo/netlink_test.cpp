@@ -7,6 +7,8 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <linux/netlink.h>
+#include <pthread.h>
+#include <signal.h>
 #include <string.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -158,6 +160,34 @@ TEST(Netlink, AReceiveFailureEndsTheListenerWithMinusSix) {
         ASSERT_TRUE(ended);
         EXPECT_EQ(listener.get(), -6);
         close(sender);
+    });
+}
+
+// A component may stop its listener thread with a signal whose handler does
+// not restart calls: the wait ends, as a failed receive.
+TEST(Netlink, ASignalWithoutRestartEndsTheListenerWithMinusSix) {
+    RunInOwnNetwork([] {
+        struct sigaction action = {}, previous = {};
+        action.sa_handler = [](int) {};
+        ASSERT_EQ(sigaction(SIGUSR1, &action, &previous), 0);
+        int sock = UserSocket();
+        std::promise<pthread_t> self;
+        auto listener = std::async(std::launch::async, [&] {
+            self.set_value(pthread_self());
+            return KIRA_Netlink_ext3_listen(sock, kPort, Record);
+        });
+        pthread_t thread = self.get_future().get();
+        ASSERT_TRUE(WaitUntil([sock] { return BoundTo(sock).nl_groups == 1; }, 2000));
+        // Until one signal lands inside the wait rather than before it.
+        bool ended = false;
+        for (int i = 0; i < 40 && !ended; ++i) {
+            pthread_kill(thread, SIGUSR1);
+            ended = listener.wait_for(std::chrono::milliseconds(50)) == std::future_status::ready;
+        }
+        KIRA_Netlink_ext3_release(sock);
+        EXPECT_TRUE(ended);
+        EXPECT_EQ(listener.get(), -6);
+        sigaction(SIGUSR1, &previous, nullptr);
     });
 }
 

@@ -184,4 +184,6 @@ TEST(SubAlloc, ArgumentRulesAndZeroedBlocks) {
     uint32_t type = 0;
     KIRA_FreeSub(KIRA_MallocSubProc(8, &type, "f", 2), "f", 3);
     EXPECT_EQ(type, 5u);
+    KIRA_FreeSubProc(KIRA_MallocSubProc(8, &type, nullptr, 0), nullptr, 0);  // leaks show under ASan
+    KIRA_FreeSubProc(nullptr, "f", 4);
 }

@@ -59,6 +59,18 @@ inline std::string ZdumpPair(const std::string& zone, int64_t utc, Offset before
     }
     return out;
 }
+// The same lines as written on another system: each padded to 126
+// characters (blanks after the zone name) and ended by CR LF, so a reader
+// that kept the CR would split every line at the 128-byte buffer.
+inline std::string CrLfAt126(const std::string& text) {
+    std::string out;
+    for (size_t pos = 0, nl; (nl = text.find('\n', pos)) != std::string::npos; pos = nl + 1) {
+        std::string line = text.substr(pos, nl - pos);
+        line.insert(line.find(' '), 126 - line.size(), ' ');
+        out += line + "\r\n";
+    }
+    return out;
+}
 inline std::string ZdumpNullPair(const std::string& zone) {
     return zone + "  -9223372036854775808 = NULL\n" + zone + "  -9223372036854689408 = NULL\n";
 }

@@ -184,6 +184,10 @@ SANDBOX_TEST(KernelTable, PlantedCacheStopsAtCapacity) {
     kt::WriteFile(time_test::CachePath("Etc/GMT-3"), "");
     EXPECT_EQ(sync_timezone_to_kernel(), 0);
     EXPECT_EQ(kernel.table.count, 0u);
+    kt::WriteFile(time_test::CachePath("Etc/GMT-3"),
+                  time_test::CrLfAt126(time_test::ZdumpPair("Etc/GMT-3", 5, {0, 0, "A"}, {60, 0, "B"})));
+    EXPECT_EQ(sync_timezone_to_kernel(), 0);
+    EXPECT_EQ(kernel.table.count, 2u);
     // A failed dump leaves no cache to read.
     kt::FakeCommand zdump("zdump", 1);
     time_test::UseZone("Etc/GMT+5");

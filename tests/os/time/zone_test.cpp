@@ -115,6 +115,7 @@ SANDBOX_TEST(DstConfig, DamagedCacheFilesNeverOverrun) {
         {good.substr(0, 45) + "\n" + good.substr(0, 45) + "\n" + good + tail, 0, "read_dst_line: sscanf_s fail, 10, "},
         {std::string(500, 'x') + "\n" + good + tail, 1, "read_dst_line: sscanf_s fail, 0, xxx"},
         {good + tail.substr(0, tail.size() / 2), 1, nullptr},  // cut short
+        {time_test::CrLfAt126(good + tail), 1, nullptr},
         {"", 0, nullptr},
     };
     for (const auto& [text, periods, message] : cases) {

@@ -321,13 +321,19 @@ SANDBOX_TEST(Heartbeat, ForeignFilesLinksAndFifosAreIgnored) {
     EXPECT_EQ(item.TrackedPids(), (std::vector<uint32_t>{static_cast<uint32_t>(child.pid())}));
     EXPECT_EQ(item.Call(), 0.0f);
 
-    // The directory itself replaced by a link: nothing is read through it.
+    // The directory itself a link: followed when root owns it, refused and
+    // logged when anyone else does.
     ASSERT_EQ(rename(kDir.c_str(), "/tmp/hb.real"), 0);
     kt::MakeDirs("/tmp/victim");
     kt::WriteFile("/tmp/victim/" + name + "___7___" + std::to_string(child.pid()), "a\n");
     ASSERT_EQ(symlink("/tmp/victim", kDir.c_str()), 0);
+    Item viaRootLink(name, "7");
+    EXPECT_EQ(viaRootLink.Call(), 1.0f);
+    EXPECT_EQ(viaRootLink.Call(), 0.0f);
+    ASSERT_EQ(lchown(kDir.c_str(), 4321, 4321), 0);
     Item viaLink(name, "7");
     ExpectIgnoresEverything(viaLink);
+    EXPECT_EQ(kt::SyslogCount("Heartbeat directory /tmp/heartbeat is a link owned by uid 4321, not followed."), 2);
 }
 
 SANDBOX_TEST(Heartbeat, ClearRemovesOnlyFilesOfGoneProcesses) {
@@ -358,11 +364,17 @@ SANDBOX_TEST(Heartbeat, ClearRemovesOnlyFilesOfGoneProcesses) {
     for (const auto& f : removed) EXPECT_FALSE(Exists(f)) << f;
     for (const auto& f : kept) EXPECT_TRUE(Exists(f)) << f;
 
-    // Through a link in place of the directory nothing is deleted.
+    // Through a link in place of the directory: only a root-owned one is
+    // followed.
     ASSERT_EQ(rename(kDir.c_str(), "/tmp/hb.real"), 0);
     ASSERT_EQ(symlink("/tmp/elsewhere", kDir.c_str()), 0);
+    ASSERT_EQ(lchown(kDir.c_str(), 4321, 4321), 0);
     EXPECT_EQ(ClearHeartBeatFile(0, nullptr, nullptr, nullptr), 1.0f);
     EXPECT_TRUE(Exists("/tmp/elsewhere/keep"));
+    EXPECT_EQ(kt::SyslogCount("is a link owned by uid 4321"), 1);
+    ASSERT_EQ(lchown(kDir.c_str(), 0, 0), 0);
+    EXPECT_EQ(ClearHeartBeatFile(0, nullptr, nullptr, nullptr), 1.0f);
+    EXPECT_FALSE(Exists("/tmp/elsewhere/keep"));
 }
 
 SANDBOX_TEST(Heartbeat, FileRewrittenDuringTheCheck) {
