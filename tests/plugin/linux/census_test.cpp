@@ -289,8 +289,5 @@ SANDBOX_TEST(Census, PidLookupsByCommandLine) {
 }
 
 TEST(CensusSlow, OneBusyCoreForAMinuteReadsNearHundred) {
-    if (!kt::SandboxAvailable()) GTEST_SKIP() << "needs root and mount namespaces";
-    kt::SandboxOptions opts;
-    opts.timeout_s = 150;
-    kt::RunSandboxed([] { BusyCoreBody(true); }, opts);
+    kt::RunSandboxed([] { BusyCoreBody(true); });
 }

@@ -40,22 +40,17 @@ const Injection kInjections[] = {
 // judging each failing run with check(). The logging set-up is done first:
 // its own failures are walked elsewhere.
 void WalkAll(const std::function<void(const Watched&)>& call, const std::function<void()>& check) {
-    if (!kt::SandboxAvailable()) GTEST_SKIP() << "needs root and mount namespaces";
-    kt::SandboxOptions opts;
-    opts.timeout_s = 170;
-    kt::RunSandboxed(
-        [&] {
-            Watched w;
-            DBG_Log(PID_CTRL_ZADIMONITOR, DBG_LOG_EVENT, "walk", 1, 0, "logging set up");
-            for (const Injection& inj : kInjections) {
-                SCOPED_TRACE(inj.mode == kt::FaultMode::kFail        ? "fail"
-                             : inj.mode == kt::FaultMode::kInterrupt ? "interrupt"
-                                                                     : "short");
-                kt::FaultWalk(
-                    inj.kind, inj.mode, [&] { call(w); }, [&](int) { check(); }, 3000);
-            }
-        },
-        opts);
+    kt::RunSandboxed([&] {
+        Watched w;
+        DBG_Log(PID_CTRL_ZADIMONITOR, DBG_LOG_EVENT, "walk", 1, 0, "logging set up");
+        for (const Injection& inj : kInjections) {
+            SCOPED_TRACE(inj.mode == kt::FaultMode::kFail        ? "fail"
+                         : inj.mode == kt::FaultMode::kInterrupt ? "interrupt"
+                                                                 : "short");
+            kt::FaultWalk(
+                inj.kind, inj.mode, [&] { call(w); }, [&](int) { check(); }, 3000);
+        }
+    });
 }
 
 class ItemWalk : public ::testing::TestWithParam<ItemCase> {};

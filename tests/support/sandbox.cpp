@@ -1,0 +1,220 @@
+// Turning the test's own process into the sandbox, and running a body in a
+// forked copy of it.
+//
+// Order of the build: private mount namespace (and network namespace); a
+// scratch tmpfs for the overlay's upper layers; an overlay of "/" as the new
+// root; /proc, /sys and a private overlay /dev in it; fresh tmpfs at the
+// fixed paths; the source, build and executable directories bound back;
+// chroot; the syslog socket.
+
+#include <errno.h>
+#include <fcntl.h>
+#include <limits.h>
+#include <net/if.h>
+#include <sched.h>
+#include <signal.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/ioctl.h>
+#include <sys/mount.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+
+#include "os/base/kira_raii.h"
+#include "tests/support/sandbox_internal.h"
+
+#if defined(__SANITIZE_ADDRESS__)
+#include <sanitizer/lsan_interface.h>
+#define KT_LEAK_CHECK 1
+#endif
+
+namespace kt {
+namespace {
+
+// The scratch tmpfs hides the old root's /tmp only; the new root gets a
+// fresh /tmp of its own.
+constexpr const char* kScratch = "/tmp";
+constexpr const char* kRoot = "/tmp/root";
+
+std::atomic<bool> g_entered{false};
+std::atomic<unsigned> g_scratchCounter{0};
+
+bool Mount(const char* source, const std::string& target, const char* type, unsigned long flags, const char* data,
+           std::string* error) {
+    if (mount(source, target.c_str(), type, flags, data) == 0) return true;
+    *error = internal::ErrnoText(std::string("mount ") + (type != nullptr ? type : "bind") + " at " + target);
+    return false;
+}
+
+bool MountOverlay(const std::string& lower, const std::string& name, const std::string& target, std::string* error) {
+    const std::string upper = std::string(kScratch) + "/" + name + ".upper";
+    const std::string work = std::string(kScratch) + "/" + name + ".work";
+    const std::string opts = "lowerdir=" + lower + ",upperdir=" + upper + ",workdir=" + work;
+    return internal::MakeDirsQuiet(upper, error) && internal::MakeDirsQuiet(work, error) &&
+           internal::MakeDirsQuiet(target, error) && Mount("overlay", target, "overlay", 0, opts.c_str(), error);
+}
+
+bool MountTmpfs(const std::string& target, const char* mode, std::string* error) {
+    return internal::MakeDirsQuiet(target, error) &&
+           Mount("tmpfs", target, "tmpfs", 0, (std::string("mode=") + mode).c_str(), error);
+}
+
+// An overlay of "/" shows the root file system without what is mounted on
+// it: the trees the tests read are held open now and bound back later (a
+// tree inside another comes along with it).
+std::vector<std::pair<std::string, kira::UniqueFd>> OpenBindBacks() {
+    std::vector<std::string> paths;
+    char exe[PATH_MAX] = {};
+    if (readlink("/proc/self/exe", exe, sizeof exe - 1) > 0) *strrchr(exe, '/') = '\0';
+    for (const char* dir : {KIRA_SOURCE_DIR, KIRA_BINARY_DIR, static_cast<const char*>(exe)}) {
+        char real[PATH_MAX];
+        if (dir[0] != '\0' && realpath(dir, real) != nullptr && strcmp(real, "/") != 0) paths.push_back(real);
+    }
+    std::sort(paths.begin(), paths.end());
+    std::vector<std::pair<std::string, kira::UniqueFd>> out;
+    for (const std::string& p : paths) {
+        if (!out.empty() && (p + "/").compare(0, out.back().first.size() + 1, out.back().first + "/") == 0) continue;
+        out.emplace_back(p, kira::UniqueFd(open(p.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC)));
+    }
+    return out;
+}
+
+bool BuildRoot(const std::string& root, bool newNet, std::string* error) {
+    // A sysfs mounted now shows the new network namespace's interfaces.
+    const bool sys = newNet ? Mount("sysfs", root + "/sys", "sysfs", 0, nullptr, error)
+                            : Mount("/sys", root + "/sys", nullptr, MS_BIND | MS_REC, nullptr, error);
+    // /dev is an overlay too: the socket bound at /dev/log must not appear
+    // in the host's /dev.
+    if (!sys || !Mount("/proc", root + "/proc", nullptr, MS_BIND | MS_REC, nullptr, error) ||
+        !MountOverlay("/dev", "dev", root + "/dev", error) || !MountTmpfs(root + "/dev/shm", "1777", error)) {
+        return false;
+    }
+    return MountTmpfs(root + "/tmp", "1777", error) && MountTmpfs(root + "/ZUK", "755", error) &&
+           MountTmpfs(root + "/etc/nox", "755", error) && MountTmpfs(root + "/startup_disk", "755", error);
+}
+
+bool BringLoopbackUp(std::string* error) {
+    kira::UniqueFd s(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    struct ifreq ifr = {};
+    memcpy(ifr.ifr_name, "lo", 3);
+    if (!s.valid() || ioctl(s.get(), SIOCGIFFLAGS, &ifr) != 0) return false;
+    ifr.ifr_flags = static_cast<short>(ifr.ifr_flags | IFF_UP);
+    if (ioctl(s.get(), SIOCSIFFLAGS, &ifr) == 0) return true;
+    *error = internal::ErrnoText("bring loopback up");
+    return false;
+}
+
+bool Build(const SandboxOptions& opts, std::string* error) {
+    if (unshare(CLONE_NEWNS | (opts.new_net ? CLONE_NEWNET : 0)) != 0) {
+        *error = internal::ErrnoText("unshare");
+        return false;
+    }
+    auto bindBacks = OpenBindBacks();
+    const std::string root = kRoot;
+    if (!Mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr, error) ||
+        !Mount("tmpfs", kScratch, "tmpfs", 0, "mode=700", error) || !MountOverlay("/", "root", root, error) ||
+        !BuildRoot(root, opts.new_net, error)) {
+        return false;
+    }
+    for (const auto& [path, fd] : bindBacks) {
+        const std::string source = "/proc/self/fd/" + std::to_string(fd.get());
+        if (!internal::MakeDirsQuiet(root + path, error) ||
+            !Mount(source.c_str(), root + path, nullptr, MS_BIND | MS_REC, nullptr, error)) {
+            return false;
+        }
+    }
+    if (chdir(root.c_str()) != 0 || chroot(".") != 0 || chdir("/") != 0) {
+        *error = internal::ErrnoText("chroot");
+        return false;
+    }
+    return internal::MakeDirsQuiet(internal::kScratchDir, error) && internal::StartSyslogCapture(error) &&
+           (!opts.new_net || BringLoopbackUp(error));
+}
+
+bool ProbeNamespaces() {
+    if (geteuid() != 0) return false;
+    const pid_t pid = fork();
+    if (pid == 0) _exit(unshare(CLONE_NEWNS) == 0 ? 0 : 1);
+    int status = 1;
+    while (pid > 0 && waitpid(pid, &status, 0) < 0 && errno == EINTR) {
+    }
+    return pid > 0 && WIFEXITED(status) && WEXITSTATUS(status) == 0;
+}
+
+}  // namespace
+
+bool SandboxAvailable() {
+    static const bool available = ProbeNamespaces();
+    return available;
+}
+
+bool InSandbox() { return g_entered.load(); }
+
+bool EnterSandbox(const SandboxOptions& opts) {
+    if (g_entered.exchange(true)) {
+        ADD_FAILURE() << "one sandbox per process: run tests through ctest, or one at a time with --gtest_filter";
+        return false;
+    }
+    std::string error;
+    if (!Build(opts, &error)) {
+        ADD_FAILURE() << "sandbox set-up failed: " << error;
+        return false;
+    }
+    // A connection to the host's log socket made earlier would bypass the
+    // capture; the next syslog() connects to ours.
+    closelog();
+    return true;
+}
+
+void RunSandboxed(const std::function<void()>& body, const SandboxOptions& opts) {
+    if (!SandboxAvailable()) GTEST_SKIP() << "needs root and namespaces";
+    if (EnterSandbox(opts)) body();
+}
+
+bool RunInChild(const std::function<void()>& body, int timeout_s) {
+    fflush(nullptr);
+    const pid_t pid = fork();
+    if (pid == 0) {
+        alarm(static_cast<unsigned>(timeout_s));
+        body();
+        bool failed = ::testing::Test::HasFailure();
+#ifdef KT_LEAK_CHECK
+        failed = __lsan_do_recoverable_leak_check() != 0 || failed;
+#endif
+        fflush(nullptr);
+        _exit(failed ? 1 : 0);
+    }
+    int status = -1;
+    while (pid > 0 && waitpid(pid, &status, 0) < 0 && errno == EINTR) {
+    }
+    if (WIFEXITED(status) && WEXITSTATUS(status) == 0) return true;
+    ADD_FAILURE() << "the body run in a child failed (" << (WIFSIGNALED(status) ? "signal " : "status ")
+                  << (WIFSIGNALED(status) ? WTERMSIG(status) : WEXITSTATUS(status)) << ")";
+    return false;
+}
+
+namespace internal {
+
+std::string ScratchPath(const std::string& stem) {
+    return std::string(kScratchDir) + "/" + stem + "." + std::to_string(getpid()) + "." +
+           std::to_string(g_scratchCounter.fetch_add(1));
+}
+
+std::string ErrnoText(const std::string& what) {
+    const int err = errno;
+    return what + ": " + strerror(err) + " (errno " + std::to_string(err) + ")";
+}
+
+bool RequireSandbox(const char* what) {
+    if (InSandbox()) return true;
+    ADD_FAILURE() << what << " works inside a sandboxed test only";
+    return false;
+}
+
+}  // namespace internal
+}  // namespace kt
