@@ -122,10 +122,10 @@ SANDBOX_TEST(Runner, CommandLinesEndAsDocumented) {
             "no process's command line starts with this"}},
         {"", once + " --json", 4, {R"("GetProcessMemoryExtern".*"state":"no_match","value":null,.*"pid":null)"}},
         {"", once + " --exit-zero", 0, {"no match"}},
-        {"item=GetProcessMemory,ProcessName=" + name + "\nitem=GetProcessMemoryExtern,ProcessName=" + opt +
-            "\nitem=GetProcessMemoryFuzzyMatch,ProcessName=*" + u + " a*\nitem=GetProcessCoreCPU,ProcessName=" + name +
-            "\n", once + " --json", 0, {R"("GetProcessMemoryExtern".*"pid":)" + pid,
-            R"("GetProcessMemoryFuzzyMatch".*"pid":)" + pid, "!no_match"}},
+        {"item=GetProcessHandle,ProcessName=" + name + "\nitem=GetProcessCoreCPUExtern,ProcessName=" + opt +
+            "\nitem=GetProcessCoreCPUFuzzyMatch,ProcessName=*" + u + " a*\nitem=GetProcessCoreCPU,ProcessName=" + name +
+            "\n", once + " --json", 0, {R"(Handle".*"ok","value":0,)", R"(CPUExtern".*"ok","value":0,)",
+            R"(CPUFuzzyMatch".*"ok","value":0,.*"pid":)" + pid, "!no_match"}},
         // A hang raises the heartbeat report through the agent's stand-in; a beat does not.
         {beat + "7\n" + beat + "8,ErrRptUserData=none\n" + beat + "9,ErrRptUserData=x y\n" + beat + "6,ErrRpt=off\n", two,
             0, {"1 beating  ok +-  ProcessName=hbz, ProcessMoudleId=7\n", "0 hung", sent + R"(7", UserData="[0-9]+"\}\n)",
