@@ -1,316 +1,349 @@
-// zadi_runner end to end: the real binary loading the real library. What it
-// prints must never hide a fault: misses, priming calls and failures are
-// states of their own, bad input names the problem, and the exit status
-// tells the last calls apart.
+// zadi_runner as an operator meets it. The first table holds command lines,
+// the exit status each ends with and patterns of what it must (after '!':
+// must not) leave in its output, log file and textfile; with --json every
+// line of standard output is a record. Then the signals of a run and of the
+// demo, and the installed tree: programs build against it, its service serves
+// /metrics, and Prometheus scrapes that and the node exporter's textfile.
 
-#include <pty.h>
+#include <signal.h>
+#include <spawn.h>
 #include <stdlib.h>
 #include <string.h>
-#include <sys/mount.h>
-#include <time.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <regex>
 #include <string>
 #include <vector>
 
 #include "tests/support/sandbox.h"
-#include "tests/tools/runner_exec.h"
 
 namespace {
 
-using namespace rt;
+const std::string kRunner = kt::TargetCommand(KIRA_BINARY_DIR "/tools/runner/zadi_runner");
 
-// A process keeping one processor busy, under a command line of its own.
-struct Busy {
-    explicit Busy(const std::string& tag)
-        : pid(Start("exec sh -c 'while :; do :; done' " + tag)), cmdline("sh -c while :; do :; done " + tag) {
-        SleepMs(100);
-    }
-    ~Busy() {
-        kill(pid, SIGKILL);
-        waitpid(pid, nullptr, 0);
-    }
-    pid_t pid;
-    std::string cmdline;
+struct Run {
+    int status;
+    std::string out;
 };
+
+int ExitCode(int st) { return WIFEXITED(st) ? WEXITSTATUS(st) : 128 + WTERMSIG(st); }
+
+Run Shell(const std::string& cmd, bool with_stderr = true) {
+    Run r{-1, ""};
+    FILE* p = popen((cmd + (with_stderr ? " 2>&1" : " 2>/dev/null")).c_str(), "r");
+    if (p == nullptr) return r;
+    char buf[4096];
+    for (size_t n; (n = fread(buf, 1, sizeof(buf), p)) > 0;) r.out.append(buf, n);
+    r.status = ExitCode(pclose(p));
+    return r;
+}
+
+pid_t Start(const std::string& cmd) {
+    pid_t pid = -1;
+    const char* argv[] = {"sh", "-c", cmd.c_str(), nullptr};
+    return posix_spawn(&pid, "/bin/sh", nullptr, nullptr, const_cast<char**>(argv), environ) == 0 ? pid : -1;
+}
+
+int WaitStatus(pid_t pid) {
+    int st = 0;
+    return waitpid(pid, &st, 0) == pid ? ExitCode(st) : -1;
+}
+
+bool Cross() { return kt::TargetCommand("x") != "x"; }
+bool Has(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
+std::string Fetch(const std::string& url) { return Shell("curl -gsS --max-time 5 '" + url + "'").out; }
+
+void ExpectPatterns(const std::string& out, const std::vector<std::string>& patterns, const std::string& what) {
+    for (const std::string& p : patterns) {
+        const bool absent = p[0] == '!';
+        EXPECT_NE(std::regex_search(out, std::regex(p.substr(absent))), absent) << what << ": " << p << "\n" << out;
+    }
+}
+
+// A literal text as a pattern.
+std::string Lit(const std::string& text) {
+    return std::regex_replace(text, std::regex(R"([.^$|()\[\]{}*+?\\])"), R"(\$&)");
+}
+
+// The number in the first result of an instant query, -1 when none.
+double Ask(const std::string& query) {
+    const std::string answer =
+        Shell("curl -sS --max-time 5 -G --data-urlencode 'query=" + query + "' http://127.0.0.1:9090/api/v1/query").out;
+    const size_t at = answer.find("\"value\":[");
+    const size_t quote = at == std::string::npos ? at : answer.find('"', answer.find(',', at) + 1);
+    return quote == std::string::npos ? -1 : atof(answer.c_str() + quote + 1);
+}
 
 }  // namespace
 
-SANDBOX_TEST(Runner, DefaultConfigurationAnswersEveryItem) {
-    const Run r = Exec("--once --json", false);
-    ASSERT_EQ(r.status, 0) << r.out;
-    ExpectJsonRecords(r.out, "--once --json");
-    const auto lines = Lines(r.out);
-    EXPECT_EQ(lines.size(), 11u) << r.out;
-    // The items that measure since their previous call only prime; every
-    // other one answers with a figure.
-    for (const std::string& l : lines) {
-        const bool primes = Has(l, "\"GetSysCPU\"") || Has(l, "\"GetSysUsrCPU\"") || Has(l, "\"GetProcessCoreCPU\"");
-        EXPECT_TRUE(Has(l, primes ? "\"state\":\"priming\",\"value\":null" : "\"state\":\"ok\",\"value\":")) << l;
-    }
-    // The sample configuration: its processes may be missing, nothing fails.
-    const Run sample = Exec("--config " KIRA_SOURCE_DIR "/tools/runner/zadi_runner.conf --once --json", false);
-    EXPECT_TRUE((sample.status == 0 || sample.status == 4) && Lines(sample.out).size() == 8u) << sample.out;
-    const Run t = Exec("--once");
-    ASSERT_EQ(t.status, 0) << t.out;
-    EXPECT_TRUE(Has(t.out, "round 1")) << t.out;
-    const auto table = Lines(t.out);
-    EXPECT_TRUE(LineWith(table, "GetSysFreeMemory", " MB  ok") && LineWith(table, "GetSysCPU", "priming") &&
-                LineWith(table, "IsExistProcess ", "1 running"))
-        << t.out;
-    // Parameters are shown whole, however long.
-    std::string init = kt::ReadFile("/proc/1/cmdline");
-    while (!init.empty() && init.back() == '\0') init.pop_back();
-    for (char& c : init) c = c == '\0' ? ' ' : c;
-    if (init.size() < 400) {
-        EXPECT_TRUE(Has(t.out, "ProcessName=" + init + "\n")) << t.out;
-    }
-}
-
-// Every flavour of process lookup: a miss is "no_match" (exit 4), never a
-// figure; once the process runs the same call answers. The wildcard stands on
-// the runner's own command line and still does not find the runner.
-SANDBOX_TEST(Runner, NoProcessMatchedIsAStateNotAZero) {
-    const std::string u = kt::UniqueName("nm");
-    const struct {
-        const char* item;
-        std::string name;
-        const char* note;
-    } cases[] = {
-        {"GetProcessMemory", "/opt/" + u + " serve", "no process has exactly this command line"},
-        {"GetProcessHandleExtern", "/opt/" + u, "no process's command line starts with this"},
-        {"GetProcessMemoryFuzzyMatch", "*" + u + "*", "no process's command line matches this pattern"},
-        {"GetProcessCoreCPU", "/opt/" + u + " serve", "no process has exactly this command line"},
-    };
-    for (const auto& c : cases) {
-        if (Cross() && Has(c.name, "*")) continue;  // under the emulator the runner's arguments stay visible
-        const std::string args = std::string("call ") + c.item + " 'ProcessName=" + c.name + "'";
-        Run r = Exec(args + " --json", false);
-        EXPECT_EQ(r.status, 4) << args << r.out;
-        EXPECT_TRUE(Has(r.out, "\"state\":\"no_match\",\"value\":null") && Has(r.out, "\"pid\":null")) << r.out;
-        r = Exec(args);
-        EXPECT_TRUE(Has(r.out, "no match") && Has(r.out, c.note)) << r.out;
-    }
-    kt::Child child("nmc", {"/opt/" + u, "serve"});
-    for (const auto& c : cases) {
-        const Run r = Exec(std::string("call ") + c.item + " 'ProcessName=" + c.name + "' --json", false);
-        EXPECT_EQ(r.status, 0) << c.item << r.out;
-        EXPECT_TRUE(Has(r.out, "\"state\":\"ok\"")) << r.out;
-    }
-}
-
-SANDBOX_TEST(Runner, CpuItemsPrimeBeforeTheyMeasure) {
-    Busy busy(kt::UniqueName("cpu"));
-    kt::WriteFile("/tmp/cpu.conf",
-                  "item=GetSysCPU,period=1\nitem=GetProcessCoreCPU,period=1,ProcessName=" + busy.cmdline + "\n");
-    const Run r = Exec("--config /tmp/cpu.conf --rounds 2 --json", false);
-    ASSERT_EQ(r.status, 0) << r.out;
-    const auto lines = Lines(r.out);
-    ASSERT_EQ(lines.size(), 4u) << r.out;
-    for (int i = 0; i < 4; ++i) {
-        EXPECT_TRUE(Has(lines[i], i < 2 ? "\"state\":\"priming\",\"value\":null" : "\"state\":\"ok\",\"value\":"))
-            << lines[i];
-    }
-    // A one-shot call samples twice, a second apart: a busy process reads
-    // busy, not as its tiny average since boot.
-    const time_t start = time(nullptr);
-    const Run c = Exec("call GetProcessCoreCPU 'ProcessName=" + busy.cmdline + "' --json", false);
-    EXPECT_GE(time(nullptr) - start, 1);
-    ASSERT_EQ(c.status, 0) << c.out;
-    const size_t at = c.out.find("\"value\":");
-    ASSERT_NE(at, std::string::npos) << c.out;
-    EXPECT_GT(atof(c.out.c_str() + at + 8), 10.0) << c.out;
-}
-
-// --json is honoured everywhere (run mode and demo are checked with their own
-// tests).
-SANDBOX_TEST(Runner, EverySubcommandHonoursJson) {
-    for (const char* args : {"items --json", "call GetSysMemory --json", "census rss --json"}) {
-        const Run r = Exec(args, false);
-        EXPECT_EQ(r.status, 0) << args;
-        ExpectJsonRecords(r.out, args);
-    }
-    EXPECT_EQ(Lines(Exec("items --json", false).out).size(), 25u);
-}
-
-// Help, items, version and the periods of a real zone explain themselves; bad
-// input names the problem.
-SANDBOX_TEST(Runner, OutputIsExplainedAndBadInputNamed) {
+SANDBOX_TEST(Runner, CommandLinesEndAsDocumented) {
     kt::BindFileOver("/dev/kmsg", "");
     setenv("TZ", "Europe/Berlin", 1);
-    kt::WriteFile("/tmp/notalib.so", "garbage");
-    kt::MakeDirs("/tmp/conf.d");
-    const std::string bad = "--config /tmp/bad.conf";
-    const std::string missing = "item=GetProcessMemory,ProcessName=/opt/" + kt::UniqueName("nm") + "\n";
+    const std::string u = kt::UniqueName("op"), opt = "/opt/" + u, name = opt + " a\"b\\c";
+    kt::Child proc("opc", {opt, "a\"b\\c"});
+    const std::string pid = std::to_string(proc.pid());
+    kt::Child hb("hbz", {"hbz"});
+    Shell("mkdir -p /tmp/heartbeat /tmp/tf /tmp/tfd/zadi.prom");
+    for (const std::string m : {"6", "7", "8", "9"})
+        kt::WriteFile("/tmp/heartbeat/hbz___" + m + "___" + std::to_string(hb.pid()), "beat\n1001\n");
+    const std::string busy = "sh -c while :; do :; done " + u;
+    const pid_t busy_pid = Start("exec timeout 120 sh -c 'while :; do :; done' " + u);
+    const std::string once = "--config /tmp/t.conf --once", two = "--config /tmp/t.conf --rounds 2";
+    const std::string miss = "item=GetProcessMemory,ProcessName=" + opt + "x\n";
+    const std::string beat = "item=ProcessHeartBeat,period=1,ProcessName=hbz,ProcessMoudleId=";
+    const std::string sent = R"(errrpt errCode=0xF000020F .* params=\{ProcessName="hbz", ProcessMoudleId=")";
+    const std::string quoted = "process=\"/opt/" + u + " a\\\"b\\\\c\"}";
     const struct {
-        std::string conf;  // written to /tmp/bad.conf when not empty
+        std::string conf;  // written to /tmp/t.conf when not empty
         std::string args;
         int status;
-        std::vector<std::string> parts;
+        std::vector<std::string> want;
     } cases[] = {
         // clang-format off
-        {"", "--help", 0, {"exit status", "no_match", "priming", "%core   percent of one processor", "census"}},
-        {"", "--help", 0, {"items", "demo", "call", "--exit-zero"}},
-        {"", "--version", 0, {"zadi_runner 1."}},
-        {"", "items", 0, {"GetProcessCoreCPUFuzzyMatchCfgPeriod %core  ProcessName Period", "IsExistProcessPreCmd"}},
-        {"", "items", 0, {"the first call only primes", "MB      whole megabytes"}},
-        {"", "dst Europe/Berlin 2024", 0, {"zone Europe/Berlin, year 2024: 1 daylight-saving period",
-            " 0  2024-03-31 01:00:00  2024-10-27 01:00:00  03-31 02:00:00  10-27 03:00:00  +02:00  60 min",
-            "KIRA_QueryDstConfInfoForRegion (this year, ", "offset 60 min, flag 0"}},
-        {"", "dst UTC", 0, {": 0 daylight-saving periods"}},
-        {"", "dst", 2, {}},
-        {"", "dst Europe/Berlin 20x4", 2, {}},
-        {"", "dst a b c", 2, {}},
-        {"", "dst Europe/Berlin 1969", 1, {}},
-        {"", "dst Nowhere/Land", 1, {}},
-        {"", "dst 'Europe/Berlin;id'", 1, {}},
-        {"item = GetSysCPU , period = 1\n", bad + " --once", 0, {"priming"}},
-        // Run mode's status follows the last calls; --exit-zero keeps 0.
-        {missing, bad + " --once", 4, {"no match"}},
-        {missing, bad + " --once --exit-zero", 0, {"no match"}},
-        {"item=GetDiskUsage,Path=/no/such\n" + missing, bad + " --once", 3,
-            {"reason: Get Disk Usage Fault, Return -1.000000."}},
-        {"item=GetSysCPU\nitem=GetSysCPU,period\n", bad + " --once", 1, {"line 2: malformed field"}},
-        {"\nitem=GetNothing,period=1\n", bad, 1, {"line 2: unknown item \"GetNothing\""}},
-        {"item=GetSysCPU,period=abc\n", bad, 1, {"line 1: period must be"}},
-        {"item=GetSysCPU,period=1,period=2\n", bad, 1, {"line 1: \"period\" given twice"}},
-        {"item=GetDiskUsage,Path=/,Path=/tmp\n", bad, 1, {"line 1: parameter \"Path\" given twice"}},
-        {"#\nitem=GetSysCPU,Foo=1\n", bad, 1, {"line 2: GetSysCPU reads no parameter \"Foo\""}},
-        {"period=3\n", bad, 1, {"line 1: no item= field"}},
-        {"# nothing\n", bad, 1, {"names no item"}},
-        {"item=GetProcessMemory,ProcessName=" + std::string(400, 'x') + "\n", bad + " --once", 1, {"399"}},
+        // Built in: items that measure since their previous call only prime.
+        {"", "--once --json", 0, {R"("item":"GetSysMemory","params":\{\},"state":"ok","value":[0-9.]+,"unit":"%")",
+            R"("item":"GetSysCPU","params":\{\},"state":"priming","value":null)", R"re(!"(no_match|failed)")re"}},
+        {"", "--once", 0, {"round 1  ", "GetSysFreeMemory +[0-9.]+ MB  ok", "GetSysCPU +-  priming",
+            "IsExistProcess +1 running  ok", "\n    first sample stored; figures start with the next call\n"}},
+        // Contexts last across rounds; '#' lines and blank ones are skipped.
+        {"# items\nitem=GetSysCPU,period=1\n\nitem=GetProcessCoreCPU,period=1,ProcessName=" + busy +
+            "\nitem=IsExistProcessExtern,period=1,ProcessName=" + opt + "\nitem=GetNothing # off\n", two + " --json", 0,
+            {R"("round":1,"item":"GetSysCPU".*"priming")", R"("round":2,"item":"GetSysCPU".*"ok")",
+            R"("round":2,"item":"GetProcessCoreCPU".*"ok","value":[1-9][0-9])",
+            R"("round":2,"item":"IsExistProcessExtern".*"value":1,.*"pid":)" + pid + ","}},
+        // A one-shot call of a CPU item samples twice, a second apart.
+        {"", "call GetProcessCoreCPU 'ProcessName=" + busy + "' --json", 0, {R"("state":"ok","value":[1-9][0-9])"}},
+        // A miss is a state of its own, never a zero, for each kind of lookup;
+        // the runner's own command line does not count.
+        {"", "call GetProcessMemoryFuzzyMatch 'ProcessName=*" + u + "x*'", 4, {"no process's command line matches this"}},
+        {miss + "item=GetProcessMemoryExtern,ProcessName=" + opt + "x\nitem=GetProcessCoreCPU,ProcessName=" + opt + "x\n",
+            once, 4, {"GetProcessMemory +-  no match +-  ProcessName=", "\n    no process has exactly this command line\n",
+            "no process's command line starts with this"}},
+        {"", once + " --json", 4, {R"("GetProcessMemoryExtern".*"state":"no_match","value":null,.*"pid":null)"}},
+        {"", once + " --exit-zero", 0, {"no match"}},
+        {"item=GetProcessHandle,ProcessName=" + name + "\nitem=GetProcessCoreCPUExtern,ProcessName=" + opt +
+            "\nitem=GetProcessCoreCPUFuzzyMatch,ProcessName=*" + u + " a*\nitem=GetProcessCoreCPU,ProcessName=" + name +
+            "\n", once + " --json", 0, {R"(Handle".*"ok","value":0,)", R"(CPUExtern".*"ok","value":0,)",
+            R"(CPUFuzzyMatch".*"ok","value":0,.*"pid":)" + pid, "!no_match"}},
+        // A hang raises the heartbeat report through the agent's stand-in; a beat does not.
+        {beat + "7\n" + beat + "8,ErrRptUserData=none\n" + beat + "9,ErrRptUserData=x y\n" + beat + "6,ErrRpt=off\n", two,
+            0, {"1 beating  ok +-  ProcessName=hbz, ProcessMoudleId=7\n", "0 hung", sent + R"(7", UserData="[0-9]+"\}\n)",
+            sent + "8\"\\}\n", sent + R"(9", UserData="x y"\}\n)", "!ProcessMoudleId=\"6\"",
+            "\n    error report 0xF000020F hangFlowId=[0-9]+: sent\n", R"(!beating.*\n(errrpt.*\n)? +error report)"}},
+        // The demo's worker and heartbeat file go at the end and when nobody reads.
+        {"", "demo --plugin-log --log-file /tmp/r.log", 0, {"worker stopped; its heartbeat file removed",
+            "plug-in <3> .*Process zadi_demo\\(9\\) heartbeat not refreshed", "error report 0xF000020F hangFlowId="}},
+        {"", "demo | head -c 1", 0, {}},
+        // The textfile: no figure for a failure, a miss or a priming call, and
+        // no unbounded label; the reason goes to the log, once.
+        {"item=GetSysMemory,period=1\nitem=GetDiskUsage,period=1,Path=/no/such\n" + miss +
+            "item=GetProcessMemoryExtern,period=1,ProcessName=" + name + "\nitem=GetSysCPU,period=60\n" + beat +
+            "7,ErrRpt=off\n", two + " --textfile /tmp/tf", 3,
+            {Lit("{item=\"GetDiskUsage\",path=\"/no/such\"} failed: Get Disk"), "!failed: Get Disk[\\s\\S]*failed: ",
+            Lit("zadi_item_ok{item=\"GetDiskUsage\",path=\"/no/such\"} 0"), Lit("zadi_item_ok{item=\"GetSysCPU\"} 1"),
+            Lit("zadi_item_matched{item=\"GetProcessMemory\",process=\"/opt/" + u + "x\"} 0"),
+            Lit("zadi_item_pid{item=\"GetProcessMemoryExtern\"," + quoted + " " + pid),
+            Lit("# TYPE zadi_item_value_bytes gauge\nzadi_item_value_bytes{item=\"GetProcessMemoryExtern\"," + quoted),
+            Lit("zadi_item_last_success_timestamp_seconds{item=\"GetSysMemory\"} 1"),
+            Lit("zadi_heartbeat_hang{item=\"ProcessHeartBeat\",process=\"hbz\",module=\"7\"} 1\n"),
+            Lit("zadi_item_value_beating{item=\"ProcessHeartBeat\",process=\"hbz\",module=\"7\"} 0\n"),
+            Lit("# TYPE zadi_census_rss_bytes gauge\nzadi_census_rss_bytes{rank=\"1\"} "),
+            Lit("!percent{item=\"GetDiskUsage\""), Lit("!timestamp_seconds{item=\"GetDiskUsage\""),
+            Lit("!bytes{item=\"GetProcessMemory\""), Lit("!percent{item=\"GetSysCPU\"}")}},
+        {"", "--once --textfile /tmp/tfd", 0, {"cannot write /tmp/tfd/zadi.prom: Is a directory"}},
+        {"", "items --json", 0, {R"("item":"IsExistProcessPreCmd","unit":"exists")"}},
+        {"", "items", 0, {"GetProcessCoreCPUFuzzyMatchCfgPeriod %core  ProcessName Period", "only primes", "MB      whole"}},
+        {"", "census rss --json", 0, {R"("census":"rss","pid":[0-9]+,"name":")"}},
+        {"", "census rss", 0, {R"(PID  NAME +RSS\(MB\))", "\n[0-9]+ processes\n"}},
+        {"", "--help", 0, {"exit status: 0", "%core   percent of one processor", "\n  census "}},
+        {"", "--version", 0, {"zadi_runner 1\\."}}, {"", "dst UTC", 0, {": 0 daylight-saving periods"}},
+        {"", "dst Europe/Berlin 2024", 0, {"zone Europe/Berlin, year 2024: 1 daylight-saving period ",
+            " 0  2024-03-31 01:00:00  2024-10-27 01:00:00  03-31 02:00:00  10-27 03:00:00  \\+02:00  60 min",
+            R"(KIRA_QueryDstConfInfoForRegion \(this year, .*offset 60 min, flag 0)"}},
+        {"", "dst", 2, {}}, {"", "dst a b c", 2, {}}, {"", "dst Europe/Berlin 20x4", 2, {}}, {"", "dst UTC 1969", 1, {}},
+        // The status follows the last calls, a failure before a miss.
+        {"item = GetSysCPU , period = 1\n", once, 0, {"priming"}},
+        {miss + "item=GetDiskUsage,Path=/no/such\n", once, 3, {"reason: Get Disk Usage Fault, Return -1.000000.",
+            "!failed: "}},
+        {"item=GetSysCPU\nitem=GetSysCPU,period\n", once, 1, {"line 2: malformed field"}},
+        {"\nitem=GetNothing,period=1\n", once, 1, {"line 2: unknown item \"GetNothing\""}},
+        {"item=GetSysCPU,period=abc\n", once, 1, {"line 1: period must be"}},
+        {"item=GetSysCPU,period=1,period=2\n", once, 1, {"line 1: \"period\" given twice"}},
+        {"item=GetDiskUsage,Path=/,Path=/tmp\n", once, 1, {"line 1: parameter \"Path\" given twice"}},
+        {"#\nitem=GetSysCPU,Foo=1\n", once, 1, {"line 2: GetSysCPU reads no parameter \"Foo\""}},
+        {"period=3\n", once, 1, {"line 1: no item= field"}}, {"# nothing\n", once, 1, {"names no item"}},
+        {"item=GetProcessMemory,ProcessName=" + std::string(400, 'x') + "\n", once, 1, {"399"}},
         {"", "--config /tmp/none.conf", 1, {"/tmp/none.conf: No such file or directory"}},
-        {"", "--config /tmp/conf.d", 1, {"/tmp/conf.d is a directory"}},
-        {"", "--config", 2, {"--config needs a value"}},
-        {"", "--lib /tmp/no-such-lib.so --once", 1, {"/tmp/no-such-lib.so"}},
-        {"", "--lib /tmp/notalib.so call GetSysCPU", 1, {"cannot load"}},
-        {"", "call NoSuchItem", 2, {"unknown item"}},
-        {"", "call GetDiskUsage Path", 2, {"not Name=Value"}},
-        {"", "call GetProcessMemory ProcessName=", 2, {}},
-        {"", "call GetDiskUsage", 3, {"Input parameter number error."}},
-        {"", "call GetDiskUsage Path=/no,such", 3, {"Get Disk Usage Fault, Return -1.000000."}},
-        {"", "frobnicate", 2, {"unknown subcommand"}},
-        {"", "--rounds 0", 2, {"--rounds needs"}},
-        {"", "--once --rounds 2", 2, {"contradict"}},
-        {"", "call GetSysCPU --once", 2, {"--rounds does not apply to call"}},
-        {"", "items --lib x", 2, {"--lib does not apply to items"}},
-        {"", "--bogus", 2, {"unknown option --bogus"}},
+        {"", "--config /tmp", 1, {"/tmp is a directory"}}, {"", "--lib /tmp/none.so --once", 1, {"/tmp/none.so"}},
+        {"", "--lib " KIRA_SOURCE_DIR "/README.md call GetSysCPU", 1, {"cannot load .*README.md: .*ELF"}},
         {"", "--textfile /tmp/none.d --once", 1, {"--textfile needs a directory: /tmp/none.d"}},
         {"", "--log-file /tmp/none.d/log", 1, {"cannot open /tmp/none.d/log: No such file or directory"}},
+        {"", "call GetDiskUsage", 3, {"Input parameter number error."}},
+        {"", "call GetDiskUsage Path=/no,such --json", 3, {R"("state":"failed","value":null,"unit":"%","returned":null,)"
+            R"("result":-1,"reason":"Get Disk Usage Fault, Return -1.000000.")"}},
+        {"", "call NoSuchItem", 2, {"unknown item"}}, {"", "call GetDiskUsage Path", 2, {"not Name=Value"}},
+        {"", "call GetProcessMemory ProcessName=", 2, {}}, {"", "frobnicate", 2, {"unknown subcommand"}},
+        {"", "--config", 2, {"--config needs a value"}}, {"", "--rounds 0", 2, {"--rounds needs"}},
+        {"", "--once --rounds 2", 2, {"contradict"}}, {"", "--bogus", 2, {"unknown option --bogus"}},
+        {"", "call GetSysCPU --once", 2, {"--rounds does not apply to call"}},
+        {"", "items --lib x", 2, {"--lib does not apply to items"}},
         // clang-format on
     };
     for (const auto& c : cases) {
-        if (!c.conf.empty()) kt::WriteFile("/tmp/bad.conf", c.conf);
-        const Run r = Exec(c.args);
+        // Under the emulator the runner's own arguments stay visible to a pattern; exec: no shell
+        // stays behind holding them on its command line.
+        if (Cross() && Has(c.args, "*")) continue;
+        if (!c.conf.empty()) kt::WriteFile("/tmp/t.conf", c.conf);
+        const bool json = Has(c.args, "--json");
+        const Run r = Shell("exec " + kRunner + " " + c.args, !json);
         EXPECT_EQ(r.status, c.status) << c.args << ": " << r.out;
-        for (const std::string& part : c.parts)
-            EXPECT_TRUE(Has(r.out, part)) << c.args << ": " << part << "\n" << r.out;
+        if (json) ExpectPatterns(r.out, {R"(!(^|\n)(?!$|\{"time":"20[^\n]*"host":[^\n]*\}\n))"}, c.args + ", records");
+        ExpectPatterns(r.out + kt::ReadFile("/tmp/r.log") + kt::ReadFile("/tmp/tf/zadi.prom"), c.want, c.args);
+        Shell("rm -f /tmp/r.log /tmp/tf/zadi.prom");
     }
+    kill(busy_pid, SIGTERM);
+    EXPECT_EQ(Shell("find /tmp/tf /tmp/tfd /tmp/heartbeat -type f ! -name 'hbz*'").out, "") << "a file was left";
 }
 
-SANDBOX_TEST(Runner, ContextsLastAcrossRoundsAndPidsAreReported) {
-    const std::string u = kt::UniqueName("rn");
-    kt::Child c("rnc", {"/opt/" + u, "serve"});
-    kt::WriteFile("/tmp/items.conf", "# items for the test\nitem=IsExistProcess,period=1,ProcessName=/opt/" + u +
-                                         " serve\n\nitem=IsExistProcessExtern,period=1,ProcessName=/opt/" + u +
-                                         "\nitem=GetProcessMemoryFuzzyMatch,period=1,ProcessName=/opt/" + u +
-                                         " s*\nitem=IsExistProcess,ProcessName=/opt/" + u + " # commented out\n");
-    const Run r = Exec("--config /tmp/items.conf --rounds 2 --json", false);
-    ASSERT_EQ(r.status, 0) << r.out;
-    const auto lines = Lines(r.out);
-    ASSERT_EQ(lines.size(), 6u) << r.out;
-    const std::string pid = "\"pid\":" + std::to_string(c.pid());
-    EXPECT_TRUE(LineWith(lines, "\"round\":2,\"item\":\"IsExistProcess\"", "\"value\":1,") &&
-                LineWith(lines, "IsExistProcessExtern", pid) && LineWith(lines, "GetProcessMemoryFuzzyMatch", pid))
-        << r.out;
-}
-
-// SIGHUP reads the configuration again; SIGTERM and SIGINT end the run after
-// the call in progress with a one-line summary.
-SANDBOX_TEST(Runner, SignalsReloadAndStopCleanly) {
+// SIGHUP reads the configuration again and a bad file keeps the running one;
+// SIGTERM and SIGINT end a run after the call in progress (one that samples
+// for two seconds) with a one-line summary, and end the demo without a trace.
+SANDBOX_TEST(Runner, SignalsReloadAndStop) {
     for (int sig : {SIGTERM, SIGINT}) {
         kt::WriteFile("/tmp/sig.conf", "item=GetSysMemory,period=1\n");
-        const pid_t pid = Spawn("--config /tmp/sig.conf --json", "/tmp/sig.out", "/tmp/sig.err");
-        SleepMs(1500);
-        kt::WriteFile("/tmp/sig.conf", "item=GetSysFreeMemory,period=1\n");
-        kill(pid, SIGHUP);
-        SleepMs(1500);
-        kill(pid, sig);
-        EXPECT_EQ(WaitStatus(pid), 0);
-        const std::string out = kt::ReadFile("/tmp/sig.out");
-        const std::string err = kt::ReadFile("/tmp/sig.err");
-        EXPECT_TRUE(Has(out, "\"GetSysMemory\"") && Has(out, "\"GetSysFreeMemory\"")) << out;
-        EXPECT_TRUE(Has(err, "configuration read again: 1 items") &&
-                    Has(err, std::string("stopped by SIG") + sigabbrev_np(sig) + " after "))
-            << err;
+        const pid_t run = Start("exec " + kRunner + " --config /tmp/sig.conf --json >/tmp/run.out 2>&1");
+        const pid_t demo = Start("exec " + kRunner + " demo >/dev/null 2>/tmp/demo.err");
+        for (const char* conf : {"item=GetProcessCoreCPUFuzzyMatchCfgPeriod,period=1,ProcessName=*,Period=2\n",
+                                 "item=GetSysCPU\nitem=GetNothing\n"}) {
+            usleep(1500000);
+            kt::WriteFile("/tmp/sig.conf", conf);
+            kill(run, SIGHUP);
+        }
+        usleep(1500000);
+        kill(run, sig);
+        kill(demo, sig);
+        EXPECT_EQ(WaitStatus(run), 0);
+        EXPECT_EQ(WaitStatus(demo), 1);
+        ExpectPatterns(kt::ReadFile("/tmp/run.out"),
+                       {"\"GetSysMemory\"", "!GetSysCPU", "configuration read again: 1 items\n",
+                        "line 2: unknown item \"GetNothing\".*\n.*keeping the previous configuration\n",
+                        std::string("CfgPeriod\"[^\n]*\nzadi_runner: stopped by SIG") + sigabbrev_np(sig) +
+                            " after [0-9]+ rounds: [0-9]+ calls, 0 failed, 0 no match\n$"},
+                       "run");
+        const std::string err = kt::ReadFile("/tmp/demo.err"), worker = err.substr(err.find("worker (pid ") + 12);
+        EXPECT_TRUE(Has(err, "demo stopped early")) << err;
+        EXPECT_NE(kt::ReadFile("/proc/" + worker.substr(0, worker.find(')')) + "/comm"), "zadi_demo\n");
+        EXPECT_EQ(Shell("ls -A /tmp/heartbeat").out, "");
     }
 }
 
-// The demo's worker and heartbeat file go on every way out; --plugin-log
-// shows the plug-in's own diagnostic lines.
-SANDBOX_TEST(Runner, DemoLeavesNothingBehind) {
-    for (const std::string how : {"TERM", "INT", "pipe", "end"}) {
-        // The first run writes JSON; the last sends the plug-in's diagnostic
-        // lines to a log file.
-        const std::string opts = how == "TERM"  ? " --json"
-                                 : how == "end" ? " --plugin-log --log-file /tmp/demo.log"
-                                                : "";
-        const std::string cmd = kRunner + " demo" + opts + " 2>/tmp/demo.err";
-        unlink("/tmp/demo.out");
-        const pid_t sh = Start(how == "pipe" ? cmd + " | head -c 1 >/dev/null" : "exec " + cmd + " >/tmp/demo.out");
-        SleepMs(2500);
-        if (how == "TERM" || how == "INT") kill(sh, how == "TERM" ? SIGTERM : SIGINT);
-        const int status = WaitStatus(sh);
-        EXPECT_TRUE(how != "end" || status == 0) << status;
-        SleepMs(200);
-        if (how == "TERM") ExpectJsonRecords(kt::ReadFile("/tmp/demo.out"), "demo --json");
-        const std::string out = kt::ReadFile("/tmp/demo.err") + kt::ReadFile("/tmp/demo.out");
-        EXPECT_TRUE(Has(out, "removed")) << how << ": " << out;
-        EXPECT_EQ(system("ls /tmp/heartbeat | grep -q zadi_demo"), 256) << how;
-        const std::string worker = out.substr(out.find("(pid ") + 5);
-        EXPECT_NE(kt::ReadFile("/proc/" + worker.substr(0, worker.find(')')) + "/comm"), "zadi_demo\n") << how;
+static void DeployBody() {
+    if (Cross()) GTEST_SKIP() << "the install is checked natively";
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)  // else programs would need its runtime
+    // Valid C and C++ (then after the plug-in's C++ header).
+    static const char kProgram[] = R"(#ifdef __cplusplus
+#include "plugin/linux/zadi_linux_plugin.h"
+#endif
+#include <stdio.h>
+#include "plugin/linux/zadi_items.h"
+#include "plugin/linux/allprocess.h"
+int main(void) {
+    FI_CONTEXT_S context = {0};
+    FI_RESULT_S result = {0};
+    int pid = -1;
+    printf("memory %.1f%%\n", GetSysMemory(0, NULL, &context, &result));
+    return result.result == 0 && GetProcessPid("/no/such", &pid) == 0 && pid == 0 ? 0 : 1;
+}
+)";
+    kt::MakeDirs("/tmp/use");
+    kt::WriteFile("/tmp/use/prog.c", kProgram);
+    kt::WriteFile("/tmp/use/CMakeLists.txt",
+                  "cmake_minimum_required(VERSION 3.25)\nproject(use LANGUAGES CXX)\n"
+                  "find_package(zadi_linux_plugin 1 REQUIRED)\nadd_executable(prog prog.cpp)\n"
+                  "target_link_libraries(prog PRIVATE zadi_linux_plugin::zadi_agent_sub)\n");
+    // Moved, so that nothing can point back at where it was installed.
+    const Run moved = Shell("cd /tmp/use && cp prog.c prog.cpp && cmake --install " KIRA_BINARY_DIR R"sh( \
+        --prefix /tmp/q >/dev/null && mv /tmp/q /tmp/moved && export LD_LIBRARY_PATH=/tmp/moved/lib &&
+        pc="-Wall -Werror $(PKG_CONFIG_PATH=$LD_LIBRARY_PATH/pkgconfig pkg-config --cflags --libs zadi_linux_plugin \
+            zadi_agent_sub)" &&
+        cc -std=c11 prog.c $pc && ./a.out && c++ prog.cpp $pc && ./a.out && unset LD_LIBRARY_PATH &&
+        cmake -S . -B b -G Ninja -DCMAKE_PREFIX_PATH=/tmp/moved >/dev/null && ninja -C b >/dev/null && b/prog &&
+        /tmp/moved/bin/zadi_runner --config /tmp/moved/share/zadi/zadi_runner.conf --once --exit-zero &&
+        test -x /tmp/moved/share/zadi/script/os_conf_backup.sh && test ! -e /ZUK/script && echo all ran)sh");
+    EXPECT_TRUE(moved.status == 0 && Has(moved.out, "round 1") && Has(moved.out, "all ran")) << moved.out;
+#endif
+    const Run installed = Shell("cmake --install " KIRA_BINARY_DIR " --prefix /tmp/p");
+    ASSERT_EQ(installed.status, 0) << installed.out;
+    const std::string unit_path = "/tmp/p/lib/systemd/system/zadi_runner.service";
+    kt::WriteFile("/tmp/trivial.service", "[Service]\nExecStart=/bin/true\n");
+    if (Shell("systemd-analyze verify /tmp/trivial.service").status == 0) {  // not in every container
+        const Run verified = Shell("systemd-analyze verify " + unit_path);
+        EXPECT_TRUE(verified.status == 0 && verified.out.empty()) << verified.out;
     }
-    const std::string log = kt::ReadFile("/tmp/demo.log");
-    EXPECT_TRUE(Has(log, "plug-in <3> ") && Has(log, "Process zadi_demo(9) heartbeat not refreshed")) << log;
-}
-
-// run.sh shows why a build failed and installs only what a run needs.
-SANDBOX_TEST(Runner, RunScriptShowsBuildErrors) {
-    kt::MakeDirs("/tmp/rs/.ci");
-    kt::WriteFile("/tmp/rs/run.sh", kt::ReadFile(KIRA_SOURCE_DIR "/run.sh"), 0755);
-    kt::WriteFile("/tmp/rs/.ci/install-deps.sh", kt::ReadFile(KIRA_SOURCE_DIR "/.ci/install-deps.sh"), 0755);
-    kt::FakeCommand cmake("cmake");
-    kt::FakeCommand ninja("ninja", 1, "plugin.cpp:12:3: error: 'frob' was not declared in this scope\n");
-    const Run r = Shell("/tmp/rs/run.sh --once");
-    EXPECT_NE(r.status, 0);
-    EXPECT_TRUE(Has(r.out, "error: 'frob' was not declared") && Has(r.out, "build failed")) << r.out;
-    const std::string run_list = Capture("bash /tmp/rs/.ci/install-deps.sh --print --run").out;
-    EXPECT_TRUE(Has(run_list, "cmake") && !Has(run_list, "qemu") && !Has(run_list, "aarch64")) << run_list;
-}
-
-// The minute of the CPU census is counted on a terminal, and only there.
-static void CensusProgressBody() {
-    // The sandbox's /dev carries no terminals: a private devpts instance.
-    ASSERT_EQ(mount("devpts", "/dev/pts", "devpts", 0, "newinstance,ptmxmode=0666"), 0) << strerror(errno);
-    ASSERT_EQ(mount("/dev/pts/ptmx", "/dev/ptmx", nullptr, MS_BIND, nullptr), 0) << strerror(errno);
-    int master = -1;
-    const std::string cmd = kRunner + " census cpu >/tmp/plain.out & " + kRunner + " census cpu; wait";
-    fflush(nullptr);
-    const pid_t pid = forkpty(&master, nullptr, nullptr, nullptr);
-    if (pid == 0) {
-        execl("/bin/sh", "sh", "-c", cmd.c_str(), nullptr);
-        _exit(127);
+    const std::string unit = kt::ReadFile(unit_path);
+    const size_t at = unit.find("ExecStart=") + 10;
+    const std::string exec_start = unit.substr(at, unit.find('\n', at) - at);
+    ASSERT_EQ(exec_start.rfind("/tmp/p/bin/zadi_runner ", 0), 0u) << exec_start;
+    // A label to escape, and an item that starts failing: its figure goes
+    // while its ok series turns 0 and its last success stays.
+    const std::string name = "/opt/" + kt::UniqueName("pe");
+    kt::Child quoted("peq", {name, "a\"b\\c"});
+    Shell("mkdir -p /tmp/dx /tmp/tf /etc/zadi");
+    const std::string conf = "item=GetProcessMemoryExtern,period=1,ProcessName=" + name + " a\"b\\c\n";
+    kt::WriteFile("/etc/zadi/zadi_runner.conf",
+                  conf + "item=GetSysMemory,period=1\nitem=GetDiskUsage,period=1,Path=/tmp/dx\n");
+    std::vector<pid_t> pids = {Start("exec " + exec_start + " 2>/tmp/service.err")};
+    const std::string labels = "{item=\"GetDiskUsage\",path=\"/tmp/dx\"}", url = "http://127.0.0.1:9731/metrics";
+    std::string metrics;
+    for (int i = 0; i < 50 && !Has(metrics, "percent" + labels); ++i, usleep(100000)) metrics = Fetch(url);
+    EXPECT_TRUE(Has(metrics, "zadi_item_value_percent" + labels + " ")) << metrics;
+    rmdir("/tmp/dx");
+    usleep(1500000);
+    metrics = Fetch(url);
+    EXPECT_TRUE(!Has(metrics, "percent" + labels) && Has(metrics, "zadi_item_ok" + labels + " 0") &&
+                Has(metrics, "zadi_item_last_success_timestamp_seconds" + labels + " 1"))
+        << metrics;
+    const bool engine =
+        Shell("command -v prometheus && command -v prometheus-node-exporter && command -v promtool").status == 0;
+    if (engine) {
+        kt::WriteFile("/tmp/prom.yml",
+                      "global: {scrape_interval: 1s}\nscrape_configs:\n"
+                      "- {job_name: zadi, static_configs: [{targets: ['127.0.0.1:9731']}]}\n"
+                      "- {job_name: node, static_configs: [{targets: ['127.0.0.1:9100']}]}\n");
+        pids.push_back(Start("exec " + kRunner + " --config /etc/zadi/zadi_runner.conf --textfile /tmp/tf >/dev/null"));
+        pids.push_back(
+            Start("exec prometheus-node-exporter --web.listen-address=127.0.0.1:9100 --collector.textfile "
+                  "--collector.disable-defaults --collector.textfile.directory=/tmp/tf >/tmp/node.log 2>&1"));
+        pids.push_back(
+            Start("exec prometheus --config.file=/tmp/prom.yml --storage.tsdb.path=/tmp/promdata "
+                  "--web.listen-address=127.0.0.1:9090 >/tmp/prometheus.log 2>&1"));
+        // Two scrapes of each job, within half a minute; the same figures both ways.
+        for (int i = 0; i < 60 && !(Ask("min(count_over_time(up[1m]))") >= 2); ++i) usleep(500000);
+        ASSERT_GE(Ask("min(count_over_time(up[1m]))"), 2) << kt::ReadFile("/tmp/node.log");
+        const double used = Ask("zadi_item_value_percent{item=\"GetSysMemory\",job=\"zadi\"}");
+        EXPECT_TRUE(used > 0 && used < 100) << used;
+        for (const std::string job : {"zadi", "node"}) {
+            EXPECT_NEAR(Ask("zadi_item_value_percent{item=\"GetSysMemory\",job=\"" + job + "\"}"), used, 3.0);
+            EXPECT_EQ(Ask("zadi_item_pid{job=\"" + job + "\"}"), quoted.pid()) << job;
+        }
+        EXPECT_GE(Ask("zadi_census_rss_bytes{rank=\"1\"}"), 1);
+        for (const std::string& check :
+             {"curl -sS " + url + " | promtool check metrics", std::string("promtool check metrics </tmp/tf/zadi.prom"),
+              std::string("promtool check rules " KIRA_SOURCE_DIR "/tools/runner/zadi_alerts.yml")}) {
+            const Run r = Shell(check);
+            EXPECT_EQ(r.status, 0) << check << ": " << r.out;
+        }
     }
-    ASSERT_GT(pid, 0);
-    std::string tty;
-    char buf[512];
-    for (ssize_t n; (n = read(master, buf, sizeof(buf))) > 0;) tty.append(buf, static_cast<size_t>(n));
-    EXPECT_EQ(WaitStatus(pid), 0);
-    close(master);
-    EXPECT_TRUE(Has(tty, "\rsampling every process:  1 of 60 s") && Has(tty, "59 of 60 s") &&
-                Has(tty, "user share of all processors"))
-        << tty;
-    const std::string plain = kt::ReadFile("/tmp/plain.out");
-    EXPECT_TRUE(plain.rfind("user share of all processors", 0) == 0 && !Has(plain, "sampling")) << plain;
+    kill(pids[0], SIGHUP);
+    usleep(1000000);
+    for (pid_t pid : pids) kill(pid, SIGTERM);
+    EXPECT_EQ(WaitStatus(pids[0]), 0);
+    for (pid_t pid : pids) WaitStatus(pid);
+    const std::string err = kt::ReadFile("/tmp/service.err");
+    EXPECT_TRUE(Has(err, "configuration read again") && Has(err, "stopped by SIGTERM")) << err;
+    if (!engine)
+        GTEST_SKIP() << "prometheus, its node exporter or promtool is missing (.ci/install-deps.sh installs them)";
 }
 
-TEST(Runner, SlowCensusCpuShowsProgressOnlyOnATerminal) { RunIsolated(&CensusProgressBody, 150, false); }
+TEST(Deploy, PrefixAloneBuildsServesAndIsScraped) { kt::RunSandboxed(&DeployBody, {true}); }
