@@ -1,139 +1,143 @@
-// The item contract: record layouts, parameter lookup, the argument checks
-// and their order, the fault marker, reason writing and period conversion.
+// The item contract, and one walk over every item with the arguments it
+// refuses, in the order it checks them, with the exact texts; the system items
+// against files bound over /proc/stat and /proc/meminfo and a sized tmpfs.
 
 #include <stddef.h>
-
-#include <type_traits>
+#include <sys/mount.h>
+#include <sys/stat.h>
 
 #include "plugin/linux/item_contract_internal.h"
 #include "tests/plugin/linux/items_test_util.h"
-#include "tests/support/sandbox.h"
+#include "tools/agent_sub/zadi_agent_sub.h"
 
 using itest::Args;
+using itest::Bits;
 
-// Layouts the agent depends on.
-static_assert(sizeof(FI_PARAM_S) == 500, "FI_PARAM_S size");
-static_assert(offsetof(FI_PARAM_S, value) == 100, "FI_PARAM_S.value");
-static_assert(sizeof(FI_CONTEXT_S) == 1028, "FI_CONTEXT_S size");
-static_assert(offsetof(FI_CONTEXT_S, contextbuff) == 4, "contextbuff offset");
-static_assert(sizeof(FI_RESULT_S) == 1036, "FI_RESULT_S size");
-static_assert(offsetof(FI_RESULT_S, reason) == 4, "reason offset");
-static_assert(offsetof(FI_RESULT_S, pid) == 1028, "pid offset");
-static_assert(offsetof(FI_RESULT_S, hangflowid) == 1032, "hangflowid offset");
-static_assert(sizeof(process_cpu_context_t) == 24, "cpu context (128 of them are 3072 bytes)");
-static_assert(offsetof(process_cpu_context_t, syscputime) == 8, "syscputime offset");
-static_assert(offsetof(process_cpu_context_t, procputime) == 16, "procputime offset");
-static_assert(sizeof(sys_cpu_context_t) == 16 && offsetof(sys_cpu_context_t, idletime) == 8, "sys cpu context");
-static_assert(sizeof(sys_usr_cpu_context_t) == 16 && offsetof(sys_usr_cpu_context_t, uesrtime) == 8,
-              "sys usr cpu context");
-static_assert(sizeof(process_mem_context_t) == 4 && sizeof(process_handle_context_t) == 4 &&
-                  sizeof(process_exist_context_t) == 4,
-              "pid contexts");
-// One data member, no virtual operations, no constructor.
-static_assert(sizeof(ZADI_Linux_Plugin) == sizeof(int), "one int member");
-static_assert(!std::is_polymorphic<ZADI_Linux_Plugin>::value, "no virtual operations");
-static_assert(std::is_trivially_default_constructible<ZADI_Linux_Plugin>::value, "no constructor");
-static_assert(PROCESS_RESOURCE_MEM == 0 && PROCESS_RESOURCE_HANDLE == 1 && PROCESS_RESOURCE_EXIST == 2 &&
-                  PROCESS_RESOURCE_MAX == 3,
-              "resource numbering");
+static_assert(sizeof(FI_PARAM_S) == 500 && offsetof(FI_PARAM_S, value) == 100 && sizeof(FI_CONTEXT_S) == 1028 &&
+                  offsetof(FI_RESULT_S, pid) == 1028 && sizeof(process_cpu_context_t) == 24 &&
+                  sizeof(ZADI_Linux_Plugin) == sizeof(int),
+              "the agent's records; a class without virtual operations");
 
-TEST(ItemContract, GetParaValueReturnsFirstEqualNameInPlace) {
-    Args a({{"A", "1"}, {"ProcessName", "first"}, {"ProcessName", "second"}, {"ProcessNameX", "x"}});
-    char* v = GetParaValue(a.argc(), a.argv(), "ProcessName");
-    ASSERT_NE(v, nullptr);
-    EXPECT_EQ(v, a.params[1].value);  // a pointer into argv, not a copy
-    EXPECT_EQ(GetParaValue(a.argc(), a.argv(), "ProcessNameX"), a.params[3].value);
-    EXPECT_EQ(GetParaValue(a.argc(), a.argv(), "processname"), nullptr);  // case-sensitive
-    EXPECT_EQ(GetParaValue(a.argc(), a.argv(), "Process"), nullptr);      // whole-name compare
-    EXPECT_EQ(GetParaValue(0, a.argv(), "A"), nullptr);
-    EXPECT_EQ(GetParaValue(-3, a.argv(), "A"), nullptr);
-}
+namespace {
 
-TEST(ItemContract, ChecksRunInOrderWithExactTexts) {
-    ZADI_Linux_Plugin p;
-    const auto plain = &ZADI_Linux_Plugin::input_para_check;
-    const auto precmd = &ZADI_Linux_Plugin::input_para_check_precmd;
-    const auto period = &ZADI_Linux_Plugin::input_para_check_cfgperiod;
-    const std::pair<std::string, std::string> pn{"ProcessName", "x"}, pc{"PreCmd", "c"}, rk{"RetKeyWords", "k"},
-        pe{"Period", "1"};
-    const struct {
-        const char* label;
-        bool (ZADI_Linux_Plugin::*check)(int, FI_PARAM_S*, FI_CONTEXT_S*, FI_RESULT_S*);
-        std::vector<std::pair<std::string, std::string>> params;
-        bool null_argv, null_context, ok;
-        const char* reason;
-    } cases[] = {
-        {"plain ok, name ignored", plain, {{"Whatever", "x"}}, false, false, true, ""},
-        {"precmd ok", precmd, {pn, pc, rk}, false, false, true, ""},
-        {"precmd order matters", precmd, {pc, pn, rk}, false, false, false, "Input parameter error."},
-        {"precmd third name", precmd, {pn, pc, {"RetKeyWord", "k"}}, false, false, false, "Input parameter error."},
-        {"precmd name suffix", precmd, {{"ProcessNameX", "x"}, pc, rk}, false, false, false, "Input parameter error."},
-        {"precmd names before context", precmd, {pc, pn, rk}, false, true, false, "Input parameter error."},
-        {"period ok", period, {pn, pe}, false, false, true, ""},
-        {"period names swapped", period, {pe, pn}, false, false, false, "Input parameter error."},
-        {"period names first", period, {pn, {"period", "1"}}, false, true, false, "Input parameter error."},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.label);
-        Args a(c.params);
-        EXPECT_EQ(
-            (p.*c.check)(a.argc(), c.null_argv ? nullptr : a.argv(), c.null_context ? nullptr : &a.context, &a.result),
-            c.ok);
-        // Nothing written on success.
-        EXPECT_EQ(a.result.result, c.ok ? 77 : -1);
-        EXPECT_EQ(a.reason(), c.ok ? "untouched" : c.reason);
-        EXPECT_EQ(a.result.pid, -5);
-        EXPECT_EQ(a.result.hangflowid, 99u);
-        // A null result stops every check before anything else.
-        EXPECT_FALSE((p.*c.check)(a.argc(), a.argv(), &a.context, nullptr));
+const char kNumber[] = "Input parameter number error.", kNames[] = "Input parameter error.",
+           kNoCode[] = "Get para 'ErrCode' failed.", kNoName[] = "Get para 'ProcessName' failed.",
+           kNoModule[] = "Get para 'ProcessMoudleId' failed.";
+constexpr int kChecked = -1, kOwn = Args::kOwn;  // kChecked: every item that checks count, argv, names, context
+
+// clang-format off
+// reason "": accepted; null: the marker, the result untouched. Empty params: the item's own.
+struct Refusal { int shape, argc; bool argv, context; const char* reason; itest::Params params; };
+const Refusal kRefusals[] = {
+    {kChecked, 0, false, false, kNumber, {}},
+    {kChecked, kOwn + 1, true, true, kNumber, {}},
+    {kChecked, kOwn, false, false, "Input parameter argv is NULL.", {}},
+    {kChecked, kOwn, true, false, "Input parameter context is NULL.", {}},
+    // Names are compared whole, in order, before the context is looked at.
+    {itest::kPeriod, kOwn, true, false, kNames, {{"Period", "1"}, {"ProcessName", "x"}}},
+    {itest::kPeriod, kOwn, true, true, kNames, {{"ProcessName", "x"}, {"period", "1"}}},
+    {itest::kPreCmd, kOwn, true, false, kNames, {{"PreCmd", "c"}, {"ProcessName", "x"}, {"RetKeyWords", "k"}}},
+    {itest::kPreCmd, kOwn, true, true, kNames, {{"ProcessName", "x"}, {"PreCmd", "c"}, {"RetKeyWord", "k"}}},
+    {itest::kPreCmd, kOwn, true, true, kNames, {{"ProcessNameX", "x"}, {"PreCmd", "c"}, {"RetKeyWords", "k"}}},
+    {itest::kDisk, kOwn, true, true, "Get Disk Usage Fault, Return -1.000000.", {{"Path", "/no/such"}}},
+    {itest::kSysCtx, kOwn, true, false, nullptr, {}},
+    {itest::kSysCtx, -4, false, true, "", {}},
+    {itest::kSys, -4, false, false, "", {}},
+    {itest::kClear, -4, false, false, "", {}},
+    {itest::kHeartbeat, -1, true, false, kNumber, {}},
+    {itest::kHeartbeat, kOwn, false, true, kNumber, {}},
+    {itest::kHeartbeat, kOwn, true, false, "Input parameter context error.", {}},
+    {itest::kHeartbeat, kOwn, true, true, kNoName, {{"ProcessMoudleId", "7"}}},
+    {itest::kHeartbeat, kOwn, true, true, kNoModule, {{"ProcessName", "w"}}},
+    {itest::kReport, -1, true, false, kNumber, {}},
+    {itest::kReport, kOwn, false, false, kNumber, {}},
+    {itest::kReport, kOwn, true, false, kNoCode, {{"ProcessMoudleId", "1"}}},
+    {itest::kReport, kOwn, true, false, kNoCode, {{"ErrCode", "0xFFFFFFFF"}}},
+    {itest::kReport, kOwn, true, false, "ErrCode 0xF000020E is not supported.", {{"ErrCode", "0xf000020e"}}},
+    // Converted up to the first bad character: the CPU code.
+    {itest::kReport, kOwn, true, false, kNoModule, {{"ErrCode", "0xF0000203zz"}, {"ResId", "r"}}},
+    {itest::kReport, kOwn, true, false, "Get para 'ResId' failed.", {{"ErrCode", "0xF0000204"}, {"ProcessMoudleId", "1"}}},
+    {itest::kReport, kOwn, true, false, kNoName, {{"ErrCode", "0xF000020F"}, {"ProcessMoudleId", "1"}}},
+    {itest::kReport, kOwn, true, false, kNoModule, {{"ErrCode", "0xF000020F"}, {"ProcessName", "w"}}},
+};
+// clang-format on
+
+}  // namespace
+
+SANDBOX_TEST(ItemArguments, EveryItemRefusesInItsOrderWithExactTexts) {
+    ZADI_AgentSubReset();
+    for (const itest::ItemCase& item : itest::kItems) {
+        SCOPED_TRACE(item.name);
+        const bool checked = item.shape >= itest::kByCmd && item.shape <= itest::kPreCmd;
+        // A null result is looked at before anything else, and never written.
+        const float none = item.fn(-1, nullptr, nullptr, nullptr);
+        EXPECT_EQ(Bits(none), item.shape == itest::kClear ? Bits(1.0f) : itest::kMarkerBits);
+        for (const Refusal& bad : kRefusals) {
+            if (bad.shape != item.shape && !(bad.shape == kChecked && checked)) continue;
+            Args a(bad.params.empty() ? itest::ParamsFor(item.shape, "x") : bad.params);
+            const float v = a.Call(item.fn, bad.argc, bad.argv, bad.context);
+            SCOPED_TRACE(std::to_string(bad.argc) + (bad.params.empty() ? "" : " " + bad.params[0].second));
+            const int code = bad.reason == nullptr ? 77 : *bad.reason != '\0' ? -1 : 0;
+            EXPECT_EQ(a.Written(), std::make_tuple(code, std::string(code < 0 ? bad.reason : "untouched"), -5, 99u));
+            EXPECT_EQ(Bits(v) == itest::kMarkerBits, code != 0) << v;
+            EXPECT_TRUE(code == 0 || std::string(a.context.contextbuff, 1024) == std::string(1024, '\0'));
+        }
     }
+    EXPECT_EQ(ZADI_AgentSubCallCount(ZADI_SUB_CALL_CREATE), 0);
+    EXPECT_EQ(kt::SyslogCount("DiagCode"), 0);
 }
 
-TEST(ItemContract, ReasonIsCutBeforeTheFieldsAfterIt) {
+SANDBOX_TEST(SystemItems, ReasonsPeriodsCountersLinesByPositionAndTheDiskFiguresDoubleRounding) {
+    // A reason is cut to 1023 characters before the fields after it.
     FI_RESULT_S r;
     memset(&r, 'Z', sizeof(r));
-    const std::string longText(3000, 'r');
-    zadi::SetFault(&r, "%s", longText.c_str());
-    EXPECT_EQ(r.result, -1);
-    EXPECT_EQ(strnlen(r.reason, sizeof(r.reason)), 1023u);
-    EXPECT_EQ(r.reason[1023], '\0');
-    // The fields after reason are not touched by the cut text.
-    int pid;
-    memcpy(&pid, reinterpret_cast<char*>(&r) + offsetof(FI_RESULT_S, pid), sizeof(pid));
-    EXPECT_EQ(pid, 0x5A5A5A5A);
-}
+    zadi::SetFault(&r, "%s", std::string(3000, 'r').c_str());
+    EXPECT_EQ(std::make_tuple(r.result, strlen(r.reason), r.pid), std::make_tuple(-1, size_t{1023}, 0x5A5A5A5A));
+    // Seconds to microseconds wrap at 32 bits, then are held to [0.5 s, 240 s].
+    // clang-format off
+    const std::pair<const char*, int> periods[] = {{"1", 1000000}, {"240", 240000000}, {"2147", 240000000},
+        {"2148", 500000}, {"0", 500000}, {"-5", 500000}, {"abc", 500000}, {"7s", 7000000}, {"4296", 1032704}};
+    // clang-format on
+    for (const auto& p : periods) EXPECT_EQ(ConvertStr2PeriodUS(p.first), p.second) << p.first;
 
-TEST(ItemContract, ConvertStr2PeriodUSFollowsTheWrappingProduct) {
-    const struct {
-        const char* text;
-        int us;
-    } cases[] = {
-        {"1", 1000000},   {"240", 240000000}, {"241", 240000000}, {"2147", 240000000}, {"2148", 500000},
-        {"3600", 500000}, {"0", 500000},      {"-5", 500000},     {"abc", 500000},     {"", 500000},
-        {"7s", 7000000},  {"4295", 500000},   {"4296", 1032704},  {"4300", 5032704},   {"8590", 500000},
-    };
-    for (const auto& c : cases) EXPECT_EQ(ConvertStr2PeriodUS(c.text), c.us) << c.text;
-}
+    // user nice system idle iowait irq softirq steal: steal is not counted,
+    // only idle is idle, and the user share leaves nice out.
+    kt::BindFileOver("/proc/stat", "cpu  100 20 30 800 10 5 35 999 0 0\ncpu0 1 2 3 4 5 6 7 8 0 0\n");
+    Args cpu, usr, mem;
+    EXPECT_EQ(std::make_pair(cpu.Call(GetSysCPU), usr.Call(GetSysUsrCPU)), std::make_pair(20.0f, 10.0f));
+    EXPECT_EQ(cpu.Call(GetSysCPU), 0.0f);  // the same total: the sample stays
+    EXPECT_EQ(cpu.Written(), std::make_tuple(0, std::string("untouched"), -5, 99u));
+    kt::BindFileOver("/proc/stat", "cpu  200 70 30 900 60 55 85 5000 0 0\n");  // +400, idle +100
+    EXPECT_EQ(std::make_pair(cpu.Call(GetSysCPU), usr.Call(GetSysUsrCPU)), std::make_pair(75.0f, 25.0f));
+    // Line 2 is free memory whatever its label says; a missing line reads 0.
+    kt::BindFileOver("/proc/meminfo", "MemTotal:  8000000 kB\nMemAvailable:  2000000 kB\nMemFree:  100 kB\n");
+    EXPECT_EQ(std::make_pair(mem.Call(GetSysMemory), mem.Call(GetSysFreeMemory)), std::make_pair(75.0f, 1953.0f));
+    kt::BindFileOver("/proc/meminfo", "MemTotal: 0 kB\n");
+    EXPECT_EQ(mem.Call(GetSysMemory), 0.0f);
 
-// Values that fill their whole field, without a terminator, in a parameter
-// array that ends exactly at the end of its heap block: an item that reads
-// past a field reads past the block, which the sanitizer builds report.
-SANDBOX_TEST(ItemContract, FullFieldsAreNeverReadPastTheirEnd) {
-    const std::string full(400, 'a'), command = "true" + std::string(396, ' ');
-    for (const itest::ItemCase& item : itest::kItems) {
-        if (itest::ArgcOf(item.shape) == 0) continue;
-        SCOPED_TRACE(item.name);
-        Args a;
-        a.Add(item.shape == itest::kDisk ? "Path" : "ProcessName",
-              item.shape == itest::kDisk ? "/" + std::string(399, '/') : full);
-        if (item.shape == itest::kPeriod) a.Add("Period", std::string(400, '0'));
-        if (item.shape == itest::kPreCmd) a.Add("PreCmd", command).Add("RetKeyWords", full);
-        a.params.shrink_to_fit();
-        const float value = a.Call(item.fn);
-        EXPECT_EQ(a.result.result, 0);
-        // For a process that does not run; the disk has any figure.
-        if (item.shape != itest::kDisk) {
-            EXPECT_EQ(value, item.shape == itest::kPreCmd ? 1.0f : 0.0f);
-        }
+    // Ten 4 KiB blocks with 0, 1, 5 used give 1, 11, 51: the half is added twice.
+    ASSERT_EQ(mkdir("/tmp/disk", 0755), 0);
+    ASSERT_EQ(mount("tmpfs", "/tmp/disk", "tmpfs", 0, "size=40k"), 0) << strerror(errno);
+    Args disk{{"Path", "/tmp/disk"}}, proc{{"Path", "/proc"}};
+    for (const auto& step : {std::make_pair(0, 1.0f), std::make_pair(1, 11.0f), std::make_pair(4, 51.0f)}) {
+        kt::WriteFile("/tmp/disk/f" + std::to_string(step.first), std::string(4096 * step.first, 'x'));
+        EXPECT_EQ(std::make_pair(disk.Call(GetDiskUsage), disk.result.result), std::make_pair(step.second, 0));
+    }
+    EXPECT_EQ(std::make_pair(proc.Call(GetDiskUsage), proc.result.result), std::make_pair(0.0f, 0));  // no blocks
+
+    // An empty /proc (gone again before leak checking reads it at exit): zero
+    // successes, each with its log line, spelling included.
+    ASSERT_EQ(mount("tmpfs", "/proc", "tmpfs", 0, nullptr), 0) << strerror(errno);
+    for (FI_ITEM_FN fn : {GetSysCPU, GetSysUsrCPU, GetSysMemory, GetSysFreeMemory}) {
+        EXPECT_EQ(std::make_pair(mem.Call(fn), mem.result.result), std::make_pair(0.0f, 0));
+    }
+    const unsigned long long zero = ZADI_Linux_Plugin::get_cpu_total_occupy() +
+                                    ZADI_Linux_Plugin::get_cpu_process_occupy(1) +
+                                    ZADI_Linux_Plugin().get_handle_max(1);
+    umount("/proc");
+    EXPECT_EQ(zero, 0u);
+    for (const char* text :
+         {"Open failed(/proc/meminfo), ", "Openfile failed, ", "Open file failed, ", "Open failed(/proc/1/limits), "}) {
+        EXPECT_GE(kt::SyslogCount(std::string(text) + "errno(2, No such file or directory)."), 1) << text;
     }
 }

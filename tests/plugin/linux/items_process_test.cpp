@@ -1,250 +1,187 @@
-// Process items against real processes: CPU arithmetic on frozen tick
-// counts, handle usage from real limits, the tie rules of prefix and
-// wildcard groups, the pre-command gate, and bad input on every item.
+// Process items: lookups by command line against real processes, figures
+// from files bound over their /proc entries, the match a group reports, the
+// pre-command gate, and what a call with a stored pid costs.
 
-#include <signal.h>
-#include <sys/resource.h>
+#include <sys/sysinfo.h>
+#include <sys/wait.h>
+
+#include <chrono>
 
 #include "plugin/linux/proc_read_internal.h"
 #include "tests/plugin/linux/items_test_util.h"
-#include "tests/support/sandbox.h"
+#include "tests/support/fault_inject.h"
+#include "tests/support/syscall_count.h"
 
 using itest::Args;
-using itest::Bits;
-using itest::kMarkerBits;
 using P = ZADI_Linux_Plugin;
 
 namespace {
 
-// Only user+nice+system+idle make the process total; the rest is noise.
-std::string TotalStat(unsigned long long total4) {
-    return "cpu  " + std::to_string(total4) + " 0 0 0 777 777 777 777 0 0\n";
+std::string ProcFile(pid_t pid, const char* leaf) { return "/proc/" + std::to_string(pid) + "/" + leaf; }
+
+// total4: the first four counters of /proc/stat; utime, stime: fields 14, 15.
+void Ticks(pid_t pid, unsigned long long total4, unsigned long long utime, unsigned long long stime) {
+    const std::string tenth = std::to_string(total4 / 10) + " ";
+    kt::BindFileOver("/proc/stat", "cpu  " + std::to_string(total4 - 3 * (total4 / 10)) + " " + tenth + tenth + tenth +
+                                       "777 777 777 0 0\n");
+    kt::BindFileOver(ProcFile(pid, "stat"), std::to_string(pid) + " (pc) S 1 1 1 0 -1 0 0 0 0 0 " +
+                                                std::to_string(utime) + " " + std::to_string(stime) + " 0 0 20 0\n");
 }
 
-// Sets the soft limit of open files, keeping the hard one (raising it needs a
-// capability the sandbox may lack); returns the hard limit.
-rlim_t SetOpenFiles(pid_t pid, rlim_t soft) {
-    struct rlimit old;
-    EXPECT_EQ(prlimit(pid, RLIMIT_NOFILE, nullptr, &old), 0);
-    struct rlimit lim = {soft < old.rlim_max ? soft : old.rlim_max, old.rlim_max};
-    EXPECT_EQ(prlimit(pid, RLIMIT_NOFILE, &lim, nullptr), 0) << strerror(errno);
-    return old.rlim_max;
-}
-
-// Descriptors of pid, once the sleeper has closed its start-up pipe (fd 3).
-unsigned int CountFds(pid_t pid) {
-    const std::string dir = "/proc/" + std::to_string(pid) + "/fd";
-    for (int i = 0; i < 200 && access((dir + "/3").c_str(), F_OK) == 0; ++i) usleep(10000);
-    unsigned int n = 0;
-    DIR* d = opendir(dir.c_str());
-    for (struct dirent* e = readdir(d); e != nullptr; e = readdir(d)) n += e->d_name[0] != '.';
-    closedir(d);
-    return n;
-}
-
-using Reported = std::pair<float, int>;
-
-Args GoodArgs(int argc, const std::string& name) {
-    Args a{{"ProcessName", name}};
-    if (argc == 2) a.Add("Period", "0");
-    if (argc == 3) a.Add("PreCmd", "echo on").Add("RetKeyWords", "on");
-    return a;
+// The open-files soft limit is read from the ninth line: the ones before lie.
+void Figures(pid_t pid, int rssKb, const std::string& openFiles) {
+    kt::BindFileOver(ProcFile(pid, "status"), "Name:\tres\nVmRSS:\t" + std::to_string(rssKb) + " kB\n");
+    std::string limits;
+    for (int i = 0; i < 8; ++i) limits += "Max cpu time 1 1 seconds\n";
+    kt::BindFileOver(ProcFile(pid, "limits"), limits + "Max open files " + openFiles + " 4096 files\n");
 }
 
 }  // namespace
 
-SANDBOX_TEST(ProcessCpu, SharesFromFrozenTicksAndStoredSamples) {
-    itest::Spinner spin(kt::UniqueName("spin"));
-    const unsigned long long p1 = spin.RunFor(300);
-    ASSERT_GT(p1, 0u);
-    char cmd[1024];
-    ASSERT_EQ(P::get_cmdline_bypid(spin.pid(), cmd, sizeof(cmd)), 0);
-    const std::string name = cmd;
-    kt::BindFileOver("/proc/stat", TotalStat(100000));
-
-    Args a{{"ProcessName", name}};
-    EXPECT_FLOAT_EQ(a.Ok(GetProcessSysCPU), static_cast<float>(p1 * 100.0 / 100000.0));
-    EXPECT_EQ(a.result.pid, -5);  // plain items do not report a pid
-    auto ctx = a.Ctx<process_cpu_context_t>();
-    EXPECT_EQ(ctx.pid, spin.pid());
-    EXPECT_EQ(ctx.syscputime, 100000u);
-    EXPECT_EQ(ctx.procputime, p1);
-    // Same system total: 0.0 and the samples stay.
-    EXPECT_EQ(a.Call(GetProcessSysCPU), 0.0f);
-    EXPECT_EQ(a.Ctx<process_cpu_context_t>().procputime, p1);
-    const unsigned long long p2 = spin.RunFor(300);
-    kt::BindFileOver("/proc/stat", TotalStat(101000));
-    EXPECT_FLOAT_EQ(a.Call(GetProcessSysCPU), static_cast<float>((p2 - p1) * 100.0 / 1000.0));
-    EXPECT_EQ(a.Ctx<process_cpu_context_t>().procputime, p2);
-
-    // Core: the same share times the processor count.
-    Args sys{{"ProcessName", name}}, core{{"ProcessName", name}};
-    const float s = sys.Call(GetProcessSysCPU);
-    EXPECT_GT(s, 0.0f);
-    EXPECT_EQ(core.Ok(GetProcessCoreCPU), s * static_cast<float>(P::get_cpu_core_num()));
-    // Not running: 0.0, a success.
-    Args none{{"ProcessName", "/opt/" + kt::UniqueName("absent")}};
-    EXPECT_EQ(none.Ok(GetProcessCoreCPU), 0.0f);
-}
-
-SANDBOX_TEST(ProcessCpu, BusiestPrefixMatchIsReported) {
-    const std::string tag = kt::UniqueName("busy");
+SANDBOX_TEST(ProcessItems, LookupsFiguresAndTheMatchAGroupReports) {
+    // Anchored only at the first character: "axab" matches "ab", "xab" does not.
+    // clang-format off
+    const std::pair<const char*, const char*> match[] = {
+        {"ab", "ab"}, {"axab", "ab"}, {"abc", "ab*"}, {"abc", "a?c"}, {"", "*"}, {"", ""}, {"aab", "ab"},
+        {"abc", "*c"}, {"abc", "a*c"}, {"abc", "???"}, {"a", "a**"}, {"/bin/app -x", "/*/app -?"}};
+    const std::pair<const char*, const char*> noMatch[] = {
+        {"xab", "ab"}, {"abab", "ab"}, {"abc", "ab"}, {"abc", ""}, {"abc", "*x"}, {"abc", "?"}, {"abc", "????"},
+        {"xyz", "x*z?"}, {nullptr, "*"}, {"a", nullptr}};
+    // clang-format on
+    for (const auto& c : match) EXPECT_TRUE(P::str_fuzzy_match(c.first, c.second)) << c.first << " ~ " << c.second;
+    for (const auto& c : noMatch) EXPECT_FALSE(P::str_fuzzy_match(c.first, c.second)) << c.second;
+    EXPECT_EQ(zadi::ParseStatLineTicks("9 (x y) S 1 1 1 0 -1 0 0 0 0 0 7 8 0 0"), 7u);  // a space shifts the fields
+    const std::string tag = kt::UniqueName("lk"), u = "/opt/" + tag, srv = u + "/srv w", busy = "sh -c T=" + tag;
+    kt::Child t1("twa", {u + "/srv", "w"}), t2("twb", {u + "/srv", "w"}), gap("lkg", {u + "/gap", "", "x"});
+    const pid_t first = std::min(t1.pid(), t2.pid()), last = std::max(t1.pid(), t2.pid());  // /proc order
     itest::Spinner spin(tag);
-    kt::Child idle("bsi", {"sh", "-c", "T=" + tag + "; idle"});
-    Args ext{{"ProcessName", "sh -c T=" + tag}};
-    EXPECT_GT(ext.Call(GetProcessCoreCPUExtern), 0.0f);  // far less than a processor on a loaded machine
-    EXPECT_EQ(ext.result.pid, spin.pid());
-}
-
-SANDBOX_TEST(ProcessCpu, IdleGroupsFollowTheirTieRules) {
-    const std::string u = kt::UniqueName("idl");
-    itest::Twins t("/opt/" + u, "w");
-    const std::string all = "/opt/" + u + " ?";
-    const struct {
-        std::vector<std::pair<std::string, std::string>> args;
-        FI_ITEM_FN fn;
-        pid_t pid;
-        double min_s, max_s;
-    } cases[] = {
-        // Prefix: strictly greater from 0.0, so idle processes never name a pid.
-        {{{"ProcessName", "/opt/" + u}}, GetProcessSysCPUExtern, 0, 0.5, 60},
-        // Wildcard: greater or equal, so the last idle match is reported.
-        {{{"ProcessName", all}}, GetProcessSysCPUFuzzyMatch, t.later, 0, 60},
-        {{{"ProcessName", all}, {"Period", "0"}}, GetProcessCoreCPUFuzzyMatchCfgPeriod, t.later, 0.5, 3},  // 0 is 0.5 s
-        // No match at all: no sleep needed.
-        {{{"ProcessName", "/opt/" + u + "-none*"}, {"Period", "100"}}, GetProcessSysCPUFuzzyMatchCfgPeriod, 0, 0, 2},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.args[0].second);
-        Args a(c.args);
-        const auto t0 = std::chrono::steady_clock::now();
-        EXPECT_EQ(a.Call(c.fn), 0.0f);
-        const double took = itest::SecondsSince(t0);
-        EXPECT_GE(took, c.min_s);
-        EXPECT_LT(took, c.max_s);
-        EXPECT_EQ(a.result.result, 0);
-        EXPECT_EQ(a.result.pid, c.pid);
+    kt::Child calm("grc", {"sh", "-c", "T=" + tag + "; idle"});  // after the spinner in /proc
+    // Exact is the whole text, and an empty argument ends it.
+    for (const auto& e : {std::make_pair(srv, first), {u + "/srv", 0}, {u + "/gap", gap.pid()}, {u + "/gap  x", 0}}) {
+        int pid = -1;
+        EXPECT_EQ(std::make_pair(P::get_pid_byname(e.first.c_str(), pid), pid), std::make_pair(e.second, e.second));
     }
-}
-
-SANDBOX_TEST(ProcessHandle, UsageFromOpenFilesAndTheSoftLimit) {
-    const std::string u = kt::UniqueName("hd");
-    itest::Twins t("/opt/" + u, "h");
-    const pid_t a = t.a.pid();
-    const unsigned int fdsA = CountFds(a);
-    ASSERT_GT(fdsA, 0u);
-    P p;
-    SetOpenFiles(a, 7);
-    EXPECT_EQ(p.get_handle_max(a), 7u);
-    EXPECT_EQ(p.get_handle_count(a), fdsA);
-    EXPECT_EQ(p.get_handle_usage(a), fdsA * 100 / 7);
-    if (SetOpenFiles(a, RLIM_INFINITY) == RLIM_INFINITY) {
-        EXPECT_EQ(p.get_handle_max(a), 0u);  // "unlimited" does not parse
-        EXPECT_EQ(p.get_handle_usage(a), 0u);
-    }
-    EXPECT_EQ(p.get_handle_count(999999999), 0u);
-
-    // Both at 0 %: prefix keeps pid 0, wildcard reports the later one.
-    ASSERT_GT(SetOpenFiles(a, RLIM_INFINITY), fdsA * 100);
-    ASSERT_GT(SetOpenFiles(t.b.pid(), RLIM_INFINITY), CountFds(t.b.pid()) * 100);
-    Args ext{{"ProcessName", "/opt/" + u}}, fz{{"ProcessName", "/opt/" + u + " *"}}, ex{{"ProcessName", "/opt/" + u}};
-    EXPECT_EQ(ext.WithPid(GetProcessHandleExtern), Reported(0.0f, 0));
-    EXPECT_EQ(fz.WithPid(GetProcessHandleFuzzyMatch), Reported(0.0f, t.later));
-    // Existence by prefix: the first match in directory order.
-    EXPECT_EQ(ex.WithPid(IsExistProcessExtern), Reported(1.0f, t.earlier));
-    // The earlier one at 100 %: both groups report it.
-    SetOpenFiles(t.earlier, CountFds(t.earlier));
-    EXPECT_EQ(ext.WithPid(GetProcessHandleExtern), Reported(100.0f, t.earlier));
-    EXPECT_EQ(fz.WithPid(GetProcessHandleFuzzyMatch), Reported(100.0f, t.earlier));
-    // Exact: the pid is kept in the context.
-    Args exact{{"ProcessName", "/opt/" + u + " h"}};
-    EXPECT_EQ(exact.Call(GetProcessHandle), 100.0f);
-    EXPECT_EQ(exact.Ctx<int>(), t.earlier);
-}
-
-SANDBOX_TEST(ProcessMemory, ResidentMegabytesAndStoredPid) {
-    const std::string u = kt::UniqueName("mem");
-    kt::Child a("mma", {"/opt/" + u});
-    // A starting process may still be paging in: accept the figure before or after.
-    const long kb1 = itest::StatusKb(std::to_string(a.pid()), "VmRSS:");
-    Args m{{"ProcessName", "/opt/" + u}};
-    const float mb = m.Call(GetProcessMemory);
-    const long kb2 = itest::StatusKb(std::to_string(a.pid()), "VmRSS:");
-    ASSERT_GE(kb1, 0);
-    EXPECT_TRUE(mb == static_cast<float>(kb1 / 1024) || mb == static_cast<float>(kb2 / 1024)) << mb;
-    EXPECT_EQ(m.result.result, 0);
-    EXPECT_EQ(m.Ctx<int>(), a.pid());
-    // Strictly greater for the prefix group: 0 MB never names a pid.
-    Args ext{{"ProcessName", "/opt/" + u}}, fz{{"ProcessName", "/opt/" + u}};
-    EXPECT_EQ(ext.result.pid, ext.Call(GetProcessMemoryExtern) > 0.0f ? a.pid() : 0);
-    fz.Call(GetProcessMemoryFuzzyMatch);
-    EXPECT_EQ(fz.result.pid, a.pid());
-    a.Kill();
-    EXPECT_EQ(m.Call(GetProcessMemory), 0.0f);
-    EXPECT_EQ(m.Ctx<int>(), 0);
-    EXPECT_EQ(P::get_phy_mem(a.pid()), 0u);  // gone between walk and read
-}
-
-SANDBOX_TEST(ProcessExist, PreCommandGateCountsAnUnmetGateAsPresent) {
-    const std::string u = "/opt/" + kt::UniqueName("ex");
-    Args gate{{"ProcessName", u + "-absent"}, {"PreCmd", "echo standby"}, {"RetKeyWords", "active"}};
-    EXPECT_EQ(gate.Ok(IsExistProcessPreCmd), 1.0f);
-    Args met{{"ProcessName", u + "-absent"}, {"PreCmd", "echo active"}, {"RetKeyWords", "active"}};
-    EXPECT_EQ(met.Ok(IsExistProcessPreCmd), 0.0f);
-    kt::Child c("exc", {u});
-    Args present{{"ProcessName", u}, {"PreCmd", "echo active"}, {"RetKeyWords", "act"}}, plain{{"ProcessName", u}};
-    EXPECT_EQ(present.Call(IsExistProcessPreCmd), 1.0f);
-    EXPECT_EQ(present.Ctx<int>(), c.pid());
-    EXPECT_EQ(plain.Call(IsExistProcess), 1.0f);
-    EXPECT_EQ(plain.Ctx<int>(), c.pid());
-    // Types outside the enumeration measure nothing, even for a match.
-    P p;
-    int pid = -7;
-    EXPECT_EQ(p.get_process_resource(PROCESS_RESOURCE_MAX, u.c_str(), &pid), 0.0f);
-    EXPECT_EQ(p.get_process_resource(static_cast<PROCESS_RESOURCE_E>(-1), u.c_str(), &pid), 0.0f);
-    EXPECT_EQ(pid, -7);
-    Args noone{{"ProcessName", u + "x"}};
-    EXPECT_EQ(noone.WithPid(IsExistProcessExtern), Reported(0.0f, 0));
-    EXPECT_EQ(noone.result.result, 0);
-}
-
-TEST(ItemArguments, EveryItemRejectsBadArgumentsWithTheFaultMarker) {
-    for (const itest::ItemCase& item : itest::kItems) {
-        const int argc = itest::ArgcOf(item.shape);
-        if (argc == 0) continue;
-        SCOPED_TRACE(item.name);
-        Args a = GoodArgs(argc, "x");
-        EXPECT_EQ(Bits(item.fn(argc, a.argv(), &a.context, nullptr)), kMarkerBits);
-        const itest::BadCall bad[] = {
-            {0, a.argv(), &a.context, "Input parameter number error."},
-            {argc + 1, a.argv(), &a.context, "Input parameter number error."},
-            {argc, nullptr, nullptr, "Input parameter argv is NULL."},
-            {argc, a.argv(), nullptr, "Input parameter context is NULL."},
-        };
-        for (const auto& b : bad) {
-            a.ResetResult();
-            itest::ExpectRefused(item.fn(b.argc, b.argv, b.ctx, &a.result), a.result, b.reason);
-        }
-        // Context untouched by a refused call.
-        for (char ch : a.context.contextbuff) ASSERT_EQ(ch, 0);
-    }
-}
-
-SANDBOX_TEST(ItemArguments, OddNamesAndPatternsNeverFail) {
-    for (const std::string& n : {std::string(), std::string(399, 'n'), std::string("*"), std::string("?"),
-                                 std::string("**??**"), std::string("["), std::string("%s%n")}) {
-        for (const itest::ItemCase& item : itest::kItems) {
-            // Disk and CPU items: another meaning or slow.
-            if (itest::ArgcOf(item.shape) == 0 || item.shape == itest::kDisk || strstr(item.name, "CPU")) continue;
-            SCOPED_TRACE(std::string(item.name) + " with \"" + n.substr(0, 12) + "\"");
-            Args a = GoodArgs(itest::ArgcOf(item.shape), n);
-            EXPECT_GE(a.Call(item.fn), 0.0f);
-            EXPECT_EQ(a.result.result, 0);
-        }
-    }
-    // Only '*' matches every user process: some pid is reported.
+    // The census's lookups: exact, prefix, wildcard (in /proc order); one slot stops the walk.
+    int pids[4] = {0, 0, 0, 0};
+    EXPECT_TRUE(GetProcessPid(srv.c_str(), pids) == 0 && pids[0] == first);
+    unsigned int used = 0, one = 0;
+    EXPECT_EQ(GetProcessPidExtern((u + "/").c_str(), pids, 3, &used) +
+                  GetProcessPidFuzzy(("*" + u.substr(5) + "/s?v*").c_str(), pids + 3, 1, &one),
+              0);
+    EXPECT_EQ(std::vector<int>(pids, pids + used + one), (std::vector<int>{first, last, gap.pid(), first}));
+    EXPECT_EQ(GetProcessPid(nullptr, pids) + GetProcessPid("x", nullptr) + GetProcessPidExtern("x", pids, 0, &used) +
+                  GetProcessPidFuzzy(nullptr, pids, 1, &used) + GetProcessPidExtern("x", nullptr, 1, &used) +
+                  GetProcessPidExtern("x", pids, 1, nullptr),
+              -6);                         // -1 each
+    kt::FaultArm({kt::Fault::kAlloc, 1});  // out of memory: -2, logged
+    const int oom = GetProcessPidExtern("x", pids, 1, &used);
+    EXPECT_TRUE(kt::FaultDisarm() && oom == -2 && kt::SyslogCount("Fork failed, errno(12,") == 1);
+    // '*' and "" match every user process, nothing a kernel thread; mode 7 is exact.
     Args all{{"ProcessName", "*"}}, prefixAll{{"ProcessName", ""}};
     all.Call(GetProcessMemoryFuzzyMatch);
-    EXPECT_GT(all.result.pid, 0);
-    EXPECT_EQ(prefixAll.Call(IsExistProcessExtern), 1.0f);  // an empty prefix matches everything
+    EXPECT_TRUE(all.result.pid > 0 && prefixAll.Call(IsExistProcessExtern) == 1.0f);
+    EXPECT_TRUE(kt::ReadFile("/proc/2/comm") != "kthreadd\n" || !P::check_with_cmdline("/proc/2/cmdline", "*", 2));
+    kt::WriteFile("/tmp/cl", std::string("prog\0a\nb\0", 9));  // compared up to the newline
+    EXPECT_TRUE(P::check_with_cmdline("/tmp/cl", "prog a\n", 7) && !P::check_with_cmdline("/tmp/cl", "prog", 7));
+    char buf[64];
+    EXPECT_EQ(P::get_procname_bypid(gap.pid(), buf, sizeof(buf)) + P::get_cmdline_bypid(gap.pid(), buf + 8, 56), 0);
+    EXPECT_EQ(std::string(buf) + "|" + (buf + 8), "lkg|" + u + "/gap");
+    EXPECT_EQ(P::get_cmdline_bypid(gap.pid(), buf, 2) + P::get_cmdline_bypid(gap.pid(), nullptr, 10), -1);
+
+    // CPU groups name the busiest; of idle ones the prefix group (strictly from
+    // 0.0) none, the wildcard group the last. Period 0 is 0.5 s; no match, no sleep.
+    // clang-format off
+    const struct { Args args; FI_ITEM_FN fn; pid_t pid; double minS, maxS; } groups[] = {
+        {{{"ProcessName", busy}}, GetProcessCoreCPUExtern, spin.pid, 0.5, 60},
+        {{{"ProcessName", busy + ";*"}}, GetProcessSysCPUFuzzyMatch, spin.pid, 0.5, 60},
+        {{{"ProcessName", u + "/srv"}}, GetProcessSysCPUExtern, 0, 0.5, 60},
+        {{{"ProcessName", srv}, {"Period", "0"}}, GetProcessCoreCPUFuzzyMatchCfgPeriod, last, 0.5, 3},
+        {{{"ProcessName", u + "-none*"}, {"Period", "100"}}, GetProcessSysCPUFuzzyMatchCfgPeriod, 0, 0, 2}};
+    // clang-format on
+    for (auto g : groups) {
+        const auto t0 = std::chrono::steady_clock::now();
+        const float v = g.args.Call(g.fn);
+        const double took = std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
+        EXPECT_EQ(std::make_tuple(v > 0.0f, g.args.result.result, g.args.result.pid),
+                  std::make_tuple(g.pid == spin.pid, 0, g.pid));
+        EXPECT_TRUE(took >= g.minS && took < g.maxS) << took;
+    }
+
+    // First: 5 MB, 3 handles of 7; last: 7 MB, no limit. Exact (pid -5) stores the first.
+    const auto check = [&](std::vector<std::tuple<FI_ITEM_FN, std::string, float, pid_t>> rows) {
+        for (const auto& r : rows) {
+            Args a{{"ProcessName", std::get<1>(r)}};
+            const float v = a.Call(std::get<0>(r));
+            EXPECT_EQ(std::make_tuple(v, a.result.result, a.result.pid),
+                      std::make_tuple(std::get<2>(r), 0, std::get<3>(r)))
+                << std::get<1>(r);
+            EXPECT_TRUE(std::get<3>(r) != -5 || a.StoredPid() == (v > 0 ? first : 0)) << std::get<1>(r);
+        }
+    };
+    Figures(first, 5120, "7");
+    Figures(last, 8191, "unlimited");
+    // clang-format off
+    check({{GetProcessMemory, srv, 5, -5}, {GetProcessMemoryExtern, u + "/srv", 7, last}, {GetProcessMemoryFuzzyMatch, srv, 7, last},
+           {GetProcessHandle, srv, 42, -5}, {GetProcessHandleExtern, u + "/srv", 42, first},
+           {GetProcessHandleFuzzyMatch, srv, 42, first}, {IsExistProcess, srv, 1, -5}, {IsExistProcessExtern, u + "/srv", 1, first},
+           {GetProcessMemory, u + "/x", 0, -5}, {IsExistProcessExtern, u + "/x", 0, 0}});
+    // Equals: the prefix group keeps the first and names no pid for 0; the wildcard group names the last.
+    Figures(first, 5120, "unlimited");
+    Figures(last, 5120, "unlimited");
+    check({{GetProcessMemoryExtern, u + "/srv", 5, first}, {GetProcessMemoryFuzzyMatch, srv, 5, last},
+           {GetProcessHandleExtern, u + "/srv", 0, 0}, {GetProcessHandleFuzzyMatch, srv, 0, last}});
+    // Output not beginning with the keywords (31 characters count): present unseen.
+    const std::string n40 = "0123456789012345678901234567890123456789";
+    const struct { std::string name, cmd, keywords; float value; } gates[] = {{u + "/x", "echo standby", "active", 1},
+        {u + "/x", "echo active-primary", "active", 0}, {u + "/x", "echo " + n40, n40, 1},
+        {u + "/x", "echo " + n40, n40.substr(0, 31), 0}, {srv, "echo on", "on", 1}};
+    // clang-format on
+    for (const auto& g : gates) {
+        Args a{{"ProcessName", g.name}, {"PreCmd", g.cmd}, {"RetKeyWords", g.keywords}};
+        EXPECT_EQ(std::make_pair(a.Call(IsExistProcessPreCmd), a.result.result), std::make_pair(g.value, 0)) << g.cmd;
+    }
+    EXPECT_LE(waitpid(-1, nullptr, WNOHANG), 0) << "every command is waited for";
+    char on[] = "echo active", part[] = "printf act", kw[] = "active";
+    const int earlier = P::exec_pre_cmd(on, kw), later = P::exec_pre_cmd(part, kw);  // no leftover output counts
+    EXPECT_EQ(std::make_tuple(earlier, later, P::exec_pre_cmd(nullptr, kw) + P::exec_pre_cmd(on, nullptr)),
+              std::make_tuple(0, -1, -2));
+
+    // From a zeroed context: the share since boot, the pid in the context only.
+    Args a{{"ProcessName", srv}}, core{{"ProcessName", srv}};
+    Ticks(first, 100000, 300, 200);
+    EXPECT_FLOAT_EQ(a.Call(GetProcessSysCPU), 0.5f);
+    EXPECT_EQ(a.Written(), std::make_tuple(0, std::string("untouched"), -5, 99u));
+    // Same total, no tick of its own, no total: 0.0 each, and no sample stored.
+    for (const auto& t : {std::make_tuple(100000, 900, 0), std::make_tuple(102000, 0, 0), std::make_tuple(0, 9, 9)}) {
+        Ticks(first, std::get<0>(t), std::get<1>(t), std::get<2>(t));
+        EXPECT_EQ(a.Call(GetProcessSysCPU), 0.0f);
+    }
+    Ticks(first, 101000, 600, 150);  // +250 of +1000
+    EXPECT_FLOAT_EQ(a.Call(GetProcessSysCPU), 25.0f);
+    EXPECT_FLOAT_EQ(core.Call(GetProcessCoreCPU), 750 * 100.0f / 101000 * static_cast<float>(get_nprocs()));
+    // A stored pid costs open, read and close of its command line and of each
+    // file read after it, and no heap block (not traced under an emulator).
+    for (const auto& cost : {std::make_pair(IsExistProcess, 3L), std::make_pair(GetProcessMemory, 6L),
+                             std::make_pair(GetProcessCoreCPU, 9L)}) {
+        core.Call(cost.first);
+        const kt::SyscallCount count = kt::CountSyscalls([&] { core.Call(cost.first); });
+        EXPECT_TRUE(!count.traced || count.total <= cost.second) << count.total << " calls, at most " << cost.second;
+        kt::FaultArm({kt::Fault::kAlloc, 0, kt::FaultMode::kFail, false});
+        core.Call(cost.first);
+        EXPECT_EQ(std::make_pair(kt::FaultSeen(), core.StoredPid()), std::make_pair(0, first)) << "heap blocks";
+        kt::FaultDisarm();
+    }
+
+    // A stored pid keeps its samples while it runs the same command line;
+    // otherwise /proc is walked again and the samples dropped.
+    int pid = last;
+    unsigned long long sys = 5, proc = 6;
+    EXPECT_EQ(std::make_tuple(P::get_pid_byname(srv.c_str(), pid, sys, proc), pid, sys, proc),
+              std::make_tuple(last, last, 5ull, 6ull));
+    pid = gap.pid();
+    EXPECT_EQ(std::make_tuple(P::get_pid_byname(srv.c_str(), pid, sys, proc), pid, sys, proc),
+              std::make_tuple(first, first, 0ull, 0ull));
+    t1.Kill();
+    t2.Kill();
+    EXPECT_EQ(std::make_pair(P::get_pid_byname(srv.c_str(), pid), pid), std::make_pair(0, 0));
 }

@@ -1,10 +1,9 @@
 // Every item and census function called round after round on a live process
-// (100,000 calls in all; KIRA_SOAK_CALLS sets another count, as the valgrind
-// stage does): descriptors stay as they were and resident memory grows by
-// less than 64 KiB after a warm-up. Sleeps are skipped, the measurements
-// are not. The soak fails for a leak, a descriptor or a hang, never for a
-// slow machine: its time limit is ten times the pace of its first 1,000
-// calls.
+// (100,000 calls; KIRA_SOAK_CALLS sets another count, as the valgrind stage
+// does): descriptors stay as they were and resident memory grows by less than
+// 64 KiB after a warm-up. Sleeps are skipped, the measurements are not. It
+// fails for a leak, a descriptor or a hang, never for a slow machine: its time
+// limit is ten times the pace of its first 1,000 calls.
 
 #include <stdio.h>
 #include <stdlib.h>
@@ -13,10 +12,8 @@
 #include <chrono>
 #include <string>
 
-#include "os/log/dbg_log.h"
 #include "tests/plugin/linux/items_test_util.h"
 #include "tests/support/fault_inject.h"
-#include "tests/support/sandbox.h"
 
 namespace {
 
@@ -30,7 +27,7 @@ long ResidentKb() {
 void CallOne(size_t n, const itest::Watched& w) {
     constexpr size_t kItemCount = sizeof(itest::kItems) / sizeof(itest::kItems[0]);
     if (n < kItemCount) {
-        itest::Args a(itest::ParamsFor(itest::kItems[n].shape, w));
+        itest::Args a(itest::ParamsFor(itest::kItems[n].shape, w.name));
         a.Call(itest::kItems[n].fn);
         return;
     }
@@ -44,7 +41,7 @@ TEST(Soak, EveryFunctionOnLiveProcessesSlow) {
     const long calls = env != nullptr ? atol(env) : 100000;
     kt::RunSandboxed([calls] {
         itest::Watched w;
-        const std::string beat = "/tmp/heartbeat/" + w.name + "___7___" + std::to_string(w.child.pid());
+        const std::string beat = w.Beat();
         constexpr size_t kRound =
             sizeof(itest::kItems) / sizeof(itest::kItems[0]) + sizeof(itest::kCensus) / sizeof(itest::kCensus[0]);
         const long warmUp = calls / 10;
