@@ -1,66 +1,127 @@
-// Number parsing, bit maps and byte order.
+// Number parsing, bit maps, byte order, 64-bit division, atomic counters and
+// the red-black tree.
 
+#include <endian.h>
+
+#include <random>
+#include <set>
+
+#include "os/base/kira_atomic.h"
 #include "os/base/kira_bitmap.h"
 #include "os/base/kira_byteorder.h"
 #include "os/base/kira_number.h"
+#include "os/base/kira_rbtree.h"
+#include "os/base/kira_system.h"
 #include "tests/os/base/base_test_util.h"
 
-TEST(KiraNumber, UnsignedNumberPredicateAndLowerCase) {
-    for (const char* yes : {"0", "18446744073709551616999", "0x1fA", "0XDEADbeef", "", "0x", "0X"})
-        EXPECT_EQ(KIRA_IsUnsignedNumbericStr(yes), 0) << '"' << yes << '"';
-    for (const char* no : {"12 ", " 12", "-1", "+1", "1f", "0x1g", "0x0x1", "x1"})
-        EXPECT_EQ(KIRA_IsUnsignedNumbericStr(no), -1) << '"' << no << '"';
-    EXPECT_EQ(KIRA_IsUnsignedNumbericStr(nullptr), -1);
-
+// No sign, blank or overflow handling: "" and a bare "0x" are numbers, values
+// wrap modulo 2^64, and a stray character ends the value with a log line.
+SANDBOX_TEST(KiraNumber, PredicateConversionsAndStrayCharacters) {
+    // clang-format off
+    for (auto [in, numeric, u, s] : std::initializer_list<std::tuple<const char*, int, uint64_t, int64_t>>{
+             {"0x1fA", 0, 0x1fa, 0x1fa}, {"0XDEADbeef", 0, 0xdeadbeef, 0xdeadbeef}, {"", 0, 0, 0}, {"0x", 0, 0, 0},
+             {"18446744073709551615", 0, UINT64_MAX, -1}, {"18446744073709551616", 0, 0, 0},
+             {"0x10000000000000001", 0, 1, 1}, {"-9223372036854775808", -1, 0, INT64_MIN}, {"-0x10", -1, 0, -16},
+             {"12a", -1, 12, 12}, {"1F", -1, 1, 1}, {"0x0x1", -1, 0, 0}, {" 12", -1, 0, 0}, {"--5", -1, 0, 0},
+             {nullptr, -1, 0, 0}})
+        EXPECT_EQ(std::make_tuple(KIRA_IsUnsignedNumbericStr(in), KIRA_StrToU64(in), KIRA_StrToS64(in)),
+                  std::make_tuple(numeric, u, s)) << in;
+    // clang-format on
+    EXPECT_EQ(kt::SyslogCount("Not a numbric str: (", 6), 12);
+    EXPECT_EQ(kt::SyslogCount("Not a numbric str: (-5).\n", 6), 1) << "the signed form logs the rest after its sign";
     char s[] = "MiXeD 0xAB-\xC4Z";
-    KIRA_StrToLower(s);
+    KIRA_StrToLower(s), KIRA_StrToLower(nullptr);
     EXPECT_STREQ(s, "mixed 0xab-\xC4z");
-    KIRA_StrToLower(nullptr);
 }
 
-SANDBOX_TEST(KiraNumber, ConversionWrapsAndReportsStrayCharacters) {
-    kt::SyslogClear();
-    struct U {
-        const char* in;
-        uint64_t out;
-    };
-    for (const U& c : {U{"0x1F", 31}, U{"0XaBc", 0xabc}, U{"0x", 0}, U{"", 0}, U{"18446744073709551615", UINT64_MAX},
-                       U{"18446744073709551616", 0}, U{"0x10000000000000001", 1}, U{nullptr, 0}})
-        EXPECT_EQ(KIRA_StrToU64(c.in), c.out) << (c.in ? c.in : "null");
-    struct S {
-        const char* in;
-        int64_t out;
-    };
-    for (const S& c : {S{"-5", -5}, S{"-0x10", -16}, S{"-9223372036854775808", INT64_MIN},
-                       S{"18446744073709551615", -1}, S{nullptr, 0}})
-        EXPECT_EQ(KIRA_StrToS64(c.in), c.out) << (c.in ? c.in : "null");
-    EXPECT_EQ(kt::SyslogLines().size(), 0u) << "clean input logged something";
-
-    EXPECT_EQ(KIRA_StrToU64("12a"), 12u);
-    EXPECT_EQ(KIRA_StrToU64("0x1fz9"), 0x1fu);
-    EXPECT_EQ(KIRA_StrToS64("--5"), 0);  // one sign only; the rest is unsigned
-    std::string logged;
-    for (const auto& l : kt::SyslogLines()) logged += std::to_string(l.priority) + " " + l.message;
-    EXPECT_EQ(logged, "6 Not a numbric str: (12a).\n6 Not a numbric str: (0x1fz9).\n6 Not a numbric str: (-5).\n");
+// Bit maps least significant bit first; byte order against the C library (right on either endianness); division.
+TEST(KiraWords, BitMapsByteOrderAndDivision) {
+    unsigned char m[4] = {0, 0, 0, 0xFF};
+    EXPECT_TRUE(KIRA_set_bit(9, m) == m + 1 && KIRA_set_bit(23, m) == m + 2 && KIRA_clear_bit(27, m) == m + 3);
+    EXPECT_EQ(std::vector<int>(m, m + 4), (std::vector<int>{0, 0x02, 0x80, 0xF7}));
+    EXPECT_EQ(KIRA_test_bit(23, m) + KIRA_test_bit(8, m), 0x80);  // the masked byte, not a boolean
+    EXPECT_TRUE(!KIRA_set_bit(1, nullptr) && !KIRA_clear_bit(1, nullptr) && !KIRA_test_bit(1, nullptr));
+    using T = std::tuple<uint16_t, uint32_t, uint64_t>;
+    uint64_t x = 0x0102030405060708;
+    EXPECT_EQ(T(BigEndianToCpu16(x), BigEndianToCpu32(x), BigEndianToCpu64(x)), T(be16toh(x), be32toh(x), be64toh(x)));
+    EXPECT_EQ(T(CpuToBigEndian16(x), CpuToBigEndian32(x), CpuToBigEndian64(x)), T(htobe16(x), htobe32(x), htobe64(x)));
+    EXPECT_EQ(T(LittleEndianToCpu16(x), LittleEndianToCpu32(x), LittleEndianToCpu64(x)),
+              T(le16toh(x), le32toh(x), le64toh(x)));
+    EXPECT_EQ(T(CpuToLittleEndian16(x), CpuToLittleEndian32(x), CpuToLittleEndian64(x)),
+              T(htole16(x), htole32(x), htole64(x)));
+    EXPECT_EQ(T(Swab16(x), Swab32(x), Swab64(x)), T(0x0807, 0x08070605, 0x0807060504030201));
+    uint32_t rem = 99, zero = 99;  // a zero divisor gives 0 and leaves the low 32 bits
+    EXPECT_EQ(KIRA_div64(UINT64_MAX, 0xFFFFFFFFu, &rem) + KIRA_div64(0x700000005ull, 0, &zero), 0x100000001ull);
+    EXPECT_TRUE(rem == 0 && zero == 5 && KIRA_div64(7, 2, nullptr) == 3);
 }
 
-TEST(KiraBitmap, LeastSignificantBitFirstAndByteOrder) {
-    unsigned char map[4] = {0, 0, 0, 0xFF};
-    EXPECT_EQ(KIRA_set_bit(9, map), &map[1]);
-    EXPECT_EQ(KIRA_set_bit(23, map), &map[2]);
-    EXPECT_EQ(KIRA_test_bit(23, map), 0x80);  // the masked byte, not a boolean
-    EXPECT_EQ(KIRA_test_bit(8, map), 0);
-    EXPECT_EQ(KIRA_clear_bit(27, map), &map[3]);
-    EXPECT_EQ(std::vector<int>(map, map + 4), (std::vector<int>{0, 0x02, 0x80, 0xF7}));
-    EXPECT_EQ(KIRA_set_bit(1, nullptr), nullptr);
-    EXPECT_EQ(KIRA_clear_bit(1, nullptr), nullptr);
-    EXPECT_EQ(KIRA_test_bit(1, nullptr), 0);
+// Each *_return gives the low 32 bits of the 64-bit counter, each *_and_test looks at all 64; set sign-extends.
+TEST(KiraAtomic, ResultsAndWidths) {
+    atomic64_t v = ATOMIC64_INIT(1);
+    // clang-format off
+    const std::vector<long long> got = {
+        atomic_dec_and_test(&v), atomic_dec_and_test(&v), atomic_inc_and_test(&v),
+        (atomic_set(&v, 10), atomic_add(5, &v), atomic_sub(2, &v), atomic_add_return(-3, &v)), atomic_sub_return(4, &v),
+        atomic_sub_and_test(6, &v), (atomic_inc(&v), atomic_dec(&v), atomic_inc_return(&v)), atomic_dec_return(&v),
+        (atomic_set(&v, -1), v.counter), (v.counter = 0x17FFFFFFF, atomic_add_return(1, &v)), atomic_read(&v),
+        (v.counter = 0x100000001, atomic_dec_and_test(&v))};
+    // clang-format on
+    EXPECT_EQ(got, (std::vector<long long>{1, 0, 1, 10, 6, 1, 1, 0, -1, INT32_MIN, 0x180000000, 0}));
+}
 
-    // Swaps only for big endian.
-    EXPECT_EQ(Swab16(0x1234), 0x3412);
-    EXPECT_EQ(CpuToBigEndian32(0x11223344u), 0x44332211u);
-    EXPECT_EQ(BigEndianToCpu64(0x0102030405060708ull), 0x0807060504030201ull);
-    EXPECT_EQ(BigEndianToCpu16(0xA0B0), 0xB0A0);
-    EXPECT_EQ(CpuToLittleEndian64(0x0102030405060708ull), 0x0102030405060708ull);
-    EXPECT_EQ(LittleEndianToCpu32(0x11223344u), 0x11223344u);
+struct TreeItem {
+    rb_node node;
+    int key;
+    int count;  // nodes in the subtree rooted here: the augmented field
+};
+static TreeItem* ItemOf(rb_node* n) { return rb_entry(n, TreeItem, node); }
+static int CountOf(rb_node* n) { return n == nullptr ? 0 : ItemOf(n)->count; }
+static void Recount(rb_node* n, void*) { ItemOf(n)->count = 1 + CountOf(n->rb_left) + CountOf(n->rb_right); }
+
+// Black height of the subtree; any broken rule fails; the keys go in order.
+static int Check(rb_node* n, rb_node* parent, std::vector<int>* keys) {
+    if (n == nullptr) return 1;
+    const int key = ItemOf(n)->key, left = Check(n->rb_left, n, keys);
+    EXPECT_TRUE(rb_parent(n) == parent && !(rb_is_red(n) && (parent == nullptr || rb_is_red(parent))) &&
+                ItemOf(n)->count == 1 + CountOf(n->rb_left) + CountOf(n->rb_right))
+        << "parent, colour or count at " << key;
+    keys->push_back(key);
+    EXPECT_EQ(left, Check(n->rb_right, n, keys)) << "black heights differ under " << key;
+    return left + (rb_is_black(n) ? 1 : 0);
+}
+
+// Against std::set under random inserts and erases, with the colour rules and an augmented subtree count.
+TEST(RbTree, RandomInsertEraseAgainstOrderedSet) {
+    std::vector<TreeItem> items(500);
+    std::set<int> model;
+    rb_root root = RB_ROOT;
+    auto verify = [&] {
+        std::vector<int> in, fwd, back;
+        Check(root.rb_node, nullptr, &in);
+        for (rb_node* n = rb_first(&root); n != nullptr; n = rb_next(n)) fwd.push_back(ItemOf(n)->key);
+        for (rb_node* n = rb_last(&root); n != nullptr; n = rb_prev(n)) back.insert(back.begin(), ItemOf(n)->key);
+        EXPECT_TRUE(in == std::vector<int>(model.begin(), model.end()) && fwd == in && back == in);
+    };
+    std::mt19937 rng(1);
+    for (int step = 0; step < 8000 && !HasFailure(); step++) {
+        TreeItem* it = &items[rng() % items.size()];
+        it->key = static_cast<int>(it - items.data());
+        if (model.insert(it->key).second) {
+            rb_node **link = &root.rb_node, *parent = nullptr;  // the caller's walk by its own key
+            while (*link) parent = *link, link = it->key < ItemOf(parent)->key ? &parent->rb_left : &parent->rb_right;
+            it->count = 1;
+            rb_link_node(&it->node, parent, link);
+            rb_insert_color(&it->node, &root);
+            rb_augment_insert(&it->node, Recount, nullptr);
+        } else {
+            rb_node* deepest = rb_augment_erase_begin(&it->node);
+            rb_erase(&it->node, &root);
+            rb_augment_erase_end(deepest, Recount, nullptr);
+            model.erase(it->key);
+        }
+        if (step % 40 == 0) verify();
+    }
+    TreeItem fresh = *ItemOf(root.rb_node);  // takes the place and the colour, without rebalancing
+    rb_replace_node(root.rb_node, &fresh.node, &root);
+    verify();
 }
