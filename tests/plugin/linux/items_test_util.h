@@ -65,17 +65,23 @@ struct Spinner {
     const std::string script;
     const pid_t pid;
     explicit Spinner(const std::string& tag) : script("T=" + tag + "; while :; do :; done"), pid(fork()) {
-        if (pid == 0) execl("/bin/sh", "sh", "-c", script.c_str(), nullptr), _exit(127);
+        if (pid == 0) {
+            execl("/bin/sh", "sh", "-c", script.c_str(), nullptr);
+            _exit(127);
+        }
         usleep(50000);  // until the shell's command line shows
     }
-    ~Spinner() { kill(pid, SIGKILL), waitpid(pid, nullptr, 0); }
+    ~Spinner() {
+        kill(pid, SIGKILL);
+        waitpid(pid, nullptr, 0);
+    }
 };
 
 // The process the table's arguments aim at, with a heartbeat file.
 struct Watched {
     std::string name = kt::UniqueName("fwalk");
     kt::Child child{name, {"/opt/" + name, "--walk"}};
-    Watched() { kt::MakeDirs("/tmp/heartbeat"), kt::WriteFile(Beat(), "1\n"); }
+    Watched() { kt::WriteFile(Beat(), "1\n"); }
     std::string Beat() const { return "/tmp/heartbeat/" + name + "___7___" + std::to_string(child.pid()); }
 };
 
