@@ -1,6 +1,7 @@
 // The logging layer end to end: syslog lines, the shared default-level block, configuration files as
 // designed, damaged or hostile, the set-up under injected failures, the limiter, control calls, threads.
 
+#include <malloc.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <syslog.h>
@@ -214,6 +215,12 @@ SANDBOX_TEST(ConfigFiles, LoadedAsDesigned) {
     EXPECT_EQ(Tables({424, 10, 11, 12, 13, 14, 15, 16, 17, 18, 5, 7, 8, 79, 77, 90}),
               "old:4:0 comma:3:0 blank:3:0 - nogid:0:0 :4:0 " + std::string(31, 'n') +
                   ":0:0 - dir:3:0 - five:3:5 :0:0 - cr:3:0 :3:0 - ");
+    // A module added twice is refused without keeping the copy.
+    DBG_PID_CONF_S rec = {};
+    rec.pid = 424;
+    const long before = static_cast<long>(mallinfo2().uordblks);
+    for (int i = 0; i < 1000; ++i) ASSERT_EQ(add_pid_conf(&rec), -22);
+    EXPECT_LT(static_cast<long>(mallinfo2().uordblks) - before, 8000);
     EXPECT_EQ(KIRA_set_log_ratelimit(7, 2) + KIRA_set_log_ratelimit(11, 3), 0);
     EXPECT_EQ(Tables({}, {7, 11}), "40/4 0/1 ") << "a group known only locally has no default";
     EXPECT_EQ(
