@@ -130,54 +130,33 @@ KT_INTERPOSED ssize_t read(int fd, void* buf, size_t count) {
     return real(fd, buf, count);
 }
 
-KT_INTERPOSED void* mmap(void* addr, size_t length, int prot, int flags, int fd, off_t offset) {
-    if (kt::Decide(kt::Fault::kMmap) != 0) {
-        errno = ENOMEM;
-        return MAP_FAILED;
-    }
-    static auto real = kt::Next<void* (*)(void*, size_t, int, int, int, off_t)>("mmap");
-    return real(addr, length, prot, flags, fd, offset);
-}
+// Each replacement fails when the plan says so and otherwise goes on to the
+// next definition.
+#define KT_FAIL_OR_NEXT(kind, error, failed, type, name, ...) \
+    if (kt::Decide(kt::Fault::kind) != 0) {                   \
+        errno = error;                                        \
+        return failed;                                        \
+    }                                                         \
+    static auto real = kt::Next<type>(#name);                 \
+    return real(__VA_ARGS__)
 
 KT_INTERPOSED FILE* fopen(const char* path, const char* mode) {
-    if (KtFaultOpen()) return nullptr;
-    static auto real = kt::Next<FILE* (*)(const char*, const char*)>("fopen");
-    return real(path, mode);
+    KT_FAIL_OR_NEXT(kOpen, ENOENT, nullptr, FILE * (*)(const char*, const char*), fopen, path, mode);
 }
-
 KT_INTERPOSED FILE* popen(const char* command, const char* mode) {
-    if (KtFaultOpen()) return nullptr;
-    static auto real = kt::Next<FILE* (*)(const char*, const char*)>("popen");
-    return real(command, mode);
+    KT_FAIL_OR_NEXT(kOpen, ENOENT, nullptr, FILE * (*)(const char*, const char*), popen, command, mode);
 }
-
 KT_INTERPOSED DIR* opendir(const char* path) {
-    if (kt::Decide(kt::Fault::kDir) != 0) {
-        errno = EMFILE;
-        return nullptr;
-    }
-    static auto real = kt::Next<DIR* (*)(const char*)>("opendir");
-    return real(path);
+    KT_FAIL_OR_NEXT(kDir, EMFILE, nullptr, DIR * (*)(const char*), opendir, path);
 }
-
-KT_INTERPOSED DIR* fdopendir(int fd) {
-    if (kt::Decide(kt::Fault::kDir) != 0) {
-        errno = EMFILE;
-        return nullptr;
-    }
-    static auto real = kt::Next<DIR* (*)(int)>("fdopendir");
-    return real(fd);
-}
-
+KT_INTERPOSED DIR* fdopendir(int fd) { KT_FAIL_OR_NEXT(kDir, EMFILE, nullptr, DIR * (*)(int), fdopendir, fd); }
 KT_INTERPOSED struct dirent* readdir(DIR* dir) {
-    if (kt::Decide(kt::Fault::kDir) != 0) {
-        errno = EBADF;
-        return nullptr;
-    }
-    static auto real = kt::Next<struct dirent* (*)(DIR*)>("readdir");
-    return real(dir);
+    KT_FAIL_OR_NEXT(kDir, EBADF, nullptr, struct dirent * (*)(DIR*), readdir, dir);
 }
-
+KT_INTERPOSED void* mmap(void* addr, size_t length, int prot, int flags, int fd, off_t offset) {
+    KT_FAIL_OR_NEXT(kMmap, ENOMEM, MAP_FAILED, void* (*)(void*, size_t, int, int, int, off_t), mmap, addr, length, prot,
+                    flags, fd, offset);
+}
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wdeprecated-declarations"
 KT_INTERPOSED int readdir_r(DIR* dir, struct dirent* entry, struct dirent** result) {

@@ -2,19 +2,13 @@
 #define TESTS_SUPPORT_SANDBOX_H
 
 // Test harness shared by every test executable. ctest runs each test as a
-// process of its own under a time limit; a sandboxed test turns that process
-// into its own small machine before the body runs:
-//
-//   - a private mount namespace whose root is an overlay of the host's "/"
-//     (every write is copy-on-write and vanishes with the process), with
-//     fresh tmpfs at /dev/shm, /tmp, /ZUK, /etc/nox and /startup_disk and the
-//     build and source trees bound back in;
-//   - a private /dev/log whose lines are captured with their priorities;
-//   - on request, a network namespace of its own with loopback up.
-//
-// One sandbox per process: run sandboxed tests through ctest, or one at a
-// time with --gtest_filter. A body that must run in a fresh process (set-up
-// done once per process, a crash on purpose) uses RunInChild.
+// process of its own under a time limit; a sandboxed test first turns that
+// process into a small machine of its own: a private mount namespace whose
+// root is an overlay of the host's "/" (writes vanish with the process),
+// fresh tmpfs at /dev/shm, /tmp, /ZUK, /etc/nox and /startup_disk, the build
+// and source trees bound back, a private /dev/log whose lines are captured,
+// and on request a network namespace with loopback up. One sandbox per
+// process: run sandboxed tests through ctest, or one at a time.
 
 #include <gtest/gtest.h>
 #include <sys/types.h>
@@ -37,19 +31,17 @@ bool EnterSandbox(const SandboxOptions& opts = {});
 void RunSandboxed(const std::function<void()>& body, const SandboxOptions& opts = {});
 bool InSandbox();
 
-// Runs body in a forked copy of this process, which ends after it; false
-// (its failures printed as they happened) when the body failed, crashed,
-// left early or ran past timeout_s.
+// Runs body in a forked copy of this process (for set-up done once per
+// process); false, its failures printed, when it failed, crashed, left early
+// or ran past timeout_s.
 bool RunInChild(const std::function<void()>& body, int timeout_s = 60);
 
 // ---- syslog capture (inside the sandbox) ----
 struct SyslogLine {
     int priority;         // PRI & 7
-    std::string ident;    // text before "[pid]:" or ":"
     std::string message;  // text after "ident[pid]: " exactly as sent (trailing newline kept)
 };
-// Lines received so far, in order, once the socket has been quiet for a
-// moment (lines of processes not waited for are not missed).
+// Lines so far, in order, once the socket has been quiet for a moment.
 std::vector<SyslogLine> SyslogLines();
 void SyslogClear();
 // Lines whose message contains needle (and, when priority >= 0, have it).
@@ -81,11 +73,10 @@ private:
 };
 
 // ---- real processes ----
-// A native process whose kernel name is kernel_name (cut to 15 characters)
-// and whose command line is argv joined by NULs ({kernel_name} when empty).
-// It sleeps until killed, holds only descriptors 0, 1 and 2, dies with the
-// thread that started it, and is killed and reaped by the destructor. The
-// constructor returns once its name and command line are in place.
+// A native process named kernel_name (the kernel keeps 15 characters) whose
+// command line is argv ({kernel_name} when empty), in place when the
+// constructor returns. It sleeps, holds only descriptors 0, 1 and 2, dies
+// with the thread that started it and is reaped by the destructor.
 class Child {
 public:
     Child(const std::string& kernel_name, const std::vector<std::string>& argv);

@@ -46,10 +46,9 @@ long EnteredSyscall(pid_t child) {
 
 }  // namespace
 
-SyscallCount CountSyscalls(const std::function<void()>& body) {
-    SyscallCount out;
+long CountSyscalls(const std::function<void()>& body) {
     if (UnderEmulator()) {
-        return out;
+        return -1;
     }
     fflush(nullptr);
     const pid_t child = fork();
@@ -58,19 +57,19 @@ SyscallCount CountSyscalls(const std::function<void()>& body) {
     }
     int status = 0;
     if (child < 0 || waitpid(child, &status, 0) != child || !WIFSTOPPED(status)) {
-        return out;
+        return -1;
     }
     (void)ptrace(PTRACE_SETOPTIONS, child, nullptr, PTRACE_O_TRACESYSGOOD | PTRACE_O_EXITKILL);
     int markers = 0;
     int deliver = 0;
+    long total = 0;
     for (;;) {
         if (ptrace(PTRACE_SYSCALL, child, nullptr, deliver) != 0 || waitpid(child, &status, 0) != child) {
             break;
         }
         deliver = 0;
         if (WIFEXITED(status) || WIFSIGNALED(status)) {
-            out.traced = markers == 2 && WIFEXITED(status) && WEXITSTATUS(status) == 0;
-            return out;
+            return markers == 2 && WIFEXITED(status) && WEXITSTATUS(status) == 0 ? total : -1;
         }
         if (WSTOPSIG(status) != (SIGTRAP | 0x80)) {
             deliver = WSTOPSIG(status);  // an ordinary signal goes on to the child
@@ -80,13 +79,12 @@ SyscallCount CountSyscalls(const std::function<void()>& body) {
         if (nr == kMarker) {
             ++markers;
         } else if (nr >= 0 && markers == 1) {
-            ++out.total;
-            ++out.by_number[nr];
+            ++total;
         }
     }
     kill(child, SIGKILL);
     waitpid(child, nullptr, 0);
-    return out;
+    return -1;
 }
 
 }  // namespace kt

@@ -91,36 +91,14 @@ void WaitQuiet() {
     }
 }
 
-bool AllDigits(const std::string& s, size_t from, size_t to) {
-    if (from >= to) return false;
-    for (size_t i = from; i < to; ++i) {
-        if (s[i] < '0' || s[i] > '9') return false;
-    }
-    return true;
-}
-
-// glibc's form: "<PRI>Mmm dd hh:mm:ss ident[pid]: text".
+// glibc's form: "<PRI>Mmm dd hh:mm:ss ident[pid]: text"; the time stamp
+// holds no ": ".
 SyslogLine Parse(const std::string& s) {
-    SyslogLine line{-1, "", ""};
-    size_t pos = 0;
+    SyslogLine line{-1, s};
     const size_t close = s.find('>');
-    if (!s.empty() && s[0] == '<' && close != std::string::npos && AllDigits(s, 1, close)) {
-        line.priority = atoi(s.c_str() + 1) & 7;
-        pos = close + 1;
-    }
-    if (s.size() - pos >= 16 && s[pos + 3] == ' ' && s[pos + 9] == ':' && s[pos + 15] == ' ') pos += 16;
-    const size_t colon = s.find(": ", pos);
-    if (colon == std::string::npos) {
-        line.message = s.substr(pos);
-        return line;
-    }
-    line.ident = s.substr(pos, colon - pos);
-    const size_t open = line.ident.rfind('[');
-    if (!line.ident.empty() && line.ident.back() == ']' && open != std::string::npos &&
-        AllDigits(line.ident, open + 1, line.ident.size() - 1)) {
-        line.ident.resize(open);
-    }
-    line.message = s.substr(colon + 2);
+    if (!s.empty() && s[0] == '<' && close != std::string::npos) line.priority = atoi(s.c_str() + 1) & 7;
+    const size_t colon = s.find(": ", close == std::string::npos ? 0 : close);
+    if (colon != std::string::npos) line.message = s.substr(colon + 2);
     return line;
 }
 

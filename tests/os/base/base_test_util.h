@@ -1,7 +1,7 @@
 #ifndef TESTS_OS_BASE_BASE_TEST_UTIL_H
 #define TESTS_OS_BASE_BASE_TEST_UTIL_H
 
-// Includes shared by the base layer tests, and the descriptor count the network tests use.
+// Includes shared by the base layer tests.
 
 #include <fcntl.h>
 #include <signal.h>
@@ -14,9 +14,5 @@
 
 #include "tests/support/fault_inject.h"
 #include "tests/support/sandbox.h"
-
-namespace base_test {
-using kt::OpenFdCount;
-}
 
 #endif

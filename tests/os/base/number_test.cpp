@@ -69,6 +69,25 @@ TEST(KiraAtomic, ResultsAndWidths) {
     EXPECT_EQ(got, (std::vector<long long>{1, 0, 1, 10, 6, 1, 1, 0, -1, INT32_MIN, 0x180000000, 0}));
 }
 
+// Two threads add 3 a round while two take 2; a count released by all four
+// at once reaches zero for exactly one of them.
+TEST(KiraAtomic, ConcurrentUpdatesLoseNothing) {
+    atomic64_t v = ATOMIC64_INIT(0), refs = ATOMIC64_INIT(4), winners = ATOMIC64_INIT(0);
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; t++) {
+        threads.emplace_back([&, t] {
+            for (int i = 0; i < 20000; i++) {
+                t % 2 == 0 ? atomic_inc(&v) : atomic_sub(1, &v);
+                (void)(t % 2 == 0 ? atomic_add_return(2, &v) : atomic_dec_return(&v));
+            }
+            if (atomic_dec_and_test(&refs)) atomic_inc(&winners);
+        });
+    }
+    for (std::thread& thread : threads) thread.join();
+    EXPECT_EQ(atomic_read(&v), 40000);
+    EXPECT_EQ(atomic_read(&winners), 1);
+}
+
 struct TreeItem {
     rb_node node;
     int key;
