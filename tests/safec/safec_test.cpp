@@ -75,7 +75,7 @@ TEST(SafeC, CopiesAndFormats) {
         {CALL(strncpy_s(d + 3, 4, d, 3)), "0:abcabc_h"},  // the source ends where the copy starts
         {CALL(strcat_s(d, 8, "efg")), "0:abcdefg_"},
         {CALL(strncat_s(d, 8, "efghij", 4)), "ERANGE:_bcd_fgh"},
-        {CALL(strcat_s(d, 8, d + 5)), "EINVAL:_bcd_fgh"},
+        {CALL(strcat_s(d, 8, d + 5)), "EINVAL:_bcd_fgh_"},
         {CALL(strcat_s(d, 4, "x")), "EINVAL:_bcd"},  // no terminator within destsz
     });
     Check({
