@@ -6,7 +6,6 @@
 
 #include <errno.h>
 #include <fcntl.h>
-#include <poll.h>
 #include <signal.h>
 #include <stdlib.h>
 #include <sys/prctl.h>
@@ -24,7 +23,6 @@
 namespace kt {
 namespace {
 
-constexpr int kStartWaitMs = 10000;
 constexpr int kReadyFd = 3;  // the sleeper closes it once loaded
 
 // Between fork and exec only async-signal-safe calls: the test process has
@@ -74,18 +72,17 @@ Child::Child(const std::string& kernel_name, const std::vector<std::string>& arg
         pid_ = fork();
         if (pid_ == 0) ExecSleeper(link.c_str(), raw.data(), readyWr.get());
         readyWr.reset();
-        // The sleeper closing the pipe means it runs, loaded: the kernel then
-        // shows the new name and command line.
-        struct pollfd p = {readyRd.get(), POLLIN, 0};
+        // The pipe ends when the sleeper, loaded, closes it (or dies): the
+        // kernel then shows the new name and command line.
         char byte;
         const std::string proc = "/proc/" + std::to_string(pid_);
-        if (pid_ < 0 || poll(&p, 1, kStartWaitMs) <= 0 || read(readyRd.get(), &byte, 1) != 0 ||
-            ReadFile(proc + "/cmdline") != cmdline || ReadFile(proc + "/comm") != kernel_name.substr(0, 15) + "\n") {
+        if (pid_ < 0 || read(readyRd.get(), &byte, 1) != 0 || ReadFile(proc + "/cmdline") != cmdline ||
+            ReadFile(proc + "/comm") != kernel_name.substr(0, 15) + "\n") {
             ADD_FAILURE() << "Child " << kernel_name << " did not start as asked";
             Kill();
         }
     } else {
-        ADD_FAILURE() << "Child: " << internal::ErrnoText("symlink or pipe");
+        internal::Done(false, "Child: symlink or pipe");
     }
     unlink(link.c_str());
     rmdir(dir.c_str());

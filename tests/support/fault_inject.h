@@ -2,22 +2,15 @@
 #define TESTS_SUPPORT_FAULT_INJECT_H
 
 // Injected system-call and allocation failures, armed on one thread around
-// one call under test.
-//
-// open/openat (through the /proc/nox fake), fopen, popen, read, mmap,
-// opendir, fdopendir, readdir, readdir_r, malloc, calloc, realloc, and sleep
-// and usleep are defined in every test executable, so the library code linked
-// into it comes through them; shared libraries (libc's own internals, the
-// sanitizer runtimes) do not. Unarmed, and on every other thread, each goes
-// straight on to the real call.
+// one call under test. open/openat (through the /proc/nox fake), fopen,
+// popen, read, mmap, the directory calls, malloc, calloc, realloc, sleep and
+// usleep are defined in every test executable, so the library code linked
+// into it comes through them (libc's internals and the sanitizer runtimes do
+// not). Unarmed, and on every other thread, each goes on to the real call.
 //
 //     kt::FaultArm({kt::Fault::kRead, 3});   // this thread's third read fails
 //     call();
 //     bool fired = kt::FaultDisarm();
-//
-// FaultWalk runs a call with its 1st, 2nd, ... call of one kind failing
-// until a run in which that call never came, so every failure path of the
-// call is taken once.
 
 #include <functional>
 #include <string>
@@ -57,10 +50,10 @@ int FaultSeen();
 // Descriptors this process holds.
 int OpenFdCount();
 
-// Runs call() with the nth call of `kind` failing, n = 1, 2, ..., up to
-// max_steps, and stops after the first run in which it never came. After
-// each failing run, check(n) judges the outcome; the descriptor count must
-// be unchanged. Returns the number of failing runs (0: `kind` is never used).
+// Runs call() with its nth call of `kind` failing, n = 1, 2, ..., until a run
+// in which that call never came, so every failure path is taken once; after
+// each run check(n) judges the outcome and the descriptor count must be
+// unchanged. Returns the number of failing runs.
 int FaultWalk(Fault kind, FaultMode mode, const std::function<void()>& call, const std::function<void(int n)>& check,
               int max_steps = 400);
 

@@ -42,37 +42,23 @@ std::vector<std::string> SplitOn(const std::string& text, char sep) {
 
 }  // namespace
 
-namespace internal {
-
-bool MakeDirsQuiet(const std::string& path, std::string* error) {
+bool MakeDirs(const std::string& path) {
     for (size_t slash = path.find('/', 1);; slash = path.find('/', slash + 1)) {
         const std::string part = path.substr(0, slash);
-        if (mkdir(part.c_str(), 0755) != 0 && errno != EEXIST) {
-            *error = ErrnoText("mkdir " + part);
-            return false;
-        }
+        if (!internal::Done(mkdir(part.c_str(), 0755) == 0 || errno == EEXIST, "mkdir " + part)) return false;
         if (slash == std::string::npos) return true;
     }
 }
 
-bool WriteFileQuiet(const std::string& path, const std::string& content, mode_t mode, std::string* error) {
+bool WriteFile(const std::string& path, const std::string& content, mode_t mode) {
     const size_t slash = path.rfind('/');
-    if (slash != std::string::npos && slash > 0 && !MakeDirsQuiet(path.substr(0, slash), error)) return false;
+    if (slash != std::string::npos && slash > 0 && !MakeDirs(path.substr(0, slash))) return false;
     kira::UniqueFd fd(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, mode));
     // The umask must not change what the test asked for.
-    if (fd.valid() && write(fd.get(), content.data(), content.size()) == static_cast<ssize_t>(content.size()) &&
-        fchmod(fd.get(), mode) == 0) {
-        return true;
-    }
-    *error = ErrnoText("write " + path);
-    return false;
-}
-
-}  // namespace internal
-
-void WriteFile(const std::string& path, const std::string& content, mode_t mode) {
-    std::string error;
-    if (!internal::WriteFileQuiet(path, content, mode, &error)) ADD_FAILURE() << "WriteFile: " << error;
+    return internal::Done(fd.valid() &&
+                              write(fd.get(), content.data(), content.size()) == static_cast<ssize_t>(content.size()) &&
+                              fchmod(fd.get(), mode) == 0,
+                          "write " + path);
 }
 
 std::string ReadFile(const std::string& path) {
@@ -86,18 +72,11 @@ std::string ReadFile(const std::string& path) {
     return out;
 }
 
-void MakeDirs(const std::string& path) {
-    std::string error;
-    if (!internal::MakeDirsQuiet(path, &error)) ADD_FAILURE() << "MakeDirs: " << error;
-}
-
 void BindFileOver(const std::string& target, const std::string& content) {
     if (!internal::RequireSandbox("BindFileOver")) return;
     const std::string source = internal::ScratchPath("bind");
     WriteFile(source, content);
-    if (mount(source.c_str(), target.c_str(), nullptr, MS_BIND, nullptr) != 0) {
-        ADD_FAILURE() << "BindFileOver: " << internal::ErrnoText("bind over " + target);
-    }
+    internal::Done(mount(source.c_str(), target.c_str(), nullptr, MS_BIND, nullptr) == 0, "bind over " + target);
 }
 
 FakeCommand::FakeCommand(const std::string& name, int exit_status, const std::string& stdout_text,

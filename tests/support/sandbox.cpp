@@ -44,24 +44,22 @@ constexpr const char* kRoot = "/tmp/root";
 std::atomic<bool> g_entered{false};
 std::atomic<unsigned> g_scratchCounter{0};
 
-bool Mount(const char* source, const std::string& target, const char* type, unsigned long flags, const char* data,
-           std::string* error) {
-    if (mount(source, target.c_str(), type, flags, data) == 0) return true;
-    *error = internal::ErrnoText(std::string("mount ") + (type != nullptr ? type : "bind") + " at " + target);
-    return false;
+bool Mount(const char* source, const std::string& target, const char* type, unsigned long flags,
+           const char* data = nullptr) {
+    return internal::Done(mount(source, target.c_str(), type, flags, data) == 0,
+                          std::string("mount ") + (type != nullptr ? type : "bind") + " at " + target);
 }
 
-bool MountOverlay(const std::string& lower, const std::string& name, const std::string& target, std::string* error) {
+bool MountOverlay(const std::string& lower, const std::string& name, const std::string& target) {
     const std::string upper = std::string(kScratch) + "/" + name + ".upper";
     const std::string work = std::string(kScratch) + "/" + name + ".work";
-    const std::string opts = "lowerdir=" + lower + ",upperdir=" + upper + ",workdir=" + work;
-    return internal::MakeDirsQuiet(upper, error) && internal::MakeDirsQuiet(work, error) &&
-           internal::MakeDirsQuiet(target, error) && Mount("overlay", target, "overlay", 0, opts.c_str(), error);
+    return MakeDirs(upper) && MakeDirs(work) && MakeDirs(target) &&
+           Mount("overlay", target, "overlay", 0,
+                 ("lowerdir=" + lower + ",upperdir=" + upper + ",workdir=" + work).c_str());
 }
 
-bool MountTmpfs(const std::string& target, const char* mode, std::string* error) {
-    return internal::MakeDirsQuiet(target, error) &&
-           Mount("tmpfs", target, "tmpfs", 0, (std::string("mode=") + mode).c_str(), error);
+bool MountTmpfs(const std::string& target, const char* mode) {
+    return MakeDirs(target) && Mount("tmpfs", target, "tmpfs", 0, (std::string("mode=") + mode).c_str());
 }
 
 // An overlay of "/" shows the root file system without what is mounted on
@@ -84,56 +82,42 @@ std::vector<std::pair<std::string, kira::UniqueFd>> OpenBindBacks() {
     return out;
 }
 
-bool BuildRoot(const std::string& root, bool newNet, std::string* error) {
-    // A sysfs mounted now shows the new network namespace's interfaces.
-    const bool sys = newNet ? Mount("sysfs", root + "/sys", "sysfs", 0, nullptr, error)
-                            : Mount("/sys", root + "/sys", nullptr, MS_BIND | MS_REC, nullptr, error);
-    // /dev is an overlay too: the socket bound at /dev/log must not appear
-    // in the host's /dev.
-    if (!sys || !Mount("/proc", root + "/proc", nullptr, MS_BIND | MS_REC, nullptr, error) ||
-        !MountOverlay("/dev", "dev", root + "/dev", error) || !MountTmpfs(root + "/dev/shm", "1777", error)) {
-        return false;
-    }
-    return MountTmpfs(root + "/tmp", "1777", error) && MountTmpfs(root + "/ZUK", "755", error) &&
-           MountTmpfs(root + "/etc/nox", "755", error) && MountTmpfs(root + "/startup_disk", "755", error);
+// A sysfs mounted now shows the new network namespace's interfaces; /dev is
+// an overlay too, so the socket bound at /dev/log never shows on the host.
+bool BuildRoot(const std::string& root, bool newNet) {
+    return (newNet ? Mount("sysfs", root + "/sys", "sysfs", 0)
+                   : Mount("/sys", root + "/sys", nullptr, MS_BIND | MS_REC)) &&
+           Mount("/proc", root + "/proc", nullptr, MS_BIND | MS_REC) && MountOverlay("/dev", "dev", root + "/dev") &&
+           MountTmpfs(root + "/dev/shm", "1777") && MountTmpfs(root + "/tmp", "1777") &&
+           MountTmpfs(root + "/ZUK", "755") && MountTmpfs(root + "/etc/nox", "755") &&
+           MountTmpfs(root + "/startup_disk", "755");
 }
 
-bool BringLoopbackUp(std::string* error) {
+bool BringLoopbackUp() {
     kira::UniqueFd s(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     struct ifreq ifr = {};
     memcpy(ifr.ifr_name, "lo", 3);
-    if (!s.valid() || ioctl(s.get(), SIOCGIFFLAGS, &ifr) != 0) return false;
+    const bool read = s.valid() && ioctl(s.get(), SIOCGIFFLAGS, &ifr) == 0;
     ifr.ifr_flags = static_cast<short>(ifr.ifr_flags | IFF_UP);
-    if (ioctl(s.get(), SIOCSIFFLAGS, &ifr) == 0) return true;
-    *error = internal::ErrnoText("bring loopback up");
-    return false;
+    return internal::Done(read && ioctl(s.get(), SIOCSIFFLAGS, &ifr) == 0, "bring loopback up");
 }
 
-bool Build(const SandboxOptions& opts, std::string* error) {
-    if (unshare(CLONE_NEWNS | (opts.new_net ? CLONE_NEWNET : 0)) != 0) {
-        *error = internal::ErrnoText("unshare");
-        return false;
-    }
+bool Build(const SandboxOptions& opts) {
+    if (!internal::Done(unshare(CLONE_NEWNS | (opts.new_net ? CLONE_NEWNET : 0)) == 0, "unshare")) return false;
     auto bindBacks = OpenBindBacks();
     const std::string root = kRoot;
-    if (!Mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr, error) ||
-        !Mount("tmpfs", kScratch, "tmpfs", 0, "mode=700", error) || !MountOverlay("/", "root", root, error) ||
-        !BuildRoot(root, opts.new_net, error)) {
+    if (!Mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE) || !Mount("tmpfs", kScratch, "tmpfs", 0, "mode=700") ||
+        !MountOverlay("/", "root", root) || !BuildRoot(root, opts.new_net)) {
         return false;
     }
     for (const auto& [path, fd] : bindBacks) {
-        const std::string source = "/proc/self/fd/" + std::to_string(fd.get());
-        if (!internal::MakeDirsQuiet(root + path, error) ||
-            !Mount(source.c_str(), root + path, nullptr, MS_BIND | MS_REC, nullptr, error)) {
+        if (!MakeDirs(root + path) ||
+            !Mount(("/proc/self/fd/" + std::to_string(fd.get())).c_str(), root + path, nullptr, MS_BIND | MS_REC)) {
             return false;
         }
     }
-    if (chdir(root.c_str()) != 0 || chroot(".") != 0 || chdir("/") != 0) {
-        *error = internal::ErrnoText("chroot");
-        return false;
-    }
-    return internal::MakeDirsQuiet(internal::kScratchDir, error) && internal::StartSyslogCapture(error) &&
-           (!opts.new_net || BringLoopbackUp(error));
+    return internal::Done(chdir(root.c_str()) == 0 && chroot(".") == 0 && chdir("/") == 0, "chroot") &&
+           MakeDirs(internal::kScratchDir) && internal::StartSyslogCapture() && (!opts.new_net || BringLoopbackUp());
 }
 
 bool ProbeNamespaces() {
@@ -160,9 +144,7 @@ bool EnterSandbox(const SandboxOptions& opts) {
         ADD_FAILURE() << "one sandbox per process: run tests through ctest, or one at a time with --gtest_filter";
         return false;
     }
-    std::string error;
-    if (!Build(opts, &error)) {
-        ADD_FAILURE() << "sandbox set-up failed: " << error;
+    if (!Build(opts)) {
         return false;
     }
     // A connection to the host's log socket made earlier would bypass the
@@ -205,9 +187,10 @@ std::string ScratchPath(const std::string& stem) {
            std::to_string(g_scratchCounter.fetch_add(1));
 }
 
-std::string ErrnoText(const std::string& what) {
+bool Done(bool done, const std::string& what) {
     const int err = errno;
-    return what + ": " + strerror(err) + " (errno " + std::to_string(err) + ")";
+    if (!done) ADD_FAILURE() << "test set-up: " << what << ": " << strerror(err) << " (errno " << err << ")";
+    return done;
 }
 
 bool RequireSandbox(const char* what) {

@@ -48,9 +48,10 @@ void SyslogClear();
 int SyslogCount(const std::string& needle, int priority = -1);
 
 // ---- files ----
-void WriteFile(const std::string& path, const std::string& content, mode_t mode = 0644);
+// mkdir -p of the directory first; false after failing the test.
+bool WriteFile(const std::string& path, const std::string& content, mode_t mode = 0644);
 std::string ReadFile(const std::string& path);  // "" when unreadable
-void MakeDirs(const std::string& path);
+bool MakeDirs(const std::string& path);
 // Binds a file holding content over an existing path (/proc/stat, say);
 // again on the same target replaces what is seen. Sandbox only.
 void BindFileOver(const std::string& target, const std::string& content);

@@ -106,20 +106,16 @@ SyslogLine Parse(const std::string& s) {
 
 namespace internal {
 
-bool StartSyslogCapture(std::string* error) {
+bool StartSyslogCapture() {
     unlink(kLogSocket);
     g_fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     struct sockaddr_un addr = {};
     addr.sun_family = AF_UNIX;
     memcpy(addr.sun_path, kLogSocket, strlen(kLogSocket) + 1);
-    if (g_fd < 0 || bind(g_fd, reinterpret_cast<struct sockaddr*>(&addr), sizeof addr) != 0) {
-        *error = ErrnoText("bind /dev/log");
-        return false;
-    }
-    chmod(kLogSocket, 0666);
     void* store = mmap(nullptr, kStoreBytes, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-    if (store == MAP_FAILED) {
-        *error = ErrnoText("map the syslog store");
+    if (!Done(g_fd >= 0 && bind(g_fd, reinterpret_cast<struct sockaddr*>(&addr), sizeof addr) == 0 &&
+                  chmod(kLogSocket, 0666) == 0 && store != MAP_FAILED,
+              "bind /dev/log")) {
         return false;
     }
     g_store = static_cast<Store*>(store);

@@ -1,12 +1,19 @@
 // Line readers, the descriptor read loop, file copy, path checks and builders,
 // record locks and shared mappings with their registry.
 
+#include <fcntl.h>
 #include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <future>
+#include <tuple>
 
 #include "os/base/kira_file.h"
 #include "os/base/kira_io.h"
 #include "os/base/kira_mmap.h"
-#include "tests/os/base/base_test_util.h"
+#include "tests/support/fault_inject.h"
+#include "tests/support/sandbox.h"
 
 // KIRA_readline, LineReader::ReadLine: a line with its newline, carriage returns dropped without taking room, a
 // longer line in pieces of size - 1; nothing past the newline consumed (the descriptor may be shared). Gets is fgets.

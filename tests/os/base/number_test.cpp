@@ -5,6 +5,8 @@
 
 #include <random>
 #include <set>
+#include <thread>
+#include <tuple>
 
 #include "os/base/kira_atomic.h"
 #include "os/base/kira_bitmap.h"
@@ -12,7 +14,7 @@
 #include "os/base/kira_number.h"
 #include "os/base/kira_rbtree.h"
 #include "os/base/kira_system.h"
-#include "tests/os/base/base_test_util.h"
+#include "tests/support/sandbox.h"
 
 // No sign, blank or overflow handling: "" and a bare "0x" are numbers, values
 // wrap modulo 2^64, and a stray character ends the value with a log line.

@@ -1,11 +1,16 @@
 // The shell runner, the command wrappers over it, System V shared memory and threads.
 
+#include <fcntl.h>
 #include <sched.h>
 #include <sys/shm.h>
+#include <unistd.h>
+
+#include <future>
+#include <tuple>
 
 #include "os/base/kira_file.h"
 #include "os/base/kira_system.h"
-#include "tests/os/base/base_test_util.h"
+#include "tests/support/sandbox.h"
 
 // The raw wait status, not the exit code, whatever signals come meanwhile. A
 // ';' or "||" before the last character is refused; '|', "&&" and a final ';' pass.

@@ -249,7 +249,10 @@ SANDBOX_TEST(ConfigFiles, SetUpUnderInjectedFailures) {
                 const int fds = kt::OpenFdCount();
                 kt::FaultArm({kind, n});
                 KIRA_DebugModuleInit();
-                if (!kt::FaultDisarm()) return kt::WriteFile("/tmp/walked", "");
+                if (!kt::FaultDisarm()) {
+                    kt::WriteFile("/tmp/walked", "");
+                    return;
+                }
                 EXPECT_EQ(kt::OpenFdCount(), fds + (DBG_GetLogConfig() != nullptr));
                 EXPECT_EQ(kt::SyslogCount("gid tree error"), kt::SyslogCount("read_gid_conf_line fail"));
                 EXPECT_EQ(LogN(424, 1, "after"), 1);
