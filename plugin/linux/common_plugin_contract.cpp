@@ -9,9 +9,8 @@
 namespace zadi {
 
 float FaultMarker() {
-    // The smallest positive normal float, chosen by the agent as "no value";
-    // built from its bits so no rounding of a literal can change it.
-    const uint32_t bits = 0x00800000u;
+    // Built from its bits so no rounding of a literal can change it.
+    const uint32_t bits = ZADI_FAULT_MARKER_BITS;
     float value;
     memcpy(&value, &bits, sizeof(value));
     return value;

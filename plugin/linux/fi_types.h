@@ -65,4 +65,9 @@ typedef struct {
 // field or the array).
 typedef float (*FI_ITEM_FN)(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI_RESULT_S* result);
 
+// What an item returns for every failure (with result -1 and a reason): the
+// float with these bits, the smallest positive normal one, which the agent
+// takes for "no value".
+#define ZADI_FAULT_MARKER_BITS 0x00800000u
+
 #endif

@@ -22,7 +22,7 @@ namespace zadi {
 
 constexpr size_t kReasonSize = sizeof(((FI_RESULT_S*)nullptr)->reason);
 
-// The float with bit pattern 0x00800000: items return it for every failure.
+// The float with bits ZADI_FAULT_MARKER_BITS: items return it for every failure.
 float FaultMarker();
 
 // result = -1, then the formatted reason (at most 1023 characters).

@@ -16,7 +16,7 @@ namespace zr {
 bool IsFaultMarker(float value) {
     uint32_t bits;
     memcpy(&bits, &value, sizeof(bits));
-    return bits == 0x00800000u;
+    return bits == ZADI_FAULT_MARKER_BITS;
 }
 
 std::string HostName() {

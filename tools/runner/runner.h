@@ -175,7 +175,7 @@ void PrintTableRow(FILE* out, const CallRecord& rec);
 void PrintJson(FILE* out, const CallRecord& rec);
 // A table row or a JSON line, as the options ask.
 void PrintCall(RunnerEnv& env, const CallRecord& rec);
-// The fault marker (bits 0x00800000) rather than a figure.
+// The fault marker (ZADI_FAULT_MARKER_BITS) rather than a figure.
 bool IsFaultMarker(float value);
 std::string HostName();
 // Prose for people: to standard output with a table, to standard error

@@ -6,6 +6,10 @@
 #include <sys/mount.h>
 #include <sys/stat.h>
 
+#include <regex>
+#include <set>
+#include <sstream>
+
 #include "plugin/linux/item_contract_internal.h"
 #include "tests/plugin/linux/items_test_util.h"
 #include "tools/agent_sub/zadi_agent_sub.h"
@@ -85,6 +89,28 @@ SANDBOX_TEST(ItemArguments, EveryItemRefusesInItsOrderWithExactTexts) {
     }
     EXPECT_EQ(ZADI_AgentSubCallCount(ZADI_SUB_CALL_CREATE), 0);
     EXPECT_EQ(kt::SyslogCount("DiagCode"), 0);
+}
+
+// The item list, the C header and the exports lists name the same items.
+TEST(ItemList, HeaderExportsAndListAgree) {
+    std::set<std::string> listed, declared, exported;
+#define ITEST_NAME(name, ...) listed.insert(#name);
+    ZADI_ITEM_LIST(ITEST_NAME)
+#undef ITEST_NAME
+    const std::string header = kt::ReadFile(KIRA_SOURCE_DIR "/plugin/linux/zadi_items.h");
+    const std::regex declaration(R"(KIRA_EXPORT float (\w+)\(int argc)");
+    for (std::sregex_iterator it(header.begin(), header.end(), declaration), end; it != end; ++it) {
+        declared.insert((*it)[1]);
+    }
+    for (const char* list : {"plugin_items.txt", "plugin_census.txt"}) {
+        std::istringstream lines(kt::ReadFile(KIRA_SOURCE_DIR "/exports/" + std::string(list)));
+        for (std::string line; std::getline(lines, line);) {
+            if (listed.count(line) != 0) exported.insert(line);
+        }
+    }
+    EXPECT_EQ(listed.size(), 25u);
+    EXPECT_EQ(declared, listed);
+    EXPECT_EQ(exported, listed);
 }
 
 SANDBOX_TEST(SystemItems, ReasonsPeriodsCountersLinesByPositionAndTheDiskFiguresDoubleRounding) {

@@ -17,6 +17,7 @@
 #include "plugin/linux/allprocess.h"
 #include "plugin/linux/err_report.h"
 #include "plugin/linux/process_monitor.h"
+#include "plugin/linux/zadi_item_list.h"
 #include "plugin/linux/zadi_linux_plugin.h"
 #include "tests/support/sandbox.h"
 
@@ -29,7 +30,7 @@ inline uint32_t Bits(float f) {
     memcpy(&b, &f, sizeof(b));
     return b;
 }
-constexpr uint32_t kMarkerBits = 0x00800000u;
+constexpr uint32_t kMarkerBits = ZADI_FAULT_MARKER_BITS;
 
 // One configured item: parameters, the context the agent keeps between calls,
 // and a result set before each call to values any write changes.
@@ -113,24 +114,27 @@ inline int Listed(int (*scan)(struct list_head*)) {
     return rc;
 }
 
-// clang-format off
-struct ItemCase { const char* name; FI_ITEM_FN fn; Shape shape; };
-#define ITEST_ITEM(fn, shape) {#fn, fn, shape}
-inline const ItemCase kItems[] = {
-    ITEST_ITEM(GetDiskUsage, kDisk), ITEST_ITEM(GetSysCPU, kSysCtx), ITEST_ITEM(GetSysUsrCPU, kSysCtx),
-    ITEST_ITEM(GetSysMemory, kSys), ITEST_ITEM(GetSysFreeMemory, kSys),
-    ITEST_ITEM(GetProcessSysCPU, kByCmd), ITEST_ITEM(GetProcessSysCPUExtern, kByCmd),
-    ITEST_ITEM(GetProcessCoreCPU, kByCmd), ITEST_ITEM(GetProcessCoreCPUExtern, kByCmd),
-    ITEST_ITEM(GetProcessMemory, kByCmd), ITEST_ITEM(GetProcessMemoryExtern, kByCmd),
-    ITEST_ITEM(GetProcessHandle, kByCmd), ITEST_ITEM(GetProcessHandleExtern, kByCmd),
-    ITEST_ITEM(IsExistProcess, kByCmd), ITEST_ITEM(IsExistProcessExtern, kByCmd),
-    ITEST_ITEM(IsExistProcessPreCmd, kPreCmd),
-    ITEST_ITEM(GetProcessSysCPUFuzzyMatch, kFuzzy), ITEST_ITEM(GetProcessSysCPUFuzzyMatchCfgPeriod, kPeriod),
-    ITEST_ITEM(GetProcessCoreCPUFuzzyMatch, kFuzzy), ITEST_ITEM(GetProcessCoreCPUFuzzyMatchCfgPeriod, kPeriod),
-    ITEST_ITEM(GetProcessMemoryFuzzyMatch, kFuzzy), ITEST_ITEM(GetProcessHandleFuzzyMatch, kFuzzy),
-    ITEST_ITEM(ProcessHeartBeat, kHeartbeat), ITEST_ITEM(ClearHeartBeatFile, kClear), ITEST_ITEM(SendErrRpt, kReport)};
+// The shape follows from what the item reads.
+inline Shape ShapeOf(const std::string& name, const std::string& params, bool primes, bool wildcard) {
+    if (name == "ClearHeartBeatFile") return kClear;
+    if (params.empty()) return primes ? kSysCtx : kSys;
+    if (params == "Path") return kDisk;
+    if (params == "ProcessName") return wildcard ? kFuzzy : kByCmd;
+    if (params == "ProcessName Period") return kPeriod;
+    if (params.rfind("ProcessName PreCmd", 0) == 0) return kPreCmd;
+    return params.rfind("ProcessName ProcessMoudleId", 0) == 0 ? kHeartbeat : kReport;
+}
+struct ItemCase {
+    const char* name;
+    FI_ITEM_FN fn;
+    Shape shape;
+};
+#define ITEST_ITEM(name, unit, params, match, pid, primes, meaning) \
+    {#name, name, ShapeOf(#name, params, primes, std::string(#match) == "Wildcard")},
+inline const ItemCase kItems[] = {ZADI_ITEM_LIST(ITEST_ITEM)};
 #undef ITEST_ITEM
 
+// clang-format off
 // lowest: statuses run from this failure code up to 0.
 struct CensusCase { const char* name; int (*call)(const Watched& w); int lowest; };
 inline const CensusCase kCensus[] = {
