@@ -26,6 +26,8 @@
 #include "os/sysinfo/kira_schedwork.h"
 #include "os/sysinfo/sysinfo_internal.h"
 
+using namespace kira_sysinfo;
+
 namespace {
 
 using Clock = std::chrono::steady_clock;

@@ -12,6 +12,8 @@
 
 #include "os/time/zone_internal.h"
 
+using namespace kira_time;
+
 // Bad lines are logged; the fuzzer has no use for the log.
 extern "C" void syslog(int, const char*, ...) {}
 extern "C" void __syslog_chk(int, int, const char*, ...) {}

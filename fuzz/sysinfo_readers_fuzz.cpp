@@ -13,13 +13,15 @@
 
 #include "os/sysinfo/sysinfo_internal.h"
 
+using namespace kira_sysinfo;
+
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (size < 2) return 0;
     uint32_t processor = data[0] % 4;
     std::string file(reinterpret_cast<const char*>(data + 1), size - 1);
     FILE* fp = fmemopen(&file[0], file.size(), "r");
     if (fp == nullptr) return 0;
-    SysinfoLines loaded;
+    FileLines loaded;
     if (read_file(fp, &loaded.lines, &loaded.count) != 0) return 0;
     for (uint32_t i = 0; i < loaded.count; i++) {
         if (loaded.lines[i] == nullptr) abort();
@@ -31,15 +33,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         }
     }
     lscpu_t l = {};
-    SysinfoParseLscpu(loaded.lines, loaded.count, &l);
+    ParseLscpu(loaded.lines, loaded.count, &l);
     cpuinfo_t c = {};
-    (void)SysinfoParseCpuinfo(loaded.lines, loaded.count, processor, &c);
+    (void)ParseCpuinfo(loaded.lines, loaded.count, processor, &c);
     if (strnlen(c.modelName, sizeof(c.modelName)) == sizeof(c.modelName)) abort();
     netdev_info_t n = {};
-    (void)SysinfoParseNetdev(loaded.lines, loaded.count, "lo", &n);
+    (void)ParseNetdev(loaded.lines, loaded.count, "lo", &n);
     disk_stats_t d = {};
-    (void)SysinfoParseDiskstats(loaded.lines, loaded.count, "sda ", &d);
+    (void)ParseDiskstats(loaded.lines, loaded.count, "sda ", &d);
     processor_stat_t s = {};
-    (void)SysinfoParseProcessorStats(loaded.lines[0], &s);
+    (void)ParseProcessorStats(loaded.lines[0], &s);
     return 0;
 }

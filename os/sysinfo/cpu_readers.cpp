@@ -10,6 +10,7 @@
 #include "os/sysinfo/sysinfo_internal.h"
 #include "safec/safec.h"
 
+namespace kira_sysinfo {
 namespace {
 
 const char kCpuinfoPath[] = "/proc/cpuinfo";
@@ -46,7 +47,7 @@ void KeepMaximum(const char* value, uint32_t* field) {
 
 void ApplyLscpuLine(const char* line, lscpu_t* info, uint32_t* siblings) {
     for (int key = 0; key < kLscpuKeyCount; key++) {
-        const char* value = SysinfoValueAfter(line, kLscpuKeys[key]);
+        const char* value = ValueAfter(line, kLscpuKeys[key]);
         if (value == nullptr) {
             continue;
         }
@@ -103,8 +104,8 @@ int ParseCpuinfoInto(Record* record, const char* nullMessage, Parse parse) {
         return -22;
     }
     *record = Record{};
-    SysinfoLines file;
-    if (SysinfoLoadLines(kCpuinfoPath, &file) != 0) {
+    FileLines file;
+    if (LoadLines(kCpuinfoPath, &file) != 0) {
         return -1;
     }
     return parse(file);
@@ -112,7 +113,7 @@ int ParseCpuinfoInto(Record* record, const char* nullMessage, Parse parse) {
 
 }  // namespace
 
-void SysinfoParseLscpu(char* const* lines, uint32_t count, lscpu_t* info) {
+void ParseLscpu(char* const* lines, uint32_t count, lscpu_t* info) {
     uint32_t siblings = 0;
     for (uint32_t i = 0; i < count; i++) {
         if (lines[i] != nullptr) {
@@ -129,7 +130,7 @@ void SysinfoParseLscpu(char* const* lines, uint32_t count, lscpu_t* info) {
     }
 }
 
-int SysinfoParseCpuinfo(char* const* lines, uint32_t count, uint32_t processor, cpuinfo_t* desc) {
+int ParseCpuinfo(char* const* lines, uint32_t count, uint32_t processor, cpuinfo_t* desc) {
     uint32_t current = 0;
     bool found = false;
     for (uint32_t i = 0; i < count; i++) {
@@ -137,7 +138,7 @@ int SysinfoParseCpuinfo(char* const* lines, uint32_t count, uint32_t processor, 
         if (line == nullptr) {
             continue;
         }
-        const char* number = SysinfoValueAfter(line, kProcessorKey);
+        const char* number = ValueAfter(line, kProcessorKey);
         if (number != nullptr) {
             ScanUnsigned(number, &current);
             if (current > processor) {
@@ -148,10 +149,10 @@ int SysinfoParseCpuinfo(char* const* lines, uint32_t count, uint32_t processor, 
         if (current != processor) {
             continue;
         }
-        const char* sizes = SysinfoValueAfter(line, "address sizes\t: ");
+        const char* sizes = ValueAfter(line, "address sizes\t: ");
         if (sizes != nullptr) {
             ScanUnsigned(sizes, &desc->addressSizes);
-        } else if (SysinfoValueAfter(line, "model name\t: ") != nullptr) {
+        } else if (ValueAfter(line, "model name\t: ") != nullptr) {
             if (!CopyModelName(line, desc)) {
                 return -1;
             }
@@ -162,7 +163,7 @@ int SysinfoParseCpuinfo(char* const* lines, uint32_t count, uint32_t processor, 
     return found ? 0 : -1;
 }
 
-int SysinfoParseProcessorStats(const char* firstLine, processor_stat_t* counters) {
+int ParseProcessorStats(const char* firstLine, processor_stat_t* counters) {
     if (strstr(firstLine, "cpu  ") == nullptr) {
         return -1;
     }
@@ -182,20 +183,23 @@ int SysinfoParseProcessorStats(const char* firstLine, processor_stat_t* counters
     return 0;
 }
 
+}  // namespace kira_sysinfo
+
+using namespace kira_sysinfo;
+
 extern "C" {
 
 KIRA_EXPORT int KIRA_lscpu(lscpu_t* info) {
-    return ParseCpuinfoInto(info, "lscpu_t is NULL in KIRA_lscpu!\n", [info](const SysinfoLines& file) {
-        SysinfoParseLscpu(file.lines, file.count, info);
+    return ParseCpuinfoInto(info, "lscpu_t is NULL in KIRA_lscpu!\n", [info](const FileLines& file) {
+        ParseLscpu(file.lines, file.count, info);
         return 0;
     });
 }
 
 KIRA_EXPORT int KIRA_get_cpuinfo(cpuinfo_t* desc, uint32_t processor) {
-    return ParseCpuinfoInto(desc, "cpuinfo is NULL in KIRA_get_cpuinfo!\n",
-                            [desc, processor](const SysinfoLines& file) {
-                                return SysinfoParseCpuinfo(file.lines, file.count, processor, desc);
-                            });
+    return ParseCpuinfoInto(desc, "cpuinfo is NULL in KIRA_get_cpuinfo!\n", [desc, processor](const FileLines& file) {
+        return ParseCpuinfo(file.lines, file.count, processor, desc);
+    });
 }
 
 KIRA_EXPORT int KIRA_get_all_processor_stats(processor_stat_t* counters) {
@@ -216,7 +220,7 @@ KIRA_EXPORT int KIRA_get_all_processor_stats(processor_stat_t* counters) {
     if (got < 0) {
         return -1;
     }
-    return SysinfoParseProcessorStats(line, counters);
+    return ParseProcessorStats(line, counters);
 }
 
 }  // extern "C"

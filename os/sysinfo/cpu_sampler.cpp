@@ -15,6 +15,7 @@
 #include "os/time/kira_time.h"
 #include "safec/safec.h"
 
+namespace kira_sysinfo {
 namespace {
 
 constexpr int kStatLineSize = 160;
@@ -83,6 +84,10 @@ void* KIRA_CalcCpuUsageThread(void* unused) {
     Store(&iExitFlag, 0);
     return nullptr;
 }
+
+}  // namespace kira_sysinfo
+
+using namespace kira_sysinfo;
 
 extern "C" {
 

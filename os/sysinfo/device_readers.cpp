@@ -16,6 +16,7 @@
 #include "os/sysinfo/sysinfo_internal.h"
 #include "safec/safec.h"
 
+namespace kira_sysinfo {
 namespace {
 
 const char kNetdevPath[] = "/proc/net/dev";
@@ -60,7 +61,7 @@ uint64_t LinkSpeed(const char* name) {
 
 }  // namespace
 
-int SysinfoParseNetdev(char* const* lines, uint32_t count, const char* name, netdev_info_t* stat) {
+int ParseNetdev(char* const* lines, uint32_t count, const char* name, netdev_info_t* stat) {
     size_t nameLen = strlen(name);
     for (uint32_t i = 0; i < count; i++) {
         const char* colon = lines[i] != nullptr ? FindNameColon(lines[i], name, nameLen) : nullptr;
@@ -79,7 +80,7 @@ int SysinfoParseNetdev(char* const* lines, uint32_t count, const char* name, net
     return -1;
 }
 
-int SysinfoParseDiskstats(char* const* lines, uint32_t count, const char* key, disk_stats_t* stat) {
+int ParseDiskstats(char* const* lines, uint32_t count, const char* key, disk_stats_t* stat) {
     size_t keyLen = strlen(key);
     for (uint32_t i = 0; i < count; i++) {
         const char* found = lines[i] != nullptr ? strstr(lines[i], key) : nullptr;
@@ -95,6 +96,10 @@ int SysinfoParseDiskstats(char* const* lines, uint32_t count, const char* key, d
     return -1;
 }
 
+}  // namespace kira_sysinfo
+
+using namespace kira_sysinfo;
+
 extern "C" {
 
 KIRA_EXPORT int KIRA_get_netdev_info(const char* name, netdev_info_t* stat) {
@@ -108,11 +113,11 @@ KIRA_EXPORT int KIRA_get_netdev_info(const char* name, netdev_info_t* stat) {
         return -22;
     }
     stat->speed = LinkSpeed(name);
-    SysinfoLines file;
-    if (SysinfoLoadLines(kNetdevPath, &file) != 0) {
+    FileLines file;
+    if (LoadLines(kNetdevPath, &file) != 0) {
         return -1;
     }
-    return SysinfoParseNetdev(file.lines, file.count, name, stat);
+    return ParseNetdev(file.lines, file.count, name, stat);
 }
 
 KIRA_EXPORT int KIRA_get_disk_stats(const char* name, disk_stats_t* stat) {
@@ -125,8 +130,8 @@ KIRA_EXPORT int KIRA_get_disk_stats(const char* name, disk_stats_t* stat) {
         syslog(LOG_INFO, "disk_name is empty in KIRA_get_disk_stats!\n");
         return -22;
     }
-    SysinfoLines file;
-    if (SysinfoLoadLines(kDiskstatsPath, &file) != 0) {
+    FileLines file;
+    if (LoadLines(kDiskstatsPath, &file) != 0) {
         return -1;
     }
     size_t keySize = strlen(name) + 2;
@@ -139,7 +144,7 @@ KIRA_EXPORT int KIRA_get_disk_stats(const char* name, disk_stats_t* stat) {
     if (snprintf_s(text, keySize, keySize - 1, "%s ", name) < 0) {
         return -1;
     }
-    return SysinfoParseDiskstats(file.lines, file.count, text, stat);
+    return ParseDiskstats(file.lines, file.count, text, stat);
 }
 
 }  // extern "C"

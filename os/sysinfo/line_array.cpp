@@ -9,6 +9,7 @@
 #include "os/sysinfo/sysinfo_internal.h"
 #include "safec/safec.h"
 
+namespace kira_sysinfo {
 namespace {
 
 constexpr size_t kCountBufferSize = 1024;
@@ -120,7 +121,7 @@ void free_2d_buffer(char** lines, uint32_t count) {
     free(lines);
 }
 
-const char* SysinfoValueAfter(const char* line, const char* key) {
+const char* ValueAfter(const char* line, const char* key) {
     if (line == nullptr || key == nullptr || line[0] == '\0' || key[0] == '\0') {
         return nullptr;
     }
@@ -132,7 +133,7 @@ const char* SysinfoValueAfter(const char* line, const char* key) {
     return rest[0] == '\0' ? nullptr : rest;
 }
 
-int SysinfoLoadLines(const char* path, SysinfoLines* out) {
+int LoadLines(const char* path, FileLines* out) {
     FILE* fp = fopen(path, "r");
     if (fp == nullptr) {
         syslog(LOG_INFO, "Failed to open %s file.\n", path);
@@ -146,7 +147,7 @@ int SysinfoLoadLines(const char* path, SysinfoLines* out) {
 }
 
 char* copy_string_part_after_delim(const char* line, const char* key) {
-    const char* rest = SysinfoValueAfter(line, key);
+    const char* rest = ValueAfter(line, key);
     if (rest == nullptr) {
         return nullptr;
     }
@@ -162,3 +163,5 @@ char* copy_string_part_after_delim(const char* line, const char* key) {
     copy[len] = '\0';
     return copy;
 }
+
+}  // namespace kira_sysinfo

@@ -14,6 +14,8 @@
 #include "os/sysinfo/kira_schedwork.h"
 #include "os/sysinfo/sysinfo_internal.h"
 
+namespace kira_sysinfo {
+
 atomic64_t g_stSchedWorkAlive = ATOMIC64_INIT(0);
 atomic64_t g_stSchedWorkSpare = ATOMIC64_INIT(0);
 
@@ -80,6 +82,10 @@ void WaitForWork() {
 }
 
 }  // namespace
+
+}  // namespace kira_sysinfo
+
+using namespace kira_sysinfo;
 
 extern "C" {
 

@@ -11,6 +11,8 @@
 #include "os/base/kira_atomic.h"
 #include "os/sysinfo/kira_sysinfo.h"
 
+namespace kira_sysinfo {
+
 // ---- CPU usage sampler ----
 // 1 with the idle and total ticks of the first /proc/stat line, 0 when it
 // cannot be read or holds fewer than 4 counters.
@@ -34,32 +36,34 @@ void free_2d_buffer(char** lines, uint32_t count);
 char* copy_string_part_after_delim(const char* line, const char* key);
 // Where the text after the first occurrence of key in line starts; null when
 // key is absent or nothing follows it (the match rule of every reader).
-const char* SysinfoValueAfter(const char* line, const char* key);
+const char* ValueAfter(const char* line, const char* key);
 
 // A loaded file, freed with its owner.
-struct SysinfoLines {
+struct FileLines {
     char** lines = nullptr;
     uint32_t count = 0;
-    SysinfoLines() = default;
-    SysinfoLines(const SysinfoLines&) = delete;
-    SysinfoLines& operator=(const SysinfoLines&) = delete;
-    ~SysinfoLines() { free_2d_buffer(lines, count); }
+    FileLines() = default;
+    FileLines(const FileLines&) = delete;
+    FileLines& operator=(const FileLines&) = delete;
+    ~FileLines() { free_2d_buffer(lines, count); }
 };
 // fopen and read_file with the readers' messages ("Failed to open %s
 // file.", "Failed to read %s!"); 0 or -1.
-int SysinfoLoadLines(const char* path, SysinfoLines* out);
+int LoadLines(const char* path, FileLines* out);
 
 // ---- parsers over loaded lines (slots may be null) ----
-void SysinfoParseLscpu(char* const* lines, uint32_t count, lscpu_t* info);
-int SysinfoParseCpuinfo(char* const* lines, uint32_t count, uint32_t processor, cpuinfo_t* desc);
-int SysinfoParseNetdev(char* const* lines, uint32_t count, const char* name, netdev_info_t* stat);
-int SysinfoParseDiskstats(char* const* lines, uint32_t count, const char* key, disk_stats_t* stat);
+void ParseLscpu(char* const* lines, uint32_t count, lscpu_t* info);
+int ParseCpuinfo(char* const* lines, uint32_t count, uint32_t processor, cpuinfo_t* desc);
+int ParseNetdev(char* const* lines, uint32_t count, const char* name, netdev_info_t* stat);
+int ParseDiskstats(char* const* lines, uint32_t count, const char* key, disk_stats_t* stat);
 // Ten counters from the sixth character of the first /proc/stat line
 // when it holds "cpu  "; 0 or -1.
-int SysinfoParseProcessorStats(const char* firstLine, processor_stat_t* counters);
+int ParseProcessorStats(const char* firstLine, processor_stat_t* counters);
 
 // ---- scheduled work pool ----
 extern atomic64_t g_stSchedWorkAlive;  // threads alive
 extern atomic64_t g_stSchedWorkSpare;  // threads waiting for work or being started to wait
+
+}  // namespace kira_sysinfo
 
 #endif

@@ -10,6 +10,10 @@
 #include "os/time/time_internal.h"
 #include "safec/safec.h"
 
+using namespace kira_time;
+
+namespace kira_time {
+
 namespace {
 
 constexpr uint32_t kSecondsPerDay = 86400;
@@ -104,6 +108,8 @@ void KIRA_GmTimeGetHourMinSec(uint32_t secondsOfDay, uint32_t* hour, uint32_t* m
     *minute = (secondsOfDay / 60) % 60;
     *second = secondsOfDay % 60;
 }
+
+}  // namespace kira_time
 
 extern "C" KIRA_EXPORT void KIRA_GmTime(const int64_t* seconds, KIRA_DATE_TIME_S* record) {
     if (record == nullptr) {

@@ -8,12 +8,18 @@
 #include "os/time/kira_time.h"
 #include "os/time/time_internal.h"
 
+using namespace kira_time;
+
+namespace kira_time {
+
 int64_t _KIRA_GetTime(void) {
     struct timeval now = {};
     struct timezone zone = {};
     gettimeofday(&now, &zone);
     return static_cast<int64_t>(now.tv_sec);
 }
+
+}  // namespace kira_time
 
 extern "C" KIRA_EXPORT int64_t KIRA_GetTime(int64_t* seconds) {
     int64_t now = _KIRA_GetTime();

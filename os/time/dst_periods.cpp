@@ -11,6 +11,10 @@
 #include "os/time/zone_internal.h"
 #include "safec/safec.h"
 
+using namespace kira_time;
+
+namespace kira_time {
+
 namespace {
 
 constexpr char kYearBeginText[] = "01-01 00:00:00";
@@ -172,6 +176,8 @@ int read_dst_file(const char* path, int year, KIRA_DST_CONFIG_S* config) {
     config->count = i;
     return 0;
 }
+
+}  // namespace kira_time
 
 extern "C" KIRA_EXPORT int KIRA_show_dst_config(int year, const char* zone, KIRA_DST_CONFIG_S* config) {
     if (zone == nullptr || config == nullptr) {

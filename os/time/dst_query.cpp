@@ -7,6 +7,10 @@
 #include "os/time/zone_internal.h"
 #include "safec/safec.h"
 
+using namespace kira_time;
+
+namespace kira_time {
+
 namespace {
 
 constexpr size_t kQueryTextSize = 14;
@@ -18,6 +22,8 @@ bool StartsAtYearBegin(const KIRA_DST_PERIOD_S& p) { return strcmp(p.beginText, 
 bool EndsAtYearEnd(const KIRA_DST_PERIOD_S& p) { return strcmp(p.endText, "12-31 23:59:59") == 0; }
 
 }  // namespace
+
+}  // namespace kira_time
 
 extern "C" {
 

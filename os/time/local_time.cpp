@@ -9,6 +9,8 @@
 #include "os/time/zone_internal.h"
 #include "safec/safec.h"
 
+using namespace kira_time;
+
 extern "C" {
 
 KIRA_EXPORT int64_t KIRA_GetLocalTimeFromUtcTime(int64_t utc) {
@@ -36,6 +38,8 @@ KIRA_EXPORT int64_t KIRA_GetLocalTime(int64_t* local) {
 KIRA_EXPORT int KIRA_GetDSTTime(int64_t* local) { return KIRA_GetLocalTime(local) != 0 ? 0 : -1; }
 
 }  // extern "C"
+
+namespace kira_time {
 
 int get_this_year(void) {
     const time_t now = time(nullptr);
@@ -83,6 +87,8 @@ int get_timezone_name(char* buffer, size_t size) {
     buffer[len] = '\0';
     return 0;
 }
+
+}  // namespace kira_time
 
 extern "C" KIRA_EXPORT int KIRA_GetTimeZone(char* offsetText, char* name, char* abbrev) {
     char zone[KIRA_ZONE_NAME_SIZE];

@@ -5,6 +5,8 @@
 
 #include <stdint.h>
 
+namespace kira_time {
+
 // Seconds since the epoch straight from gettimeofday, sign kept.
 int64_t _KIRA_GetTime(void);
 
@@ -16,5 +18,7 @@ void KIRA_GmTimeGetYearDays(uint64_t days, uint32_t* year, uint32_t* dayOfYear, 
 // A day of the year past its end walks through all twelve months: month 13.
 void KIRA_GmTimeGetMonthDayFromDaysOfYear(uint32_t year, uint32_t dayOfYear, uint32_t* month, uint32_t* day);
 void KIRA_GmTimeGetHourMinSec(uint32_t secondsOfDay, uint32_t* hour, uint32_t* minute, uint32_t* second);
+
+}  // namespace kira_time
 
 #endif

@@ -11,6 +11,8 @@
 #include "os/time/zone_internal.h"
 #include "safec/safec.h"
 
+namespace kira_time {
+
 namespace {
 
 bool IsZoneNameChar(char c) {
@@ -132,3 +134,5 @@ int read_dst_line(const char* line, KIRA_DST_LINE_S* rec) {
     (void)gmtime_r(&local, &rec->local);
     return 0;
 }
+
+}  // namespace kira_time

@@ -20,6 +20,8 @@
 // Lines of the cache are read in pieces of at most this size less one.
 #define KIRA_DST_LINE_SIZE 128
 
+namespace kira_time {
+
 // One line of "zdump -v": a transition's last second before it, or its first
 // second.
 typedef struct tagKIRA_DST_LINE_S {
@@ -55,5 +57,7 @@ int get_this_year(void);
 int32_t get_gmt_offset(const struct tm* tm);
 int get_timezone_name(char* buffer, size_t size);
 int read_timezone_file(const char* path, int64_t low, int64_t high, KIRA_TZ_TRANSITIONS_S* table);
+
+}  // namespace kira_time
 
 #endif

@@ -11,6 +11,10 @@
 #include "os/base/kira_raii.h"
 #include "os/time/zone_internal.h"
 
+using namespace kira_time;
+
+namespace kira_time {
+
 // The record is the ioctl's argument: its layout is shared with the kernel.
 static_assert(sizeof(KIRA_TZ_TRANSITION_S) == 16, "transition entry is 16 bytes");
 static_assert(offsetof(KIRA_TZ_TRANSITION_S, time) == 0, "time at byte 0");
@@ -68,6 +72,8 @@ int read_timezone_file(const char* path, int64_t low, int64_t high, KIRA_TZ_TRAN
     }
     return result;
 }
+
+}  // namespace kira_time
 
 extern "C" KIRA_EXPORT int sync_timezone_to_kernel(void) {
     char zone[KIRA_ZONE_NAME_SIZE];

@@ -13,6 +13,10 @@
 #include "os/time/zone_internal.h"
 #include "safec/safec.h"
 
+using namespace kira_time;
+
+namespace kira_time {
+
 namespace {
 
 constexpr char kClockFile[] = "/etc/sysconfig/clock";
@@ -45,6 +49,8 @@ void EditClockFile(const char* zone) {
 }
 
 }  // namespace
+
+}  // namespace kira_time
 
 extern "C" KIRA_EXPORT int KIRA_SetTimeZone(const char* zone) {
     if (zone == nullptr) {

@@ -24,6 +24,8 @@
 #include "tests/support/fault_inject.h"
 #include "tests/support/sandbox.h"
 
+using namespace kira_sysinfo;
+
 using Clock = std::chrono::steady_clock;
 using Ints = std::vector<int>;
 using Strings = std::vector<std::string>;
@@ -135,7 +137,7 @@ SANDBOX_TEST(Parsers, LineArrayKeysLscpuAndCpuinfo) {
         FILE* fp = tmpfile();
         fwrite(content.data(), 1, content.size(), fp);
         rewind(fp);
-        SysinfoLines got;
+        FileLines got;
         EXPECT_EQ(read_file(fp, &got.lines, &got.count), count == 0 ? -1 : 0);
         EXPECT_EQ(got.count == 0 ? "" : std::string(got.lines[1]) + got.lines[3],
                   count == 0 ? "" : std::string(3000, 'x') + "\nlast\n");

@@ -10,6 +10,8 @@
 #include "os/time/zone_internal.h"
 #include "tests/support/sandbox.h"
 
+using namespace kira_time;
+
 namespace {
 
 constexpr char kPlanted[] = "Etc/GMT-3";  // a real zone whose cache the tests plant
