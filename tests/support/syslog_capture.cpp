@@ -11,6 +11,7 @@
 #include <stddef.h>
 #include <stdint.h>
 #include <pthread.h>
+#include <sched.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/mman.h>
@@ -19,6 +20,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <thread>
 
 #include "tests/support/sandbox_internal.h"
@@ -72,7 +74,10 @@ size_t Drain() {
     return DrainLocked();
 }
 
+std::atomic<bool> g_draining{false};
+
 [[noreturn]] void DrainForever() {
+    g_draining.store(true);
     for (;;) {
         struct pollfd p = {g_fd, POLLIN, 0};
         if (poll(&p, 1, -1) > 0) Drain();
@@ -123,7 +128,10 @@ bool StartSyslogCapture() {
     pthread_mutexattr_init(&shared);
     pthread_mutexattr_setpshared(&shared, PTHREAD_PROCESS_SHARED);
     pthread_mutex_init(&g_store->mu, &shared);
+    // A fork while the thread is still starting would leave the child a
+    // lock of the sanitizers' allocator that nobody there will release.
     std::thread(DrainForever).detach();
+    while (!g_draining.load()) sched_yield();
     return true;
 }
 
