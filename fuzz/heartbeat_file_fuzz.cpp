@@ -8,7 +8,7 @@
 #include <stdlib.h>
 #include <string.h>
 
-#include "plugin/linux/process_monitor_internal.h"
+#include "plugin/linux/plugin_internal.h"
 
 namespace {
 

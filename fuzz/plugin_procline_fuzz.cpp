@@ -8,7 +8,7 @@
 
 #include <vector>
 
-#include "plugin/linux/proc_read_internal.h"
+#include "plugin/linux/plugin_internal.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     std::vector<char> line(data, data + size);

@@ -1,6 +1,9 @@
-// SendErrRpt and its steps: the error code, the per-code report creators
-// (CPU and memory share one), the heartbeat report's parameters, and the
-// send that always ends with the report destroyed.
+// SendErrRpt: an error report raised through the agent for a fault the agent
+// detected. In order: the report handle's holder and the primary key, the
+// error code, the heartbeat report's parameters and the ones attached, the
+// per-code report creators (CPU and memory share one), and the send that
+// always ends with the report destroyed. Each step that fails has already
+// written result and reason.
 
 #include "plugin/linux/err_report.h"
 
@@ -8,16 +11,11 @@
 
 #include "os/base/kira_number.h"
 #include "os/base/kira_raii.h"
-#include "plugin/linux/err_report_internal.h"
-#include "plugin/linux/item_contract_internal.h"
-#include "plugin/linux/plugin_log_internal.h"
+#include "plugin/linux/plugin_internal.h"
 #include "plugin/linux/zadi_inner.h"
 #include "safec/safec.h"
 
-using zadi::ParamName;
-using zadi::ParamValue;
-using zadi::SetFault;
-
+namespace zadi {
 namespace {
 
 constexpr uint32_t kNoErrCode = 0xFFFFFFFFu;
@@ -57,8 +55,7 @@ ZADI_ERRREPORT_S* CreateWithKey(ZADI_PRIMARY_KEY_S* key, FI_RESULT_S* result) {
 
 bool IsNeverAttached(const char* name) { return strcmp(name, "ErrCode") == 0 || strcmp(name, "RecoverCmd") == 0; }
 
-}  // namespace
-
+// "ErrCode" converted and cut to 32 bits; 0xFFFFFFFF when it is absent.
 uint32_t GetErrCodeFromArgv(int argc, FI_PARAM_S* argv) {
     ParamValue text;
     if (!zadi::LoadParam(argc, argv, "ErrCode", &text)) {
@@ -67,6 +64,7 @@ uint32_t GetErrCodeFromArgv(int argc, FI_PARAM_S* argv) {
     return static_cast<uint32_t>(KIRA_StrToU64(text.c_str()));
 }
 
+// 0 with the three pointers set ("UserData" may be null), 1 on failure.
 int GetHeartbeatLastParaFormArg(int argc, FI_PARAM_S* argv, char** strProcName, char** strProcModId,
                                 char** strhangFlowId, FI_RESULT_S* result) {
     *strProcName = GetParaValue(argc, argv, "ProcessName");
@@ -83,6 +81,8 @@ int GetHeartbeatLastParaFormArg(int argc, FI_PARAM_S* argv, char** strProcName, 
     return 0;
 }
 
+// Attaches every parameter except "ErrCode" and "RecoverCmd", in order.
+// 0 on success, 1 at the first refusal.
 int AddParaToErrRpt(int argc, FI_PARAM_S* argv, ZADI_ERRREPORT_S* errRpt, FI_RESULT_S* result) {
     ParamName name;
     ParamValue value;
@@ -146,8 +146,6 @@ ZADI_ERRREPORT_S* CreateErrRptheartbeatLast(int argc, FI_PARAM_S* argv, unsigned
     return report.release();
 }
 
-namespace {
-
 ZADI_ERRREPORT_S* CreateForCode(int argc, FI_PARAM_S* argv, uint32_t uErrCode, FI_RESULT_S* result) {
     switch (uErrCode) {
         case ZADI_ERRCODE_SYS_CPU_HIGH:
@@ -163,6 +161,9 @@ ZADI_ERRREPORT_S* CreateForCode(int argc, FI_PARAM_S* argv, uint32_t uErrCode, F
 }
 
 }  // namespace
+}  // namespace zadi
+
+using zadi::SetFault;
 
 float SendErrRpt(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* /*context*/, FI_RESULT_S* result) {
     if (result == nullptr) {
@@ -172,12 +173,12 @@ float SendErrRpt(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* /*context*/, FI_RESUL
         SetFault(result, "Input parameter number error.");
         return zadi::FaultMarker();
     }
-    uint32_t uErrCode = GetErrCodeFromArgv(argc, argv);
-    if (uErrCode == kNoErrCode) {
+    uint32_t uErrCode = zadi::GetErrCodeFromArgv(argc, argv);
+    if (uErrCode == zadi::kNoErrCode) {
         SetFault(result, "Get para 'ErrCode' failed.");
         return zadi::FaultMarker();
     }
-    ReportHolder report(CreateForCode(argc, argv, uErrCode, result));
+    zadi::ReportHolder report(zadi::CreateForCode(argc, argv, uErrCode, result));
     if (!report) {
         return zadi::FaultMarker();
     }

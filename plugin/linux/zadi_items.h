@@ -11,14 +11,14 @@
 extern "C" {
 #endif
 
-// System items: common_plugin_system_items.cpp.
+// System items: items.cpp.
 KIRA_EXPORT float GetDiskUsage(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI_RESULT_S* result);
 KIRA_EXPORT float GetSysCPU(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI_RESULT_S* result);
 KIRA_EXPORT float GetSysUsrCPU(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI_RESULT_S* result);
 KIRA_EXPORT float GetSysMemory(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI_RESULT_S* result);
 KIRA_EXPORT float GetSysFreeMemory(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI_RESULT_S* result);
 
-// Process items: common_plugin_items.cpp.
+// Process items: items.cpp.
 KIRA_EXPORT float GetProcessSysCPU(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI_RESULT_S* result);
 KIRA_EXPORT float GetProcessSysCPUExtern(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI_RESULT_S* result);
 KIRA_EXPORT float GetProcessCoreCPU(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI_RESULT_S* result);
@@ -39,7 +39,7 @@ KIRA_EXPORT float GetProcessCoreCPUFuzzyMatchCfgPeriod(int argc, FI_PARAM_S* arg
 KIRA_EXPORT float GetProcessMemoryFuzzyMatch(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI_RESULT_S* result);
 KIRA_EXPORT float GetProcessHandleFuzzyMatch(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI_RESULT_S* result);
 
-// Heartbeat check: process_monitor.cpp.
+// Heartbeat check: heartbeat.cpp.
 // 1.0 every heartbeat file of the process changed, 0.0 one did not (the hang
 // flow id goes to result->hangflowid); the fault marker on bad arguments.
 KIRA_EXPORT float ProcessHeartBeat(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI_RESULT_S* result);

@@ -8,7 +8,7 @@
 #include <memory>
 #include <thread>
 
-#include "plugin/linux/allprocess_internal.h"
+#include "plugin/linux/plugin_internal.h"
 #include "tests/plugin/linux/items_test_util.h"
 
 namespace {
@@ -46,7 +46,7 @@ SANDBOX_TEST(Census, SharesOfProcessesSeenInBothScansAndTheKernelNameCheck) {
     });
     struct list_head head;  // whatever it held is forgotten
     int usersys = -1;
-    const int rc = GetAllProcessCoreCPUEvery(&head, &usersys, 1);
+    const int rc = zadi::GetAllProcessCoreCPUEvery(&head, &usersys, 1);
     meanwhile.join();
     ASSERT_EQ(rc, 0);
     EXPECT_EQ(usersys, 12);  // (130 - 100) * 100 / 240: user ticks of all seven counters
@@ -65,7 +65,7 @@ SANDBOX_TEST(Census, SharesOfProcessesSeenInBothScansAndTheKernelNameCheck) {
     head.next = head.prev = &sentinel;
     usersys = 77;
     kt::BindFileOver("/proc/stat", "cpu  5 5 5 5 5 5 5\n");
-    EXPECT_EQ(GetAllProcessCoreCPUEvery(&head, &usersys, 0) + GetAllProcessCoreCPU(nullptr, &usersys) +
+    EXPECT_EQ(zadi::GetAllProcessCoreCPUEvery(&head, &usersys, 0) + GetAllProcessCoreCPU(nullptr, &usersys) +
                   GetAllProcessCoreCPU(&head, nullptr) + GetAllProcessRssMem(nullptr),
               -4);
     EXPECT_EQ(std::make_tuple(head.next, head.prev, usersys), std::make_tuple(&sentinel, &sentinel, 77));
@@ -85,7 +85,7 @@ SANDBOX_TEST(Census, SharesOfProcessesSeenInBothScansAndTheKernelNameCheck) {
     };
     for (int i = 0; i < 500 && state(child.pid()) != "Z"; ++i) usleep(10000);
     EXPECT_EQ(state(child.pid()) + state(bystander.pid()), "ZS") << "kill -9 of that pid alone";
-    EXPECT_TRUE(ZADI_ExecuteCmd("exit 3") == 3 << 8 && !IsUserProcess("/proc/999999999/cmdline"));
+    EXPECT_TRUE(zadi::ZADI_ExecuteCmd("exit 3") == 3 << 8 && !zadi::IsUserProcess("/proc/999999999/cmdline"));
     EXPECT_EQ(kt::SyslogCount("Open failed(/proc/999999999/cmdline), errno(2, No such file or directory)."), 1);
 }
 

@@ -10,7 +10,7 @@
 #include <set>
 #include <sstream>
 
-#include "plugin/linux/item_contract_internal.h"
+#include "plugin/linux/plugin_internal.h"
 #include "tests/plugin/linux/items_test_util.h"
 #include "tools/agent_sub/zadi_agent_sub.h"
 

@@ -7,7 +7,7 @@
 
 #include <chrono>
 
-#include "plugin/linux/proc_read_internal.h"
+#include "plugin/linux/plugin_internal.h"
 #include "tests/plugin/linux/items_test_util.h"
 #include "tests/support/fault_inject.h"
 #include "tests/support/syscall_count.h"

@@ -1,16 +1,15 @@
-// Whole-system measurements: disk usage of a mount point, CPU busy and user
-// shares from the seven counters of /proc/stat, memory from /proc/meminfo,
-// and the cached processor count.
+// What the machine as a whole uses. In order:
+//   disk: the used share of the file system holding a path (statfs)
+//   CPU: the seven counters of /proc/stat's first line, the busy and user
+//     shares against the sample kept in the item's context
+//   memory: total and free from /proc/meminfo, the used share, free megabytes
+// The processor count belongs to the per-core process figures
+// (process_measure.cpp).
 
 #include <stdint.h>
-#include <sys/sysinfo.h>
 #include <sys/vfs.h>
 
-#include <atomic>
-
-#include "plugin/linux/plugin_log_internal.h"
-#include "plugin/linux/proc_read_internal.h"
-#include "safec/safec.h"
+#include "plugin/linux/plugin_internal.h"
 
 float ZADI_Linux_Plugin::get_disk_usage(const char* path) {
     struct statfs fs;
@@ -39,7 +38,7 @@ int ZADI_Linux_Plugin::get_sys_cpu_tick(unsigned long long& user, unsigned long 
     static const char kPath[] = "/proc/stat";
     kira::LineReader reader;
     if (!reader.Open(kPath, kira::ReadEnd::kShortRead)) {
-        PLUGIN_LOG_ERR("Open failed(%s), errno(%d, %s).", kPath, errno, strerror(errno));
+        PLUGIN_LOG_ERRNO("Open failed(%s)", kPath);
         return -1;
     }
     char line[zadi::kStatusLineSize] = {0};
@@ -85,7 +84,7 @@ bool ZADI_Linux_Plugin::get_sys_mem_info(unsigned long long& total, unsigned lon
     static const char kPath[] = "/proc/meminfo";
     kira::LineReader reader;
     if (!reader.Open(kPath, kira::ReadEnd::kShortRead)) {
-        PLUGIN_LOG_ERR("Open failed(%s), errno(%d, %s).", kPath, errno, strerror(errno));
+        PLUGIN_LOG_ERRNO("Open failed(%s)", kPath);
         return false;
     }
     // Taken by position, not by label: total is line 1, free is line 2.
@@ -116,16 +115,4 @@ float ZADI_Linux_Plugin::get_sys_free_mem() {
         return 0.0f;
     }
     return static_cast<float>(free >> 10);
-}
-
-unsigned int ZADI_Linux_Plugin::get_cpu_core_num() {
-    // Read once per process lifetime on purpose; a racing first call only
-    // stores the same figure twice.
-    static std::atomic<unsigned int> cores{0};
-    unsigned int n = cores.load(std::memory_order_relaxed);
-    if (n == 0) {
-        n = static_cast<unsigned int>(get_nprocs());
-        cores.store(n, std::memory_order_relaxed);
-    }
-    return n;
 }
