@@ -48,8 +48,8 @@ void BM_LoadModuleFile(benchmark::State& state) {
         const pid_t child = fork();
         if (child == 0) {
             // What load_pid_conf does before its files, without reading the node's own.
-            pthread_spin_init(&gid_tree_lock, PTHREAD_PROCESS_PRIVATE);
-            pthread_spin_init(&pid_tree_lock, PTHREAD_PROCESS_PRIVATE);
+            pthread_spin_init(&kira_log::gid_tree_lock, PTHREAD_PROCESS_PRIVATE);
+            pthread_spin_init(&kira_log::pid_tree_lock, PTHREAD_PROCESS_PRIVATE);
             read_pid_conf(g_path.c_str());
             _exit(search_pid_conf(kLines) != nullptr ? 0 : 1);
         }

@@ -16,8 +16,8 @@
 // would also map the shared block; only the locks are needed.
 inline void InitLogConfFuzz() {
     setlogmask(LOG_MASK(LOG_EMERG));
-    pthread_spin_init(&gid_tree_lock, PTHREAD_PROCESS_PRIVATE);
-    pthread_spin_init(&pid_tree_lock, PTHREAD_PROCESS_PRIVATE);
+    pthread_spin_init(&kira_log::gid_tree_lock, PTHREAD_PROCESS_PRIVATE);
+    pthread_spin_init(&kira_log::pid_tree_lock, PTHREAD_PROCESS_PRIVATE);
 }
 
 // The input after its first byte, cut as the line reader's 256-byte buffer

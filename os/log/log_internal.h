@@ -1,15 +1,22 @@
 #ifndef OS_LOG_LOG_INTERNAL_H
 #define OS_LOG_LOG_INTERNAL_H
 
-// Internals of the logging subsystem shared by its files: the group and
-// module records, the kernel-side request record and the process-wide
-// state. Nothing here is exported (the helpers other components call are
-// declared in dbg_log.h).
+// What the logging files share and nothing outside the layer needs (the
+// steps other components drive are declared in dbg_log.h).
+//
+// In order: the fixed paths; the group and module records; the relaxed
+// atomics the lock-free readers rely on; the keyed tree both tables are;
+// then, file by file, what each file offers the others: the line
+// (log_line.cpp), module levels (levels_and_limits.cpp), configuration
+// files (conf_files.cpp), the set-up and the shared block (log_setup.cpp),
+// the group table (levels_and_limits.cpp).
 
 #include <pthread.h>
+#include <stddef.h>
 #include <stdint.h>
 #include <time.h>
 
+#include "os/base/kira_raii.h"
 #include "os/base/kira_rbtree.h"
 #include "os/log/dbg_log.h"
 
@@ -61,56 +68,142 @@ struct tagDBG_PID_CONF_S {
     char pid_name[DBG_PID_NAME_SIZE];
 };
 
-// Request record of "/proc/nox/log_level", laid out as the kernel side
-// expects it.
-typedef struct tagDBG_LEVEL_REQ_S {
-    uint32_t pid;
-    uint8_t level;
-    uint8_t pad1[3];
-    uint32_t num;
-    uint32_t pad2;
-    uint64_t array;
-} DBG_LEVEL_REQ_S;
-static_assert(sizeof(DBG_LEVEL_REQ_S) == 24, "kernel request record is 24 bytes");
+namespace kira_log {
 
-#define DBG_REQ_GET_LEVEL 801
-#define DBG_REQ_SET_LEVEL 802
-#define DBG_REQ_GET_NUM 803
-#define DBG_REQ_GET_ALL 804
-#define DBG_REQ_SAVE 805
+using kira::MutexGuard;
+using kira::SpinGuard;
 
-// ---- process-wide state ----
-extern struct rb_root gid_tree_root;
-extern pthread_spinlock_t gid_tree_lock;
-extern pthread_mutex_t gid_tree_mutex;
+template <typename T>
+inline T RelaxedLoad(const T* p) {
+    return __atomic_load_n(p, __ATOMIC_RELAXED);
+}
+template <typename T>
+inline void RelaxedStore(T* p, T v) {
+    __atomic_store_n(p, v, __ATOMIC_RELAXED);
+}
+
+// The group and module tables are the same kind of tree: records with their
+// node first, keyed by a u32, never removed. Insertions and lookups hold the
+// table's spin lock only for the walk; a record found stays valid after the
+// lock is dropped because nothing is ever erased.
+template <typename T, uint32_t T::*Key>
+class KeyedTree {
+    static_assert(offsetof(T, node) == 0, "records put their node first");
+
+public:
+    KeyedTree(rb_root* root, pthread_spinlock_t* lock) : root_(root), lock_(lock) {}
+
+    T* Find(uint32_t key) const {
+        SpinGuard hold(lock_);
+        rb_node* n = root_->rb_node;
+        while (n != nullptr) {
+            T* rec = Entry(n);
+            if (key < rec->*Key) {
+                n = n->rb_left;
+            } else if (key > rec->*Key) {
+                n = n->rb_right;
+            } else {
+                return rec;
+            }
+        }
+        return nullptr;
+    }
+
+    // False when a record with the same key is there already.
+    bool Insert(T* rec) {
+        SpinGuard hold(lock_);
+        rb_node** link = &root_->rb_node;
+        rb_node* parent = nullptr;
+        while (*link != nullptr) {
+            parent = *link;
+            const uint32_t key = Entry(parent)->*Key;
+            if (rec->*Key < key) {
+                link = &parent->rb_left;
+            } else if (rec->*Key > key) {
+                link = &parent->rb_right;
+            } else {
+                return false;
+            }
+        }
+        rb_link_node(&rec->node, parent, link);
+        rb_insert_color(&rec->node, root_);
+        return true;
+    }
+
+    // Ascending walk, one step per lock hold, so that a long walk doing I/O
+    // never keeps inserters (and loggers) spinning.
+    T* Next(T* prev) const {
+        SpinGuard hold(lock_);
+        rb_node* n = prev == nullptr ? rb_first(root_) : rb_next(&prev->node);
+        return n == nullptr ? nullptr : Entry(n);
+    }
+
+private:
+    static T* Entry(rb_node* n) { return reinterpret_cast<T*>(n); }  // the node is the first member
+
+    rb_root* root_;
+    pthread_spinlock_t* lock_;
+};
+
+// ---- the line (log_line.cpp) ----
+// Lines dropped by the rate limiter since the process started.
+uint64_t RateLimitedLines(void);
+
+// ---- module levels (levels_and_limits.cpp) ----
+// The module table: the spin lock guards the tree; the mutex keeps
+// directory walks and saves of the table from running into each other.
 extern struct rb_root pid_tree_root;
 extern pthread_spinlock_t pid_tree_lock;
 extern pthread_mutex_t pid_tree_mutex;
 
-// Default level of the shared block, 4 when the block is not mapped.
-uint8_t DbgDefaultLevel(void);
+using PidTable = KeyedTree<DBG_PID_CONF_S, &DBG_PID_CONF_S::pid>;
+inline PidTable PidTree() { return PidTable(&pid_tree_root, &pid_tree_lock); }
+
+// Copies the module's name (possibly being renamed by another thread).
+void SnapshotPidName(const DBG_PID_CONF_S* conf, char out[DBG_PID_NAME_SIZE]);
+void StorePidLevel(DBG_PID_CONF_S* conf, uint8_t level);
 // DBG_GetPidLevel once the set-up has run.
-uint32_t DbgPidLevel(uint32_t pid);
-// Descriptor of the control file, -1 when absent.
-int DbgControlFd(void);
+uint32_t PidLevel(uint32_t pid);
+// Opens the process's descriptor of the control file; the set-up calls it
+// once, after mapping the shared block.
+void OpenControl(void);
 
-// ---- output ----
-// Lines dropped by the rate limiter since the process started.
-uint64_t DbgRateLimitedLines(void);
+// ---- configuration files (conf_files.cpp) ----
+// A configuration line that begins with a newline or holds '#' anywhere
+// carries nothing.
+bool IsIgnoredConfLine(const char* line);
+// Module files accept commas and blanks alike as separators.
+void CommasToBlanks(char* line);
+// Reads path line by line (256-byte pieces) and hands each to parse(line,
+// arg); a negative answer logs "<reader>: <path> <parser> fail, (<line>)".
+// A file that cannot be opened, or is not a regular file, is skipped
+// silently; past 100000 lines the rest is ignored, with one line saying so.
+void ReadConfFile(const char* path, const char* reader, const char* parser, int32_t (*parse)(char* line, uint32_t arg),
+                  uint32_t arg);
+// Produces the next saved line into buf; false when there is none.
+typedef bool (*SaveLineFn)(void** cursor, char* buf, size_t size);
+// Writes every line to "<finalPath>.new" synchronously, then renames it with
+// "mv -f", all under mutex. Returns the command's status, or the failed
+// open's result, or the count of a short write.
+int32_t SaveConf(const char* caller, const char* finalPath, pthread_mutex_t* mutex, SaveLineFn next);
 
-// ---- group table ----
+// ---- the shared block (log_setup.cpp) ----
+// Default level of the shared block, 4 when the block is not mapped.
+uint8_t DefaultLevel(void);
+
+// ---- the group table (levels_and_limits.cpp) ----
+// Locked as the module table is.
+extern struct rb_root gid_tree_root;
+extern pthread_spinlock_t gid_tree_lock;
+extern pthread_mutex_t gid_tree_mutex;
+
+using GidTable = KeyedTree<DBG_GID_CONF_S, &DBG_GID_CONF_S::gid>;
+inline GidTable GidTree() { return GidTable(&gid_tree_root, &gid_tree_lock); }
+
 // The group's record, created with the starting values when missing; null
 // only when memory runs out.
-DBG_GID_CONF_S* DbgFindOrAddGid(uint32_t gid);
-// In-order walk that may run beside insertions: null starts at the first.
-DBG_GID_CONF_S* DbgNextGid(DBG_GID_CONF_S* prev);
+DBG_GID_CONF_S* FindOrAddGid(uint32_t gid);
 
-// ---- module table ----
-DBG_PID_CONF_S* DbgNextPid(DBG_PID_CONF_S* prev);
-// Copies the module's name (possibly being renamed by another thread).
-void DbgSnapshotPidName(const DBG_PID_CONF_S* conf, char out[DBG_PID_NAME_SIZE]);
-void DbgStorePidName(DBG_PID_CONF_S* conf, const char* name);
-uint8_t DbgLoadPidLevel(const DBG_PID_CONF_S* conf);
-void DbgStorePidLevel(DBG_PID_CONF_S* conf, uint8_t level);
+}  // namespace kira_log
 
 #endif

@@ -369,6 +369,6 @@ SANDBOX_TEST(LogConcurrency, PrintedPlusDroppedEqualsLogged) {
     for (auto& th : loggers) th.join();
     stop.store(true);
     controller.join();
-    EXPECT_GT(DbgRateLimitedLines(), 0u);
-    EXPECT_EQ(kt::SyslogCount("[conc][") + DbgRateLimitedLines(), 1200u);
+    EXPECT_GT(kira_log::RateLimitedLines(), 0u);
+    EXPECT_EQ(kt::SyslogCount("[conc][") + kira_log::RateLimitedLines(), 1200u);
 }

@@ -1,11 +1,15 @@
-// Once-per-process set-up of the logging subsystem: both tables, the shared
-// default-level block "/dev/shm/dbglog.cfg" and the kernel side's control
-// file; and the calls that read or change the shared default level.
+// What each process sets up once, and what it shares with the others,
+// answering "what state did this process start logging from". In order:
+// the once-per-process initialisation (both tables, the shared block, the
+// kernel side's control file); the shared default-level block
+// "/dev/shm/dbglog.cfg" (opening and mapping it, the default level read
+// back from the file, changing it); the process identity printed at the end
+// of every line.
 
 #include <errno.h>
 #include <fcntl.h>
-#include <stddef.h>
 #include <pthread.h>
+#include <stddef.h>
 #include <string.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
@@ -16,7 +20,35 @@
 #include "os/base/kira_file.h"
 #include "os/base/kira_mmap.h"
 #include "os/log/log_internal.h"
-#include "os/log/log_util_internal.h"
+#include "safec/safec.h"
+
+using kira_log::RelaxedLoad;
+using kira_log::RelaxedStore;
+
+// ---- the once-per-process initialisation ----
+
+namespace {
+
+pthread_once_t g_debugInitOnce = PTHREAD_ONCE_INIT;
+
+void MapSharedCfg(gid_t gid);
+
+}  // namespace
+
+void KIRA_DebugInitialize(void) {
+    const gid_t gid = getgid();
+    load_gid_conf();
+    load_pid_conf();
+    MapSharedCfg(gid);
+}
+
+extern "C" {
+
+KIRA_EXPORT void KIRA_DebugModuleInit(void) { pthread_once(&g_debugInitOnce, KIRA_DebugInitialize); }
+
+}  // extern "C"
+
+// ---- the shared default-level block ----
 
 namespace {
 
@@ -28,8 +60,6 @@ constexpr size_t kInitialisedPart = 8;  // what DBG_SetDefaultCfg rewrites
 // Published once by the initialisation; DBG_GetLogConfig may read it from
 // another thread before that, hence the atomic accesses.
 DBG_CFG_S* g_pstUsrDbgConfig = nullptr;
-int iFd_log_level = -1;
-pthread_once_t g_debugInitOnce = PTHREAD_ONCE_INIT;
 
 // Any process may shrink the block's file, and touching a mapped page past
 // its end raises SIGBUS. No signal handler belongs in a host process, so the
@@ -71,7 +101,9 @@ int OpenSharedCfg(gid_t gid) {
     const int fd = gid == 0 ? KIRA_open(DBG_CFG_FILE, O_RDWR | O_CREAT | flags, 0664)
                             : KIRA_open(DBG_CFG_FILE, O_RDONLY | flags, 0);
     struct stat st;
-    if (fd == -1 || (fstat(fd, &st) == 0 && S_ISREG(st.st_mode) && st.st_nlink == 1)) return fd;
+    if (fd == -1 || (fstat(fd, &st) == 0 && S_ISREG(st.st_mode) && st.st_nlink == 1)) {
+        return fd;
+    }
     KIRA_close(fd);
     return -1;
 }
@@ -83,6 +115,8 @@ bool TooShortToMap(int fd, gid_t gid) {
     return gid != 0 && fstat(fd, &st) == 0 && st.st_size < static_cast<off_t>(kCfgMapLength);
 }
 
+// The control file is opened only once the block is mapped: a process
+// without the block works from the default level alone.
 void MapSharedCfg(gid_t gid) {
     const int fd = OpenSharedCfg(gid);
     if (fd == -1) {
@@ -112,8 +146,7 @@ void MapSharedCfg(gid_t gid) {
     CacheLevel(whole || gid == 0 ? blk.ucDefLevel : kFallbackLevel, time(nullptr));
     __atomic_store_n(&g_pstUsrDbgConfig, static_cast<DBG_CFG_S*>(addr), __ATOMIC_RELEASE);
 
-    iFd_log_level = KIRA_open(DBG_LEVEL_CTL_FILE, O_RDWR, 0);
-    if (iFd_log_level == -1) syslog(LOG_INFO, "open /proc/nox/log_level fail\n");
+    kira_log::OpenControl();
 }
 
 // A block found cut short is rebuilt whole around the new level, as the
@@ -138,24 +171,15 @@ bool StoreLevel(uint8_t level) {
 
 }  // namespace
 
-void KIRA_DebugInitialize(void) {
-    const gid_t gid = getgid();
-    load_gid_conf();
-    load_pid_conf();
-    MapSharedCfg(gid);
-}
-
-uint8_t DbgDefaultLevel(void) {
-    if (g_cfgFd < 0) return kFallbackLevel;
+uint8_t kira_log::DefaultLevel(void) {
+    if (g_cfgFd < 0) {
+        return kFallbackLevel;
+    }
     const time_t now = time(nullptr);
     return now == RelaxedLoad(&g_cachedAt) ? RelaxedLoad(&g_cachedLevel) : RefreshLevel(now);
 }
 
-int DbgControlFd(void) { return iFd_log_level; }
-
 extern "C" {
-
-KIRA_EXPORT void KIRA_DebugModuleInit(void) { pthread_once(&g_debugInitOnce, KIRA_DebugInitialize); }
 
 KIRA_EXPORT int32_t DBG_SetDefLogLevel(uint8_t level) {
     KIRA_DebugModuleInit();
@@ -174,10 +198,72 @@ KIRA_EXPORT int32_t DBG_SetDefLogLevel(uint8_t level) {
 KIRA_EXPORT DBG_CFG_S* DBG_GetLogConfig(void) { return LoadConfig(); }
 
 KIRA_EXPORT void DBG_SetDefaultCfg(DBG_CFG_S* cfg) {
-    if (cfg == nullptr) return;
+    if (cfg == nullptr) {
+        return;
+    }
     memset(cfg, 0, 8);
     cfg->uiMagic = DBG_CFG_MAGIC;
     cfg->ucDefLevel = DBG_LOG_INFO;
 }
 
 }  // extern "C"
+
+// ---- the process identity ----
+// The executable's name, or the name and the process id. Both are worked
+// out once and kept; a forked child keeps its parent's text.
+
+namespace {
+
+constexpr size_t kIdentitySize = 256;
+constexpr size_t kExePathSize = 512;
+
+char g_processName[kIdentitySize];
+char g_processNameAndPid[kIdentitySize];
+// Two threads logging their first lines together must not both write the
+// caches, so each is filled under its own once-flag.
+pthread_once_t g_nameOnce = PTHREAD_ONCE_INIT;
+pthread_once_t g_nameAndPidOnce = PTHREAD_ONCE_INIT;
+
+void FillProcessName() { __get_process_name(g_processName); }
+
+void FillProcessNameAndPid() {
+    __get_process_name(g_processNameAndPid);
+    const size_t used = strlen(g_processNameAndPid);
+    char pidText[11];
+    if (snprintf_s(pidText, sizeof(pidText), sizeof(pidText) - 1, "%d", static_cast<int>(getpid())) < 0) {
+        return;
+    }
+    (void)strcat_s(g_processNameAndPid + used, kIdentitySize - used, ",");
+    (void)strcat_s(g_processNameAndPid + used, kIdentitySize - used, pidText);
+}
+
+}  // namespace
+
+void __get_process_name(char* out) {
+    char exePath[kExePathSize];
+    memset(exePath, 0, sizeof(exePath));
+    (void)snprintf_s(exePath, sizeof(exePath), 17, "/proc/%d/exe", static_cast<int>(getpid()));
+    char target[kIdentitySize];
+    memset(target, 0, sizeof(target));
+    const ssize_t len = readlink(exePath, target, sizeof(target));
+    if (len != -1 && len < static_cast<ssize_t>(sizeof(target))) {
+        const char* slash = strrchr(target, '/');
+        const char* base = slash == nullptr ? target : slash + 1;
+        (void)strncpy_s(out, kIdentitySize, base, kIdentitySize - 1);
+        out[kIdentitySize - 1] = '\0';
+        return;
+    }
+    (void)snprintf_s(out, kIdentitySize, 9, "<%d>", static_cast<int>(getpid()));
+}
+
+const char* __get_process_info(int32_t mode) {
+    if (mode == 0) {
+        pthread_once(&g_nameOnce, FillProcessName);
+        return g_processName;
+    }
+    if (mode == 1) {
+        pthread_once(&g_nameAndPidOnce, FillProcessNameAndPid);
+        return g_processNameAndPid;
+    }
+    return g_processName;
+}
