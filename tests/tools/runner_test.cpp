@@ -21,6 +21,7 @@
 namespace {
 
 const std::string kRunner = kt::TargetCommand(KIRA_BINARY_DIR "/tools/runner/zadi_runner");
+const std::string kExamples = KIRA_BINARY_DIR "/tools/examples/";
 
 struct Run {
     int status;
@@ -48,6 +49,14 @@ pid_t Start(const std::string& cmd) {
 int WaitStatus(pid_t pid) {
     int st = 0;
     return waitpid(pid, &st, 0) == pid ? ExitCode(st) : -1;
+}
+
+// A line naming one of the example programs runs it; any other, the runner.
+std::string Command(const std::string& args) {
+    const size_t space = args.find(' ');
+    const std::string example = kExamples + args.substr(0, space);
+    if (access(example.c_str(), X_OK) != 0) return kRunner + " " + args;
+    return kt::TargetCommand(example) + (space == std::string::npos ? "" : args.substr(space));
 }
 
 bool Cross() { return kt::TargetCommand("x") != "x"; }
@@ -131,10 +140,13 @@ SANDBOX_TEST(Runner, CommandLinesEndAsDocumented) {
             0, {"1 beating  ok +-  ProcessName=hbz, ProcessMoudleId=7\n", "0 hung", sent + R"(7", UserData="[0-9]+"\}\n)",
             sent + "8\"\\}\n", sent + R"(9", UserData="x y"\}\n)", "!ProcessMoudleId=\"6\"",
             "\n    error report 0xF000020F hangFlowId=[0-9]+: sent\n", R"(!beating.*\n(errrpt.*\n)? +error report)"}},
+        // The plug-in's own lines, copied where the runner's messages go.
+        {beat + "7\n", two + " --plugin-log --log-file /tmp/r.log", 0,
+            {"plug-in: .*Process hbz\\(7\\) heartbeat not refreshed"}},
         // The demo's worker and heartbeat file go at the end and when nobody reads.
-        {"", "demo --plugin-log --log-file /tmp/r.log", 0, {"worker stopped; its heartbeat file removed",
-            "plug-in <3> .*Process zadi_demo\\(9\\) heartbeat not refreshed", "error report 0xF000020F hangFlowId="}},
-        {"", "demo | head -c 1", 0, {}},
+        {"", "heartbeat_demo", 0, {"worker stopped; its heartbeat file removed",
+            "plug-in: .*Process zadi_demo\\(9\\) heartbeat not refreshed", "error report 0xF000020F hangFlowId="}},
+        {"", "heartbeat_demo | head -c 1", 0, {}},
         // The textfile: no figure for a failure, a miss or a priming call, and
         // no unbounded label; the reason goes to the log, once.
         {"item=GetSysMemory,period=1\nitem=GetDiskUsage,period=1,Path=/no/such\n" + miss +
@@ -157,11 +169,12 @@ SANDBOX_TEST(Runner, CommandLinesEndAsDocumented) {
         {"", "census rss --json", 0, {R"("census":"rss","pid":[0-9]+,"name":")"}},
         {"", "census rss", 0, {R"(PID  NAME +RSS\(MB\))", "\n[0-9]+ processes\n"}},
         {"", "--help", 0, {"exit status: 0", "%core   percent of one processor", "\n  census "}},
-        {"", "--version", 0, {"zadi_runner 1\\."}}, {"", "dst UTC", 0, {": 0 daylight-saving periods"}},
-        {"", "dst Europe/Berlin 2024", 0, {"zone Europe/Berlin, year 2024: 1 daylight-saving period ",
+        {"", "--version", 0, {"zadi_runner 1\\."}}, {"", "dst_probe UTC", 0, {": 0 daylight-saving periods"}},
+        {"", "dst_probe Europe/Berlin 2024", 0, {"zone Europe/Berlin, year 2024: 1 daylight-saving period ",
             " 0  2024-03-31 01:00:00  2024-10-27 01:00:00  03-31 02:00:00  10-27 03:00:00  \\+02:00  60 min",
             R"(KIRA_QueryDstConfInfoForRegion \(this year, .*offset 60 min, flag 0)"}},
-        {"", "dst", 2, {}}, {"", "dst a b c", 2, {}}, {"", "dst Europe/Berlin 20x4", 2, {}}, {"", "dst UTC 1969", 1, {}},
+        {"", "dst_probe", 2, {}}, {"", "dst_probe a b c", 2, {}}, {"", "dst_probe Europe/Berlin 20x4", 2, {}},
+        {"", "dst_probe UTC 1969", 1, {}},
         // The status follows the last calls, a failure before a miss.
         {"item = GetSysCPU , period = 1\n", once, 0, {"priming"}},
         {miss + "item=GetDiskUsage,Path=/no/such\n", once, 3, {"reason: Get Disk Usage Fault, Return -1.000000.",
@@ -196,7 +209,7 @@ SANDBOX_TEST(Runner, CommandLinesEndAsDocumented) {
         if (Cross() && Has(c.args, "*")) continue;
         if (!c.conf.empty()) kt::WriteFile("/tmp/t.conf", c.conf);
         const bool json = Has(c.args, "--json");
-        const Run r = Shell("exec " + kRunner + " " + c.args, !json);
+        const Run r = Shell("exec " + Command(c.args), !json);
         EXPECT_EQ(r.status, c.status) << c.args << ": " << r.out;
         if (json) ExpectPatterns(r.out, {R"(!(^|\n)(?!$|\{"time":"20[^\n]*"host":[^\n]*\}\n))"}, c.args + ", records");
         ExpectPatterns(r.out + kt::ReadFile("/tmp/r.log") + kt::ReadFile("/tmp/tf/zadi.prom"), c.want, c.args);
@@ -213,7 +226,7 @@ SANDBOX_TEST(Runner, SignalsReloadAndStop) {
     for (int sig : {SIGTERM, SIGINT}) {
         kt::WriteFile("/tmp/sig.conf", "item=GetSysMemory,period=1\n");
         const pid_t run = Start("exec " + kRunner + " --config /tmp/sig.conf --json >/tmp/run.out 2>&1");
-        const pid_t demo = Start("exec " + kRunner + " demo >/dev/null 2>/tmp/demo.err");
+        const pid_t demo = Start("exec " + Command("heartbeat_demo") + " >/dev/null 2>/tmp/demo.err");
         for (const char* conf : {"item=GetProcessCoreCPUFuzzyMatchCfgPeriod,period=1,ProcessName=*,Period=2\n",
                                  "item=GetSysCPU\nitem=GetNothing\n"}) {
             usleep(1500000);

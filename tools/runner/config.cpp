@@ -1,50 +1,50 @@
 // The runner's configuration: one item a line, key=value fields separated by
 // commas, blanks around '=' and ',' ignored ("item" and "period" are the
 // runner's, every other field becomes an item parameter in order); lines
-// holding '#' anywhere and blank lines are skipped.
+// holding '#' anywhere and blank lines are skipped. Then the built-in set
+// used without a file, and the parameter checks both go through.
+
+#include "tools/runner/config.h"
 
 #include <errno.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <fstream>
+#include <iterator>
 #include <sstream>
 
-#include "tools/runner/runner.h"
+#include "plugin/linux/fi_types.h"
+#include "tools/runner/item_catalog.h"
 
-namespace zr {
+namespace zadi_runner {
 
 namespace {
 
-constexpr size_t kMaxName = sizeof(((FI_PARAM_S*)nullptr)->name) - 1;
-constexpr size_t kMaxValue = sizeof(((FI_PARAM_S*)nullptr)->value) - 1;
+constexpr size_t kMaxName = sizeof(FI_PARAM_S::name) - 1;
+constexpr size_t kMaxValue = sizeof(FI_PARAM_S::value) - 1;
 
 std::string Where(int line_no) { return line_no > 0 ? "line " + std::to_string(line_no) + ": " : ""; }
 
 std::string Trim(const std::string& text) {
-    const char* blanks = " \t\r\n";
-    const size_t first = text.find_first_not_of(blanks);
-    if (first == std::string::npos) {
-        return "";
-    }
-    return text.substr(first, text.find_last_not_of(blanks) - first + 1);
+    const size_t first = text.find_first_not_of(" \t\r\n");
+    return first == std::string::npos ? "" : text.substr(first, text.find_last_not_of(" \t\r\n") - first + 1);
 }
 
 bool ParsePeriod(const std::string& text, unsigned* out) {
     if (text.empty() || text.size() > 9 || text.find_first_not_of("0123456789") != std::string::npos) {
         return false;
     }
-    const unsigned long v = strtoul(text.c_str(), nullptr, 10);
-    *out = static_cast<unsigned>(v);
-    return v != 0;
+    *out = static_cast<unsigned>(strtoul(text.c_str(), nullptr, 10));
+    return *out != 0;
 }
 
 std::vector<std::string> SplitFields(const std::string& text) {
     std::vector<std::string> fields;
     std::istringstream in(text);
-    std::string field;
-    while (std::getline(in, field, ',')) {
+    for (std::string field; std::getline(in, field, ',');) {
         fields.push_back(Trim(field));
     }
     if (!text.empty() && text.back() == ',') {
@@ -53,54 +53,8 @@ std::vector<std::string> SplitFields(const std::string& text) {
     return fields;
 }
 
-// Whether `name` is one of the item's space-separated parameter names (or
-// the list ends in "...", which takes any).
-bool ReadsParam(const ItemInfo& info, const std::string& name) {
-    std::istringstream names(info.params);
-    std::string known;
-    while (names >> known) {
-        if (known == name || known == "...") {
-            return true;
-        }
-    }
-    return false;
-}
-
-}  // namespace
-
-bool AddParam(ConfiguredItem* item, const std::string& name, const std::string& value, std::string* error) {
-    const ItemInfo* info = FindItemInfo(item->item);
-    if (info != nullptr && !ReadsParam(*info, name)) {
-        *error = item->item + " reads no parameter \"" + name + "\" (" +
-                 (*info->params != '\0' ? std::string("it reads: ") + info->params : "it reads none") + ")";
-        return false;
-    }
-    // An empty name would match only a process whose command line reads
-    // empty: the runner itself, which hides its own.
-    if (name == "ProcessName" && value.empty()) {
-        *error = "ProcessName is empty";
-        return false;
-    }
-    for (const Param& p : item->params) {
-        if (p.name == name) {
-            *error = "parameter \"" + name + "\" given twice";
-            return false;
-        }
-    }
-    if (name.size() > kMaxName) {
-        *error = "parameter name longer than " + std::to_string(kMaxName) + " characters: " + name;
-        return false;
-    }
-    if (value.size() > kMaxValue) {
-        *error = "value of " + name + " longer than " + std::to_string(kMaxValue) + " characters";
-        return false;
-    }
-    item->params.push_back({name, value});
-    return true;
-}
-
 bool ParseConfigLine(const std::string& text, int line_no, ConfiguredItem* out, std::string* error) {
-    std::vector<std::pair<std::string, std::string>> fields;
+    std::vector<Param> fields;
     ConfiguredItem item;
     item.line = line_no;
     bool period_given = false;
@@ -125,7 +79,7 @@ bool ParseConfigLine(const std::string& text, int line_no, ConfiguredItem* out, 
                 return false;
             }
         } else {
-            fields.emplace_back(key, value);
+            fields.push_back({key, value});
         }
     }
     if (item.item.empty()) {
@@ -137,9 +91,9 @@ bool ParseConfigLine(const std::string& text, int line_no, ConfiguredItem* out, 
         return false;
     }
     // Parameters are checked once the item is known, wherever item= stands.
-    for (const auto& f : fields) {
+    for (const Param& f : fields) {
         std::string why;
-        if (!AddParam(&item, f.first, f.second, &why)) {
+        if (!AddParam(&item, f.name, f.value, &why)) {
             *error = Where(line_no) + why;
             return false;
         }
@@ -148,21 +102,75 @@ bool ParseConfigLine(const std::string& text, int line_no, ConfiguredItem* out, 
     return true;
 }
 
+// A process's command line as the items compare it (NULs to spaces, ending
+// at an empty argument), or "" when unreadable.
+std::string CommandLineOf(const char* pid) {
+    std::ifstream in(std::string("/proc/") + pid + "/cmdline", std::ios::binary);
+    const std::string raw((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    std::string text;
+    for (size_t i = 0; i < raw.size(); ++i) {
+        if (raw[i] != '\0') {
+            text += raw[i];
+        } else if (i + 1 < raw.size() && raw[i + 1] != '\0') {
+            text += ' ';
+        } else {
+            break;
+        }
+    }
+    return text;
+}
+
+ConfiguredItem Item(const char* name, std::vector<Param> params = {}) {
+    ConfiguredItem item;
+    item.item = name;
+    item.params = std::move(params);
+    return item;
+}
+
+}  // namespace
+
+bool AddParam(ConfiguredItem* item, const std::string& name, const std::string& value, std::string* error) {
+    const ItemInfo* info = FindItemInfo(item->item);
+    if (info != nullptr && !ReadsParam(*info, name)) {
+        *error = item->item + " reads no parameter \"" + name + "\" (" +
+                 (info->params.empty() ? "it reads none" : "it reads: " + info->params) + ")";
+        return false;
+    }
+    // An empty name would match only a process whose command line reads
+    // empty: the runner itself, which hides its own.
+    if (name == "ProcessName" && value.empty()) {
+        *error = "ProcessName is empty";
+        return false;
+    }
+    if (std::any_of(item->params.begin(), item->params.end(), [&](const Param& p) { return p.name == name; })) {
+        *error = "parameter \"" + name + "\" given twice";
+        return false;
+    }
+    if (name.size() > kMaxName) {
+        *error = "parameter name longer than " + std::to_string(kMaxName) + " characters: " + name;
+        return false;
+    }
+    if (value.size() > kMaxValue) {
+        *error = "value of " + name + " longer than " + std::to_string(kMaxValue) + " characters";
+        return false;
+    }
+    item->params.push_back({name, value});
+    return true;
+}
+
 bool ParseConfigText(const std::string& text, Config* out, std::string* error) {
     std::istringstream in(text);
-    std::string line;
-    int line_no = 0;
     Config config;
-    while (std::getline(in, line)) {
+    int line_no = 0;
+    for (std::string line; std::getline(in, line);) {
         ++line_no;
         if (Trim(line).empty() || line.find('#') != std::string::npos) {
             continue;
         }
-        ConfiguredItem item;
-        if (!ParseConfigLine(line, line_no, &item, error)) {
+        config.items.emplace_back();
+        if (!ParseConfigLine(line, line_no, &config.items.back(), error)) {
             return false;
         }
-        config.items.push_back(item);
     }
     if (config.items.empty()) {
         *error = "the configuration names no item";
@@ -192,4 +200,29 @@ bool LoadConfigFile(const std::string& path, Config* out, std::string* error) {
     return true;
 }
 
-}  // namespace zr
+// init, which every machine runs, is the process items' target; the runner
+// never aims at itself (it hides its own command line).
+Config DefaultConfig() {
+    Config config;
+    for (const char* system : {"GetSysCPU", "GetSysUsrCPU", "GetSysMemory", "GetSysFreeMemory"}) {
+        config.items.push_back(Item(system));
+    }
+    config.items.push_back(Item("GetDiskUsage", {{"Path", "/"}}));
+    // Exact items need init's whole command line to fit a parameter; the
+    // prefix and wildcard ones take its leading part. Unreadable: none.
+    const std::string init = CommandLineOf("1");
+    if (init.empty()) {
+        return config;
+    }
+    if (init.size() <= kMaxValue) {
+        for (const char* exact : {"IsExistProcess", "GetProcessCoreCPU", "GetProcessMemory", "GetProcessHandle"}) {
+            config.items.push_back(Item(exact, {{"ProcessName", init}}));
+        }
+    }
+    const std::string init_prog = init.substr(0, std::min(init.find(' '), kMaxValue - 1));
+    config.items.push_back(Item("GetProcessMemoryExtern", {{"ProcessName", init_prog}}));
+    config.items.push_back(Item("GetProcessMemoryFuzzyMatch", {{"ProcessName", init_prog + "*"}}));
+    return config;
+}
+
+}  // namespace zadi_runner

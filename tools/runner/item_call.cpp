@@ -1,18 +1,21 @@
 // Building the agent's argument array for a configured item, calling it with
-// the item's persistent context, and telling what its answer means: a
-// figure, a priming call, a process that was not there, or a failure.
+// the item's persistent context, and telling what its answer means.
+
+#include "tools/runner/item_call.h"
 
 #include <string.h>
 #include <time.h>
 
-#include "tools/runner/runner.h"
+#include <algorithm>
 
-namespace zr {
+#include "tools/runner/runner_env.h"
+
+namespace zadi_runner {
 
 namespace {
 
 void CopyBounded(char* dest, size_t size, const std::string& text) {
-    const size_t n = text.size() < size - 1 ? text.size() : size - 1;
+    const size_t n = std::min(text.size(), size - 1);
     memcpy(dest, text.data(), n);
     dest[n] = '\0';
 }
@@ -30,14 +33,13 @@ using PidListFn = int (*)(const char*, int*, unsigned int, unsigned int*);
 // answers to the name the item was given. Lookup failures count as a match,
 // so that only a clear miss is reported as one.
 bool AnyProcessMatches(const PluginLibrary& lib, Match match, const char* name) {
+    int pid = 0;
     if (match == Match::kExact) {
         const PidFn fn = reinterpret_cast<PidFn>(lib.Symbol("GetProcessPid"));
-        int pid = 0;
         return fn == nullptr || fn(name, &pid) != 0 || pid != 0;
     }
     const PidListFn fn =
         reinterpret_cast<PidListFn>(lib.Symbol(match == Match::kPrefix ? "GetProcessPidExtern" : "GetProcessPidFuzzy"));
-    int pid = 0;
     unsigned int used = 0;
     return fn == nullptr || fn(name, &pid, 1, &used) != 0 || used != 0;
 }
@@ -91,9 +93,9 @@ CallRecord CallItem(const PluginLibrary& lib, ItemState& state, unsigned long ro
     rec.round = round;
     rec.state = &state;
     memset(&rec.result, 0, sizeof(rec.result));
-    FI_PARAM_S* argv = state.argv.empty() ? nullptr : state.argv.data();
     const double start = NowMs();
-    rec.value = state.fn(static_cast<int>(state.argv.size()), argv, &state.context, &rec.result);
+    rec.value = state.fn(static_cast<int>(state.argv.size()), state.argv.empty() ? nullptr : state.argv.data(),
+                         &state.context, &rec.result);
     rec.elapsed_ms = NowMs() - start;
     rec.outcome = Classify(lib, state, rec);
     state.last = rec.outcome;
@@ -114,17 +116,8 @@ int StatusOfItems(const std::vector<ItemState>& states) {
 }
 
 const char* StateName(CallState state) {
-    switch (state) {
-        case CallState::kOk:
-            return "ok";
-        case CallState::kPriming:
-            return "priming";
-        case CallState::kNoMatch:
-            return "no_match";
-        case CallState::kFailed:
-            break;
-    }
-    return "failed";
+    static const char* const kNames[] = {"ok", "priming", "no_match", "failed"};
+    return kNames[static_cast<int>(state)];
 }
 
-}  // namespace zr
+}  // namespace zadi_runner

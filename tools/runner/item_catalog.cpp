@@ -1,50 +1,30 @@
-// The items the runner can call: the unit of their figure, the parameters
-// they read (in the order the item reads them), how they find processes,
-// and a line saying what the figure means.
+// The catalogue: the plug-in's list of items expanded once, with the
+// heartbeat report's switches added to ProcessHeartBeat's parameters (the
+// item receives them too and ignores them), and the legend of the units.
 
-#include "tools/runner/runner.h"
+#include "tools/runner/item_catalog.h"
 
-namespace zr {
+#include <sstream>
+
+#include "plugin/linux/zadi_item_list.h"
+
+namespace zadi_runner {
 
 namespace {
 
-constexpr Match kNone = Match::kNone;
-constexpr Match kExact = Match::kExact;
-constexpr Match kPrefix = Match::kPrefix;
-constexpr Match kWild = Match::kWildcard;
+constexpr char kReportSwitches[] = " ErrRpt ErrRptUserData";
+
+std::string ParamsOf(const std::string& item, const char* params) {
+    return item == "ProcessHeartBeat" ? params + std::string(kReportSwitches) : params;
+}
 
 }  // namespace
 
 const std::vector<ItemInfo>& KnownItems() {
-    // clang-format off
-    static const std::vector<ItemInfo> items = {
-        {"GetDiskUsage", "%", "Path", kNone, false, false, "used share of the file system holding Path"},
-        {"GetSysCPU", "%", "", kNone, false, true, "busy share of all processors since the previous call"},
-        {"GetSysUsrCPU", "%", "", kNone, false, true, "user-mode share of all processors since the previous call"},
-        {"GetSysMemory", "%", "", kNone, false, false, "used share of memory (free is the kernel's plain free memory)"},
-        {"GetSysFreeMemory", "MB", "", kNone, false, false, "free memory"},
-        {"GetProcessSysCPU", "%", "ProcessName", kExact, false, true, "CPU share of all processors since the previous call, process named exactly"},
-        {"GetProcessSysCPUExtern", "%", "ProcessName", kPrefix, true, false, "highest CPU share of all processors over 0.5 s among processes whose command line starts so"},
-        {"GetProcessCoreCPU", "%core", "ProcessName", kExact, false, true, "CPU use since the previous call, process named exactly"},
-        {"GetProcessCoreCPUExtern", "%core", "ProcessName", kPrefix, true, false, "highest CPU use over 0.5 s among processes whose command line starts so"},
-        {"GetProcessMemory", "MB", "ProcessName", kExact, false, false, "resident memory of the process named exactly"},
-        {"GetProcessMemoryExtern", "MB", "ProcessName", kPrefix, true, false, "highest resident memory among processes whose command line starts so"},
-        {"GetProcessHandle", "%", "ProcessName", kExact, false, false, "open handles as a share of the open-files limit, process named exactly"},
-        {"GetProcessHandleExtern", "%", "ProcessName", kPrefix, true, false, "highest handle share among processes whose command line starts so"},
-        {"IsExistProcess", "exists", "ProcessName", kNone, false, false, "1 when a process is named exactly so"},
-        {"IsExistProcessExtern", "exists", "ProcessName", kNone, true, false, "1 when a command line starts so"},
-        {"IsExistProcessPreCmd", "exists", "ProcessName PreCmd RetKeyWords", kNone, false, false, "1 when the process runs or PreCmd's output does not start with RetKeyWords"},
-        {"GetProcessSysCPUFuzzyMatch", "%", "ProcessName", kWild, true, false, "highest CPU share of all processors over 0.5 s among processes matching the pattern (? and *)"},
-        {"GetProcessSysCPUFuzzyMatchCfgPeriod", "%", "ProcessName Period", kWild, true, false, "as GetProcessSysCPUFuzzyMatch over Period seconds (1 to 240)"},
-        {"GetProcessCoreCPUFuzzyMatch", "%core", "ProcessName", kWild, true, false, "highest CPU use over 0.5 s among processes matching the pattern (? and *)"},
-        {"GetProcessCoreCPUFuzzyMatchCfgPeriod", "%core", "ProcessName Period", kWild, true, false, "as GetProcessCoreCPUFuzzyMatch over Period seconds (1 to 240)"},
-        {"GetProcessMemoryFuzzyMatch", "MB", "ProcessName", kWild, true, false, "highest resident memory among processes matching the pattern (? and *)"},
-        {"GetProcessHandleFuzzyMatch", "%", "ProcessName", kWild, true, false, "highest handle share among processes matching the pattern (? and *)"},
-        {"ProcessHeartBeat", "beats", "ProcessName ProcessMoudleId ErrRpt ErrRptUserData", kNone, false, false, "1 when every heartbeat file of the process changed since the previous call, 0 when one hangs"},
-        {"ClearHeartBeatFile", "", "", kNone, false, false, "removes heartbeat files of processes that are gone; always 1"},
-        {"SendErrRpt", "", "ErrCode ProcessMoudleId ResId ProcessName UserData RecoverCmd ...", kNone, false, false, "raises an error report through the agent"},
-    };
-    // clang-format on
+#define ZADI_RUNNER_ITEM_INFO(name, unit, params, match, reports_pid, primes, meaning) \
+    {#name, unit, ParamsOf(#name, params), Match::k##match, reports_pid != 0, primes != 0, meaning},
+    static const std::vector<ItemInfo> items = {ZADI_ITEM_LIST(ZADI_RUNNER_ITEM_INFO)};
+#undef ZADI_RUNNER_ITEM_INFO
     return items;
 }
 
@@ -57,6 +37,21 @@ const ItemInfo* FindItemInfo(const std::string& name) {
     return nullptr;
 }
 
+bool ReadsParam(const ItemInfo& info, const std::string& name) {
+    std::istringstream names(info.params);
+    std::string known;
+    while (names >> known) {
+        if (known == name || known == "...") {
+            return true;
+        }
+    }
+    return false;
+}
+
+bool IsRunnerParam(const std::string& name) {
+    return (kReportSwitches + std::string(" ")).find(" " + name + " ") != std::string::npos;
+}
+
 const char* UnitLegend() {
     return "  %       percent: of all processors together (CPU), of the file system (disk),\n"
            "          of memory, or of the process's open-files limit (handles)\n"
@@ -65,4 +60,4 @@ const char* UnitLegend() {
            "  exists  1 running, 0 not running;  beats: 1 beating, 0 hung\n";
 }
 
-}  // namespace zr
+}  // namespace zadi_runner

@@ -1,189 +1,282 @@
-// Command line of zadi_runner: global options anywhere, then an optional
-// subcommand (default "run") with its own arguments. Options a subcommand
-// does not use, and options that contradict each other, are refused.
+// zadi_runner: loads the plug-in as the agent does and calls its items. Here:
+// the table of subcommands, the command line (global options anywhere, then
+// an optional subcommand, "run" by default, with its own arguments; options
+// a subcommand does not take, and options that contradict each other, are
+// refused), where the messages go, and the runner hiding its command line.
 
 #include <errno.h>
+#include <fcntl.h>
+#include <getopt.h>
+#include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/prctl.h>
+#include <syslog.h>
+#include <unistd.h>
 
-#include "tools/runner/runner.h"
+#include "os/base/kira_raii.h"
+#include "tools/runner/config.h"
+#include "tools/runner/item_catalog.h"
+#include "tools/runner/subcommands.h"
 
 #ifndef ZADI_RUNNER_VERSION
 #define ZADI_RUNNER_VERSION "unknown"
 #endif
 
+namespace zadi_runner {
+
 namespace {
 
-struct OptionName {
-    zr::Option bit;
+struct Subcommand {
     const char* name;
+    int (*run)(RunnerEnv& env, const Args& args);
+    unsigned options;  // Option bits it takes
+    const char* summary;
 };
-const OptionName kOptionNames[] = {
-    {zr::kOptLib, "--lib"},       {zr::kOptJson, "--json"},          {zr::kOptConfig, "--config"},
-    {zr::kOptRounds, "--rounds"}, {zr::kOptExitZero, "--exit-zero"}, {zr::kOptTextfile, "--textfile"},
-    {zr::kOptLog, "--log-file"},  {zr::kOptListen, "--listen"},
+const Subcommand kSubcommands[] = {
+    {"run", RunCommand, kOptLib | kOptJson | kOptConfig | kOptRounds | kOptExitZero | kOptTextfile | kOptLog,
+     "call the configured items on their periods (the default)"},
+    {"serve", ServeCommand, kOptLib | kOptConfig | kOptTextfile | kOptLog | kOptListen,
+     "serve the items' last answers for Prometheus: serve [--listen ADDR:PORT] (127.0.0.1:9731)"},
+    {"call", CallCommand, kOptLib | kOptJson | kOptLog,
+     "call one item: call ITEM [Name=Value ...] (CPU items: two samples 1 s apart)"},
+    {"items", ItemsCommand, kOptJson | kOptLog, "every item with its unit, parameters and meaning"},
+    {"census", CensusCommand, kOptLib | kOptJson | kOptLog, "every user process by memory or CPU: census rss|cpu"},
 };
 
-void Usage(FILE* out) {
-    fprintf(out,
-            "usage: zadi_runner [OPTIONS] [SUBCOMMAND [ARGS]]\n"
-            "  --lib PATH     plug-in library (default: %s)\n"
-            "  --config FILE  item configuration, one item a line (default: built in, inspects\n"
-            "                 this machine):  item=GetProcessMemory, period=5, ProcessName=/sbin/init\n"
-            "                 period in seconds, default %u; every other key is a parameter of the item\n"
-            "  --json         one JSON record a line (with time and host) instead of a table\n"
-            "  --once         one round; --rounds N: N rounds (default: until SIGINT/SIGTERM)\n"
-            "  --exit-zero    exit 0 even when an item failed or matched no process\n"
-            "  --textfile DIR after every round write DIR/zadi.prom (Prometheus text format,\n"
-            "                 for the node exporter's textfile collector)\n"
-            "  --listen A:P   serve's address and port (default 127.0.0.1:9731; port 0: any free one)\n"
-            "  --log-file F   the runner's own messages to F instead of standard error\n"
-            "  --plugin-log   also copy the plug-in's diagnostic (syslog) lines there\n"
-            "  --version      the runner's version\n"
-            "subcommands:\n",
-            zr::DefaultLibraryPath().c_str(), zr::kDefaultPeriodS);
-    for (const zr::Subcommand& cmd : zr::Subcommands()) {
-        fprintf(out, "  %-10s %s\n", cmd.name, cmd.summary);
+// getopt_long answers each option with its code here ('-' hands the
+// arguments back in order, as kArgument).
+enum Code {
+    kArgument = 1,
+    kHelp = 'h',
+    kLib = 256,
+    kConfig,
+    kJson,
+    kOnce,
+    kRounds,
+    kExitZero,
+    kTextfile,
+    kListen,
+    kLogFile,
+    kPluginLog,
+    kVersion
+};
+const struct option kLongOptions[] = {
+    {"lib", required_argument, nullptr, kLib},
+    {"config", required_argument, nullptr, kConfig},
+    {"json", no_argument, nullptr, kJson},
+    {"once", no_argument, nullptr, kOnce},
+    {"rounds", required_argument, nullptr, kRounds},
+    {"exit-zero", no_argument, nullptr, kExitZero},
+    {"textfile", required_argument, nullptr, kTextfile},
+    {"listen", required_argument, nullptr, kListen},
+    {"log-file", required_argument, nullptr, kLogFile},
+    {"plugin-log", no_argument, nullptr, kPluginLog},
+    {"help", no_argument, nullptr, kHelp},
+    {"version", no_argument, nullptr, kVersion},
+    {nullptr, 0, nullptr, 0},
+};
+
+void Usage() {
+    printf(
+        "usage: zadi_runner [OPTIONS] [SUBCOMMAND [ARGS]]\n"
+        "  --lib PATH     plug-in library (default: %s)\n"
+        "  --config FILE  item configuration, one item a line (default: built in, inspects\n"
+        "                 this machine):  item=GetProcessMemory, period=5, ProcessName=/sbin/init\n"
+        "                 period in seconds, default %u; every other key is a parameter of the item\n"
+        "  --json         one JSON record a line (with time and host) instead of a table\n"
+        "  --once         one round; --rounds N: N rounds (default: until SIGINT/SIGTERM)\n"
+        "  --exit-zero    exit 0 even when an item failed or matched no process\n"
+        "  --textfile DIR after every round write DIR/zadi.prom (Prometheus text format,\n"
+        "                 for the node exporter's textfile collector)\n"
+        "  --listen A:P   serve's address and port (default 127.0.0.1:9731; port 0: any free one)\n"
+        "  --log-file F   the runner's own messages (all of standard error) to F\n"
+        "  --plugin-log   also copy the plug-in's diagnostic (syslog) lines there\n"
+        "  --version      the runner's version\n"
+        "subcommands:\n",
+        DefaultLibraryPath().c_str(), kDefaultPeriodS);
+    for (const Subcommand& cmd : kSubcommands) {
+        printf("  %-10s %s\n", cmd.name, cmd.summary);
     }
-    fprintf(out,
-            "states: ok, priming (first call of an item that measures since its previous call),\n"
-            "        no_match (no process answers to ProcessName), failed (the item's reason follows)\n"
-            "units:\n%s"
-            "exit status: 0 every last call ok or priming, 1 setup failed (library, configuration),\n"
-            "             2 usage, 3 an item failed, 4 an item matched no process (run: the last call\n"
-            "             of each item; --exit-zero gives 0)\n",
-            zr::UnitLegend());
+    printf(
+        "states: ok, priming (first call of an item that measures since its previous call),\n"
+        "        no_match (no process answers to ProcessName), failed (the item's reason follows)\n"
+        "units:\n%s"
+        "exit status: 0 every last call ok or priming, 1 setup failed (library, configuration),\n"
+        "             2 usage, 3 an item failed, 4 an item matched no process (run: the last call\n"
+        "             of each item; --exit-zero gives 0)\n",
+        UnitLegend());
 }
 
-bool ParseCount(const std::string& text, long* out) {
+bool ParseCount(const char* text, long* out) {
     char* end = nullptr;
-    const long v = strtol(text.c_str(), &end, 10);
-    if (text.empty() || *end != '\0' || v <= 0) {
-        return false;
-    }
-    *out = v;
-    return true;
+    *out = strtol(text, &end, 10);
+    return *end == '\0' && *out > 0;
 }
 
-// Takes the global options out of argv; the rest are the subcommand and its
-// arguments. Returns -1 to go on, else an exit status.
-int ParseOptions(int argc, char** argv, zr::Options* opts, std::vector<std::string>* rest) {
-    for (int i = 1; i < argc; ++i) {
-        const std::string arg = argv[i];
-        bool missing = false;
-        auto value = [&](const char* name, std::string* out) {
-            if (arg.rfind(std::string(name) + "=", 0) == 0) {
-                *out = arg.substr(strlen(name) + 1);
-            } else if (arg == name) {
-                *out = i + 1 < argc ? argv[++i] : "";
-            } else {
-                return false;
-            }
-            missing = out->empty();
-            return true;
-        };
-        std::string v;
-        if (arg == "--help" || arg == "-h") {
-            Usage(stdout);
-            return zr::kExitOk;
-        } else if (arg == "--version") {
-            printf("zadi_runner %s\n", ZADI_RUNNER_VERSION);
-            return zr::kExitOk;
-        } else if (arg == "--json") {
-            opts->json = true;
-            opts->given |= zr::kOptJson;
-        } else if (arg == "--once") {
-            opts->once = true;
-            opts->given |= zr::kOptRounds;
-        } else if (arg == "--exit-zero") {
-            opts->exit_zero = true;
-            opts->given |= zr::kOptExitZero;
-        } else if (arg == "--plugin-log") {
-            opts->plugin_log = true;
-            opts->given |= zr::kOptLog;
-        } else if (value("--listen", &opts->listen)) {
-            opts->given |= zr::kOptListen;
-        } else if (value("--textfile", &opts->textfile)) {
-            opts->given |= zr::kOptTextfile;
-        } else if (value("--log-file", &opts->log_file)) {
-            opts->given |= zr::kOptLog;
-        } else if (value("--lib", &opts->lib)) {
-            opts->given |= zr::kOptLib;
-        } else if (value("--config", &opts->config)) {
-            opts->given |= zr::kOptConfig;
-        } else if (value("--rounds", &v)) {
-            if (opts->once || !ParseCount(v, &opts->rounds)) {
-                fprintf(stderr, "zadi_runner: %s\n",
-                        opts->once ? "--once and --rounds contradict each other"
-                                   : ("--rounds needs a whole number above 0, not \"" + v + "\"").c_str());
-                return zr::kExitUsage;
-            }
-            opts->given |= zr::kOptRounds;
-        } else if (arg.rfind("--", 0) == 0) {
-            fprintf(stderr, "zadi_runner: unknown option %s (see --help)\n", arg.c_str());
-            return zr::kExitUsage;
-        } else {
-            rest->push_back(arg);
+// Fills `opts` and `rest` (the subcommand and its arguments, in order).
+// Returns -1 to go on, else the exit status.
+int ParseOptions(int argc, char** argv, Options* opts, Args* rest) {
+    opterr = 0;
+    for (int code; (code = getopt_long(argc, argv, "-:h", kLongOptions, nullptr)) != -1;) {
+        if (code == '?') {
+            fprintf(stderr, "zadi_runner: unknown option %s (see --help)\n", argv[optind - 1]);
+            return kExitUsage;
         }
-        if (missing) {
-            fprintf(stderr, "zadi_runner: %s needs a value (see --help)\n", arg.c_str());
-            return zr::kExitUsage;
+        if (code == ':' || (code != kArgument && optarg != nullptr && *optarg == '\0')) {
+            fprintf(stderr, "zadi_runner: %s needs a value (see --help)\n", argv[optind - 1]);
+            return kExitUsage;
+        }
+        switch (code) {
+            case kArgument:
+                rest->push_back(optarg);
+                break;
+            case kHelp:
+                Usage();
+                return kExitOk;
+            case kVersion:
+                printf("zadi_runner %s\n", ZADI_RUNNER_VERSION);
+                return kExitOk;
+            case kLib:
+                opts->lib = optarg;
+                break;
+            case kConfig:
+                opts->config = optarg;
+                break;
+            case kJson:
+                opts->json = true;
+                break;
+            case kOnce:
+                opts->once = true;
+                break;
+            case kRounds:
+                if (opts->once) {
+                    fprintf(stderr, "zadi_runner: --once and --rounds contradict each other\n");
+                    return kExitUsage;
+                }
+                if (!ParseCount(optarg, &opts->rounds)) {
+                    fprintf(stderr, "zadi_runner: --rounds needs a whole number above 0, not \"%s\"\n", optarg);
+                    return kExitUsage;
+                }
+                break;
+            case kExitZero:
+                opts->exit_zero = true;
+                break;
+            case kTextfile:
+                opts->textfile = optarg;
+                break;
+            case kListen:
+                opts->listen = optarg;
+                break;
+            case kLogFile:
+                opts->log_file = optarg;
+                break;
+            case kPluginLog:
+                opts->plugin_log = true;
+                break;
         }
     }
     if (opts->once && opts->rounds > 0) {
         fprintf(stderr, "zadi_runner: --once and --rounds contradict each other\n");
-        return zr::kExitUsage;
+        return kExitUsage;
     }
     return -1;
 }
 
 // Refuses an option the subcommand would silently ignore.
-bool OptionsApply(const zr::Options& opts, const zr::Subcommand& cmd) {
-    for (const OptionName& o : kOptionNames) {
-        if ((opts.given & o.bit) != 0 && (cmd.options & o.bit) == 0) {
-            fprintf(stderr, "zadi_runner: %s does not apply to %s\n", o.name, cmd.name);
+bool OptionsApply(const Options& o, const Subcommand& cmd) {
+    const struct {
+        bool given;
+        Option bit;
+        const char* name;
+    } kGiven[] = {
+        {!o.lib.empty(), kOptLib, "--lib"},
+        {o.json, kOptJson, "--json"},
+        {!o.config.empty(), kOptConfig, "--config"},
+        {o.once || o.rounds > 0, kOptRounds, "--rounds"},
+        {o.exit_zero, kOptExitZero, "--exit-zero"},
+        {!o.textfile.empty(), kOptTextfile, "--textfile"},
+        {!o.log_file.empty() || o.plugin_log, kOptLog, "--log-file"},
+        {!o.listen.empty(), kOptListen, "--listen"},
+    };
+    for (const auto& g : kGiven) {
+        if (g.given && (cmd.options & g.bit) == 0) {
+            fprintf(stderr, "zadi_runner: %s does not apply to %s\n", g.name, cmd.name);
             return false;
         }
     }
     return true;
 }
 
+// With --log-file standard error itself goes to the file, so whatever
+// writes there (the runner, the agent's stand-in, the copies below) lands in
+// it. With --plugin-log the C library copies every syslog line of the
+// process, the plug-in's diagnostics among them, to standard error.
+bool RouteMessages(const Options& opts) {
+    if (!opts.log_file.empty()) {
+        kira::UniqueFd fd(open(opts.log_file.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666));
+        if (!fd.valid() || dup2(fd.get(), STDERR_FILENO) < 0) {
+            fprintf(stderr, "zadi_runner: cannot open %s: %s\n", opts.log_file.c_str(), strerror(errno));
+            return false;
+        }
+        if (fd.get() == STDERR_FILENO) {
+            fd.release();
+        }
+    }
+    if (opts.plugin_log) {
+        openlog("plug-in", LOG_PERROR, 0);
+    }
+    return true;
+}
+
+// The items find processes by their command line, and the runner's own may
+// hold the very name or pattern it was asked to look for ("*nginx*" would
+// report the runner). So it empties its command line: it moves the start of
+// its argument area onto the end (PR_SET_MM, which needs CAP_SYS_RESOURCE)
+// and then reads like a kernel thread, which no item ever matches. Without
+// the privilege it blanks the area: the text reads empty and only a pattern
+// made of nothing but '*' still matches it.
+void HideCommandLine(int argc, char** argv) {
+    if (argc <= 0) {
+        return;
+    }
+    char* start = argv[0];
+    char* end = argv[argc - 1] + strlen(argv[argc - 1]) + 1;
+    if (prctl(PR_SET_MM, PR_SET_MM_ARG_START, reinterpret_cast<unsigned long>(end), 0, 0) != 0) {
+        memset(start, 0, static_cast<size_t>(end - start));
+    }
+}
+
 }  // namespace
 
+}  // namespace zadi_runner
+
 int main(int argc, char** argv) {
-    zr::RunnerEnv env;
-    std::vector<std::string> rest;
+    using namespace zadi_runner;
+    RunnerEnv env;
+    Args rest;
     const int status = ParseOptions(argc, argv, &env.options, &rest);
     if (status >= 0) {
         return status;
     }
     const std::string name = rest.empty() ? "run" : rest[0];
-    const zr::Subcommand* cmd = zr::FindSubcommand(name);
+    const Subcommand* cmd = nullptr;
+    for (const Subcommand& c : kSubcommands) {
+        cmd = name == c.name ? &c : cmd;
+    }
     if (cmd == nullptr) {
         fprintf(stderr, "zadi_runner: unknown subcommand \"%s\" (see --help)\n", name.c_str());
-        return zr::kExitUsage;
+        return kExitUsage;
     }
     if (!OptionsApply(env.options, *cmd)) {
-        return zr::kExitUsage;
+        return kExitUsage;
+    }
+    if (!RouteMessages(env.options)) {
+        return kExitSetup;
     }
     if (!rest.empty()) {
         rest.erase(rest.begin());
     }
-    if (!env.options.log_file.empty()) {
-        env.err = fopen(env.options.log_file.c_str(), "a");
-        if (env.err == nullptr) {
-            fprintf(stderr, "zadi_runner: cannot open %s: %s\n", env.options.log_file.c_str(), strerror(errno));
-            return zr::kExitSetup;
-        }
-        setvbuf(env.err, nullptr, _IOLBF, 0);
-    }
-    if (env.options.plugin_log) {
-        zr::CopyPluginLog(env.err);
-    }
-    zr::HideCommandLine(argc, argv);
-    const int result = cmd->run(env, rest);
-    if (env.err != stderr) {
-        fclose(env.err);
-    }
-    return result;
+    HideCommandLine(argc, argv);
+    return cmd->run(env, rest);
 }

@@ -13,21 +13,15 @@
 
 #include <algorithm>
 
-namespace zr {
+namespace zadi_runner {
 
 namespace {
 
 constexpr double kMiB = 1048576.0;
 
-double WallSeconds() {
+double Seconds(clockid_t clock) {
     struct timespec ts;
-    clock_gettime(CLOCK_REALTIME, &ts);
-    return static_cast<double>(ts.tv_sec) + static_cast<double>(ts.tv_nsec) / 1e9;
-}
-
-double MonoSeconds() {
-    struct timespec ts;
-    clock_gettime(CLOCK_MONOTONIC, &ts);
+    clock_gettime(clock, &ts);
     return static_cast<double>(ts.tv_sec) + static_cast<double>(ts.tv_nsec) / 1e9;
 }
 
@@ -61,11 +55,9 @@ std::string LabelName(const std::string& param) {
 }
 
 // The runner's own switches do not tell items apart.
-bool IsRunnerParam(const std::string& name) { return name == "ErrRpt" || name == "ErrRptUserData"; }
-
-std::string Labels(const ItemState& state) {
-    std::string labels = "item=\"" + EscapeLabel(state.config.item) + "\"";
-    for (const Param& p : state.config.params) {
+std::string Labels(const ConfiguredItem& item) {
+    std::string labels = "item=\"" + EscapeLabel(item.item) + "\"";
+    for (const Param& p : item.params) {
         if (!IsRunnerParam(p.name)) {
             labels += "," + LabelName(p.name) + "=\"" + EscapeLabel(p.value) + "\"";
         }
@@ -74,11 +66,17 @@ std::string Labels(const ItemState& state) {
 }
 
 std::string UnitSuffix(const std::string& unit) {
-    if (unit == "%") return "_percent";
-    if (unit == "%core") return "_percent_core";
-    if (unit == "MB") return "_bytes";  // Prometheus's base unit; the items count whole MiB
-    if (unit == "exists") return "_exists";
-    if (unit == "beats") return "_beating";
+    // clang-format off
+    static const std::pair<const char*, const char*> kSuffixes[] = {
+        {"%", "_percent"}, {"%core", "_percent_core"}, {"exists", "_exists"}, {"beats", "_beating"},
+        {"MB", "_bytes"},  // Prometheus's base unit; the items count whole MiB
+    };
+    // clang-format on
+    for (const auto& s : kSuffixes) {
+        if (unit == s.first) {
+            return s.second;
+        }
+    }
     return "";
 }
 
@@ -101,45 +99,29 @@ struct Family {
 
 }  // namespace
 
-Metrics::Entry* Metrics::Find(const std::string& labels) {
-    for (Entry& e : entries_) {
-        if (e.labels == labels) {
-            return &e;
-        }
-    }
-    return nullptr;
-}
-
-void Metrics::Record(RunnerEnv& env, const CallRecord& rec) {
-    const std::string labels = Labels(*rec.state);
+void Metrics::Record(const CallRecord& rec) {
+    const std::string labels = Labels(rec.state->config);
     std::lock_guard<std::mutex> lock(mutex_);
-    Entry* e = Find(labels);
-    if (e == nullptr) {
-        entries_.emplace_back();
-        e = &entries_.back();
-        e->item = rec.state->config.item;
-        e->labels = labels;
-        e->info = rec.state->info;
-        e->period_s = rec.state->config.period_s;
+    auto e = std::find_if(entries_.begin(), entries_.end(), [&](const Entry& x) { return x.labels == labels; });
+    if (e == entries_.end()) {
+        e = entries_.insert(entries_.end(), Entry{labels, rec, rec.state->info, rec.state->config.period_s, 0, -1, ""});
     }
     e->last = rec;
     if (rec.outcome == CallState::kOk) {
-        e->last_ok_wall = WallSeconds();
-        e->last_ok_mono = MonoSeconds();
+        e->last_ok_wall = Seconds(CLOCK_REALTIME);
+        e->last_ok_mono = Seconds(CLOCK_MONOTONIC);
     }
     // Reasons stay out of the labels; the log gets each new one once.
     const std::string reason = rec.outcome == CallState::kFailed ? rec.result.reason : "";
     if (reason != e->logged_reason && !reason.empty()) {
-        fprintf(env.err, "zadi_runner: %s {%s} failed: %s\n", e->item.c_str(), labels.c_str(), reason.c_str());
-        fflush(env.err);
+        fprintf(stderr, "zadi_runner: %s {%s} failed: %s\n", e->info->name, labels.c_str(), reason.c_str());
     }
     e->logged_reason = reason;
 }
 
 void Metrics::SetCensus(const std::vector<std::pair<int, int>>& rss_mb_and_pid) {
     std::lock_guard<std::mutex> lock(mutex_);
-    census_.assign(rss_mb_and_pid.begin(),
-                   rss_mb_and_pid.begin() + static_cast<long>(std::min(kCensusTop, rss_mb_and_pid.size())));
+    census_.assign(rss_mb_and_pid.begin(), rss_mb_and_pid.begin() + std::min(kCensusTop, rss_mb_and_pid.size()));
 }
 
 void Metrics::Clear() {
@@ -157,12 +139,10 @@ std::string Metrics::Exposition() const {
     Family hang{"zadi_heartbeat_hang", "1 when the process's heartbeat stopped at the last check, else 0"};
     Family census_rss{"zadi_census_rss_bytes", "resident memory of the largest processes, by rank (whole MiB)"};
     Family census_pid{"zadi_census_pid", "pid of the process at that rank of the memory census"};
-    const double now = MonoSeconds();
+    const double now = Seconds(CLOCK_MONOTONIC);
     std::lock_guard<std::mutex> lock(mutex_);
     for (const Entry& e : entries_) {
         const CallRecord& r = e.last;
-        // Overdue: no figure for two periods and a margin for slow calls.
-        const bool fresh = r.outcome == CallState::kOk && now - e.last_ok_mono <= 2.0 * e.period_s + 5.0;
         ok.Add(e.labels, r.outcome == CallState::kFailed ? 0 : 1);
         if (e.info->match != Match::kNone) {
             matched.Add(e.labels, r.outcome == CallState::kNoMatch ? 0 : 1);
@@ -171,21 +151,22 @@ std::string Metrics::Exposition() const {
         if (e.last_ok_wall > 0) {
             success.Add(e.labels, e.last_ok_wall);
         }
-        if (!fresh) {
+        // Overdue: no figure for two periods and a margin for slow calls.
+        if (r.outcome != CallState::kOk || now - e.last_ok_mono > 2.0 * e.period_s + 5.0) {
             continue;
         }
         const std::string name = "zadi_item_value" + UnitSuffix(e.info->unit);
         auto family = std::find_if(values.begin(), values.end(), [&](const Family& f) { return f.name == name; });
         if (family == values.end()) {
-            values.push_back(
-                Family{name, e.info->unit[0] == '\0' ? "the item's figure" : "the item's figure, unit in the name"});
-            family = values.end() - 1;
+            family = values.insert(
+                values.end(),
+                Family(name, *e.info->unit == '\0' ? "the item's figure" : "the item's figure, unit in the name"));
         }
         family->Add(e.labels, std::string(e.info->unit) == "MB" ? r.value * kMiB : r.value);
         if (e.info->reports_pid) {
             pid.Add(e.labels, r.result.pid);
         }
-        if (e.item == "ProcessHeartBeat") {
+        if (std::string(e.info->name) == "ProcessHeartBeat") {
             hang.Add(e.labels, r.value == 0.0f ? 1 : 0);
         }
     }
@@ -221,4 +202,4 @@ bool WriteTextfile(const std::string& dir, const std::string& text, std::string*
     return true;
 }
 
-}  // namespace zr
+}  // namespace zadi_runner

@@ -10,36 +10,35 @@
 
 #include <mutex>
 #include <string>
+#include <utility>
 #include <vector>
 
-#include "tools/runner/runner.h"
+#include "tools/runner/item_call.h"
 
-namespace zr {
+namespace zadi_runner {
 
 class Metrics {
 public:
+    static constexpr size_t kCensusTop = 5;
+
     // Keeps the item's outcome; a failure is logged once per change of reason.
-    void Record(RunnerEnv& env, const CallRecord& rec);
+    void Record(const CallRecord& rec);
     // Largest resident sets first, at most kCensusTop of them.
     void SetCensus(const std::vector<std::pair<int, int>>& rss_mb_and_pid);
     // Forgets every item (the configuration was read again).
     void Clear();
     std::string Exposition() const;
 
-    static constexpr size_t kCensusTop = 5;
-
 private:
     struct Entry {
-        std::string item;
         std::string labels;  // `item="...",process="..."`
+        CallRecord last;
         const ItemInfo* info;
         unsigned period_s;
-        CallRecord last;
         double last_ok_wall = 0;   // seconds since 1970 of the last ok call, 0 never
         double last_ok_mono = -1;  // monotonic seconds of the same
         std::string logged_reason;
     };
-    Entry* Find(const std::string& labels);
 
     mutable std::mutex mutex_;
     std::vector<Entry> entries_;
@@ -49,9 +48,7 @@ private:
 // Writes the exposition to DIR/zadi.prom through a temporary file in DIR
 // renamed into place, as the node exporter's textfile collector expects.
 bool WriteTextfile(const std::string& dir, const std::string& text, std::string* error);
-// The largest resident sets of the census, from the loaded library.
-bool TakeRssCensus(const PluginLibrary& lib, size_t top, std::vector<std::pair<int, int>>* out);
 
-}  // namespace zr
+}  // namespace zadi_runner
 
 #endif

@@ -1,28 +1,25 @@
-// Loading the plug-in the way the agent does and finding items by name.
-// Outside the agent the plug-in's imported error-report functions come from
-// the stand-in library, loaded globally first unless something in the
+// Loading the plug-in the way the agent does and finding its functions by
+// name. Outside the agent the plug-in's imported error-report functions come
+// from the stand-in library, loaded globally first unless something in the
 // process already provides them. Both libraries are taken from the build
 // tree when the runner runs from there, else from beside the runner
 // (PREFIX/lib for PREFIX/bin/zadi_runner), else from the configured prefix.
 
+#include "tools/runner/plugin_library.h"
+
 #include <dlfcn.h>
 #include <limits.h>
+#include <stdio.h>
 #include <unistd.h>
 
-#include "tools/runner/runner.h"
-
-namespace zr {
+namespace zadi_runner {
 
 namespace {
 
 std::string ExecutableDir() {
     char buf[PATH_MAX];
     const ssize_t n = readlink("/proc/self/exe", buf, sizeof(buf) - 1);
-    if (n <= 0) {
-        return ".";
-    }
-    buf[n] = '\0';
-    std::string path(buf);
+    const std::string path(buf, n > 0 ? static_cast<size_t>(n) : 0);
     const size_t slash = path.rfind('/');
     return slash == std::string::npos ? "." : path.substr(0, slash);
 }
@@ -40,15 +37,19 @@ std::string LibraryPath(const std::string& built, const char* file) {
     return Readable(beside) ? beside : std::string(ZADI_RUNNER_INSTALLED_LIBDIR "/") + file;
 }
 
+std::string DlError() {
+    const char* why = dlerror();
+    return why != nullptr ? why : "unknown error";
+}
+
 // The agent's functions are looked up in the whole process first.
-bool LoadAgentStandIn(std::string* error) {
+bool LoadAgentStandIn() {
     if (dlsym(RTLD_DEFAULT, "ZADI_SendErrReportSub") != nullptr) {
         return true;
     }
     const std::string path = LibraryPath(ZADI_RUNNER_BUILD_AGENT_SUB, "libzadi_agent_sub.so");
     if (dlopen(path.c_str(), RTLD_NOW | RTLD_GLOBAL) == nullptr) {
-        const char* why = dlerror();
-        *error = "cannot load the agent's stand-in " + path + ": " + (why != nullptr ? why : "unknown error");
+        fprintf(stderr, "zadi_runner: cannot load the agent's stand-in %s: %s\n", path.c_str(), DlError().c_str());
         return false;
     }
     return true;
@@ -63,18 +64,17 @@ PluginLibrary::~PluginLibrary() {
 }
 
 bool PluginLibrary::Load(const std::string& path) {
-    path_ = path;
-    if (access(path.c_str(), R_OK) != 0) {
-        error_ = "plug-in library not found: " + path;
+    path_ = path.empty() ? DefaultLibraryPath() : path;
+    if (access(path_.c_str(), R_OK) != 0) {
+        fprintf(stderr, "zadi_runner: plug-in library not found: %s\n", path_.c_str());
         return false;
     }
-    if (!LoadAgentStandIn(&error_)) {
+    if (!LoadAgentStandIn()) {
         return false;
     }
-    handle_ = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+    handle_ = dlopen(path_.c_str(), RTLD_NOW | RTLD_LOCAL);
     if (handle_ == nullptr) {
-        const char* why = dlerror();
-        error_ = "cannot load " + path + ": " + (why != nullptr ? why : "unknown error");
+        fprintf(stderr, "zadi_runner: cannot load %s: %s\n", path_.c_str(), DlError().c_str());
         return false;
     }
     return true;
@@ -82,19 +82,6 @@ bool PluginLibrary::Load(const std::string& path) {
 
 void* PluginLibrary::Symbol(const char* name) const { return handle_ != nullptr ? dlsym(handle_, name) : nullptr; }
 
-FI_ITEM_FN PluginLibrary::Item(const std::string& name) const {
-    return reinterpret_cast<FI_ITEM_FN>(Symbol(name.c_str()));
-}
-
 std::string DefaultLibraryPath() { return LibraryPath(ZADI_RUNNER_BUILD_LIB, "libzadi_linux_plugin.so"); }
 
-bool LoadLibrary(RunnerEnv& env) {
-    const std::string path = env.options.lib.empty() ? DefaultLibraryPath() : env.options.lib;
-    if (!env.library.Load(path)) {
-        fprintf(env.err, "zadi_runner: %s\n", env.library.error().c_str());
-        return false;
-    }
-    return true;
-}
-
-}  // namespace zr
+}  // namespace zadi_runner

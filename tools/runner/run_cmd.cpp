@@ -1,28 +1,39 @@
 // The default subcommand: call every configured item on its period and
 // print each round (or keep it for Prometheus: --textfile, and serve). SIGTERM
 // and SIGINT end it after the call in progress with a one-line summary;
-// SIGHUP reads the configuration again.
+// SIGHUP reads the configuration again. In order: the signals and the clock,
+// one round, what follows a round, reading the configuration, the loop.
 
 #include <signal.h>
+#include <stdio.h>
 #include <string.h>
 #include <sys/stat.h>
 #include <time.h>
 
-#include "tools/runner/metrics.h"
-#include "tools/runner/runner.h"
+#include <algorithm>
 
-namespace zr {
+#include "tools/runner/heartbeat_report.h"
+#include "tools/runner/metrics.h"
+#include "tools/runner/report.h"
+#include "tools/runner/subcommands.h"
+
+namespace zadi_runner {
 
 namespace {
 
 volatile sig_atomic_t g_stop_signal = 0;
 volatile sig_atomic_t g_reload = 0;
 
-void OnSignal(int sig) {
-    if (sig == SIGHUP) {
-        g_reload = 1;
-    } else {
-        g_stop_signal = sig;
+void OnSignal(int sig) { (sig == SIGHUP ? g_reload : g_stop_signal) = sig; }
+
+// Without SA_RESTART, so that a signal cuts the wait for the next round short.
+void CatchSignals() {
+    struct sigaction sa;
+    memset(&sa, 0, sizeof(sa));
+    sa.sa_handler = OnSignal;
+    sigemptyset(&sa.sa_mask);
+    for (int sig : {SIGTERM, SIGINT, SIGHUP}) {
+        sigaction(sig, &sa, nullptr);
     }
 }
 
@@ -49,8 +60,8 @@ struct Totals {
 
 void RunRound(RunnerEnv& env, std::vector<ItemState>& states, unsigned long round, bool print, Totals* totals) {
     if (print && !env.options.json) {
-        PrintRoundHeader(env.out, round);
-        PrintTableHeader(env.out);
+        PrintRoundHeader(round);
+        PrintTableHeader();
     }
     const long now = NowMs();
     for (ItemState& state : states) {
@@ -65,12 +76,12 @@ void RunRound(RunnerEnv& env, std::vector<ItemState>& states, unsigned long roun
         totals->failed += rec.outcome == CallState::kFailed;
         totals->no_match += rec.outcome == CallState::kNoMatch;
         if (env.metrics != nullptr) {
-            env.metrics->Record(env, rec);
+            env.metrics->Record(rec);
         }
         if (print) {
             PrintCall(env, rec);
         }
-        RunPostCallHooks(env, rec);
+        RaiseHeartbeatReport(env, rec);
     }
     totals->rounds = round;
 }
@@ -89,33 +100,26 @@ void PublishRound(RunnerEnv& env, long* census_due_ms) {
     }
     std::string error;
     if (!env.options.textfile.empty() && !WriteTextfile(env.options.textfile, env.metrics->Exposition(), &error)) {
-        fprintf(env.err, "zadi_runner: %s\n", error.c_str());
+        fprintf(stderr, "zadi_runner: %s\n", error.c_str());
     }
 }
 
-long NextDue(const std::vector<ItemState>& states) {
-    long next = states.front().next_due_ms;
-    for (const ItemState& s : states) {
-        next = s.next_due_ms < next ? s.next_due_ms : next;
-    }
-    return next;
-}
-
-bool ReadConfig(RunnerEnv& env, Config* config) {
+// The configuration comes before the library, so that a bad file is
+// reported as such whatever the library does.
+bool ReadAndPrepare(RunnerEnv& env, bool load, std::vector<ItemState>* states) {
+    Config config;
     std::string error;
     if (env.options.config.empty()) {
-        *config = DefaultConfig();
-    } else if (!LoadConfigFile(env.options.config, config, &error)) {
-        fprintf(env.err, "zadi_runner: %s\n", error.c_str());
+        config = DefaultConfig();
+    } else if (!LoadConfigFile(env.options.config, &config, &error)) {
+        fprintf(stderr, "zadi_runner: %s\n", error.c_str());
         return false;
     }
-    return true;
-}
-
-bool Prepare(RunnerEnv& env, const Config& config, std::vector<ItemState>* states) {
-    std::string error;
+    if (load && !env.library.Load(env.options.lib)) {
+        return false;
+    }
     if (!PrepareItems(config, env.library, states, &error)) {
-        fprintf(env.err, "zadi_runner: %s\n", error.c_str());
+        fprintf(stderr, "zadi_runner: %s\n", error.c_str());
         return false;
     }
     return true;
@@ -124,45 +128,44 @@ bool Prepare(RunnerEnv& env, const Config& config, std::vector<ItemState>* state
 // Keeps the running items when the new configuration is bad.
 void Reload(RunnerEnv& env, std::vector<ItemState>* states) {
     g_reload = 0;
-    Config config;
     std::vector<ItemState> fresh;
-    if (ReadConfig(env, &config) && Prepare(env, config, &fresh)) {
-        states->swap(fresh);
-        if (env.metrics != nullptr) {
-            env.metrics->Clear();
-        }
-        fprintf(env.err, "zadi_runner: configuration read again: %zu items\n", states->size());
-    } else {
-        fprintf(env.err, "zadi_runner: keeping the previous configuration\n");
+    if (!ReadAndPrepare(env, false, &fresh)) {
+        fprintf(stderr, "zadi_runner: keeping the previous configuration\n");
+        return;
     }
+    states->swap(fresh);
+    if (env.metrics != nullptr) {
+        env.metrics->Clear();
+    }
+    fprintf(stderr, "zadi_runner: configuration read again: %zu items\n", states->size());
 }
 
 }  // namespace
 
 int RunItems(RunnerEnv& env, bool print) {
-    // The configuration comes first, so that a bad file is reported as
-    // such whatever the library does.
-    Config config;
     std::vector<ItemState> states;
-    if (!ReadConfig(env, &config) || !LoadLibrary(env) || !Prepare(env, config, &states)) {
+    if (!ReadAndPrepare(env, true, &states)) {
         return kExitSetup;
     }
     struct stat st;
     if (!env.options.textfile.empty() && (stat(env.options.textfile.c_str(), &st) != 0 || !S_ISDIR(st.st_mode))) {
-        fprintf(env.err, "zadi_runner: --textfile needs a directory: %s\n", env.options.textfile.c_str());
+        fprintf(stderr, "zadi_runner: --textfile needs a directory: %s\n", env.options.textfile.c_str());
         return kExitSetup;
     }
     Metrics metrics;
     if (env.metrics == nullptr && !env.options.textfile.empty()) {
         env.metrics = &metrics;
     }
-    CatchSignals(OnSignal, {SIGTERM, SIGINT, SIGHUP});
+    CatchSignals();
     Totals totals;
     long census_due_ms = 0;
     const unsigned long rounds = env.options.once ? 1 : static_cast<unsigned long>(env.options.rounds);
     for (unsigned long round = 1; (rounds == 0 || round <= rounds) && g_stop_signal == 0; ++round) {
         if (round > 1) {
-            SleepUntil(NextDue(states));
+            auto next = std::min_element(states.begin(), states.end(), [](const ItemState& a, const ItemState& b) {
+                return a.next_due_ms < b.next_due_ms;
+            });
+            SleepUntil(next->next_due_ms);
         }
         if (g_reload != 0) {
             Reload(env, &states);
@@ -176,25 +179,18 @@ int RunItems(RunnerEnv& env, bool print) {
         env.metrics = nullptr;
     }
     if (g_stop_signal != 0) {
-        fprintf(env.err, "zadi_runner: stopped by SIG%s after %lu rounds: %lu calls, %lu failed, %lu no match\n",
+        fprintf(stderr, "zadi_runner: stopped by SIG%s after %lu rounds: %lu calls, %lu failed, %lu no match\n",
                 sigabbrev_np(g_stop_signal), totals.rounds, totals.calls, totals.failed, totals.no_match);
     }
     return env.options.exit_zero ? kExitOk : StatusOfItems(states);
 }
 
-namespace {
-
-int RunConfigured(RunnerEnv& env, const std::vector<std::string>& args) {
+int RunCommand(RunnerEnv& env, const Args& args) {
     if (!args.empty()) {
-        fprintf(env.err, "zadi_runner: run takes no arguments (got \"%s\")\n", args[0].c_str());
+        fprintf(stderr, "zadi_runner: run takes no arguments (got \"%s\")\n", args[0].c_str());
         return kExitUsage;
     }
     return RunItems(env, true);
 }
 
-}  // namespace
-
-ZADI_RUNNER_SUBCOMMAND(run, "run", "call the configured items on their periods (the default)", RunConfigured,
-                       kOptLib | kOptJson | kOptConfig | kOptRounds | kOptExitZero | kOptTextfile | kOptLog);
-
-}  // namespace zr
+}  // namespace zadi_runner

@@ -3,18 +3,19 @@
 // in Prometheus's text format. The HTTP side is cpp-httplib's server;
 // everything listens on the given address only (default loopback).
 
+#include <stdio.h>
 #include <stdlib.h>
 
 #include <thread>
 
 #include "tools/runner/metrics.h"
-#include "tools/runner/runner.h"
+#include "tools/runner/subcommands.h"
 
 #ifdef ZADI_RUNNER_HTTP
 #include <httplib.h>
 #endif
 
-namespace zr {
+namespace zadi_runner {
 
 namespace {
 
@@ -32,16 +33,18 @@ bool ParseListen(const std::string& text, std::string* host, int* port) {
     return *port <= 65535;
 }
 
-int Serve(RunnerEnv& env, const std::vector<std::string>& args) {
+}  // namespace
+
+int ServeCommand(RunnerEnv& env, const Args& args) {
     const std::string listen = env.options.listen.empty() ? kDefaultListen : env.options.listen;
     if (!args.empty()) {
-        fprintf(env.err, "zadi_runner: usage: zadi_runner serve [--listen ADDR:PORT] (default %s)\n", kDefaultListen);
+        fprintf(stderr, "zadi_runner: usage: zadi_runner serve [--listen ADDR:PORT] (default %s)\n", kDefaultListen);
         return kExitUsage;
     }
     std::string host;
     int port = 0;
     if (!ParseListen(listen, &host, &port)) {
-        fprintf(env.err, "zadi_runner: --listen needs ADDR:PORT, not \"%s\"\n", listen.c_str());
+        fprintf(stderr, "zadi_runner: --listen needs ADDR:PORT, not \"%s\"\n", listen.c_str());
         return kExitUsage;
     }
 #ifdef ZADI_RUNNER_HTTP
@@ -53,11 +56,10 @@ int Serve(RunnerEnv& env, const std::vector<std::string>& args) {
     const int bound =
         port == 0 ? server.bind_to_any_port(host.c_str()) : (server.bind_to_port(host.c_str(), port) ? port : -1);
     if (bound < 0) {
-        fprintf(env.err, "zadi_runner: cannot listen on %s\n", listen.c_str());
+        fprintf(stderr, "zadi_runner: cannot listen on %s\n", listen.c_str());
         return kExitSetup;
     }
-    fprintf(env.err, "zadi_runner: serving http://%s:%d/metrics\n", host.c_str(), bound);
-    fflush(env.err);
+    fprintf(stderr, "zadi_runner: serving http://%s:%d/metrics\n", host.c_str(), bound);
     std::thread http([&server] { server.listen_after_bind(); });
     env.metrics = &metrics;
     const int status = RunItems(env, false);
@@ -66,15 +68,9 @@ int Serve(RunnerEnv& env, const std::vector<std::string>& args) {
     http.join();
     return status == kExitUsage || status == kExitSetup ? status : kExitOk;
 #else
-    fprintf(env.err, "zadi_runner: this build has no HTTP server (cpp-httplib was not found)\n");
+    fprintf(stderr, "zadi_runner: this build has no HTTP server (cpp-httplib was not found)\n");
     return kExitSetup;
 #endif
 }
 
-}  // namespace
-
-ZADI_RUNNER_SUBCOMMAND(serve, "serve",
-                       "serve the items' last answers for Prometheus: serve [--listen ADDR:PORT] (127.0.0.1:9731)",
-                       Serve, kOptLib | kOptConfig | kOptTextfile | kOptLog | kOptListen);
-
-}  // namespace zr
+}  // namespace zadi_runner
