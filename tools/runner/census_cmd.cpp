@@ -12,7 +12,7 @@
 
 #include "plugin/linux/allprocess.h"
 #include "tools/runner/report.h"
-#include "tools/runner/subcommands.h"
+#include "tools/runner/runner_env.h"
 
 namespace zadi_runner {
 
@@ -30,18 +30,45 @@ struct Row {
     std::string cmdline;
 };
 
-// Copies the result out and hands the list back to the library that made it.
-std::vector<Row> TakeRows(struct list_head* head, FreeFn free_list, bool cpu) {
-    std::vector<Row> rows;
-    const PROCESS_INFO_S* info;
-    list_for_each_entry(info, head, stEntry) {
-        rows.push_back({info->pid, cpu ? info->corecpu : info->rss, info->rss, info->name, info->cmdline});
+// The CPU census samples for a minute; on a terminal a line counts it.
+int ScanCpu(CpuFn scan, struct list_head* head, int* usersys, bool progress) {
+    if (!progress) {
+        return scan(head, usersys);
     }
-    free_list(head);
-    std::stable_sort(rows.begin(), rows.end(), [](const Row& a, const Row& b) {
+    std::future<int> done = std::async(std::launch::async, scan, head, usersys);
+    for (int s = 0; s == 0 || done.wait_for(std::chrono::seconds(1)) != std::future_status::ready; ++s) {
+        printf("\rsampling every process: %2d of 60 s", s);
+        fflush(stdout);
+    }
+    printf("\r%60s\r", "");
+    fflush(stdout);
+    return done.get();
+}
+
+// The census of one kind, copied out and sorted by its figure (the list
+// goes back to the library that made it). On a terminal a line counts the
+// CPU census's minute. False when the library lacks the census; `rc` is
+// its answer.
+bool TakeCensus(const PluginLibrary& lib, bool cpu, bool progress, std::vector<Row>* rows, int* usersys, int* rc) {
+    const FreeFn free_list = reinterpret_cast<FreeFn>(lib.Symbol("FreeAllProcessList"));
+    void* scan = lib.Symbol(cpu ? "GetAllProcessCoreCPU" : "GetAllProcessRssMem");
+    if (free_list == nullptr || scan == nullptr) {
+        return false;
+    }
+    struct list_head head;
+    *rc = cpu ? ScanCpu(reinterpret_cast<CpuFn>(scan), &head, usersys, progress) : reinterpret_cast<RssFn>(scan)(&head);
+    if (*rc != 0) {
+        return true;
+    }
+    const PROCESS_INFO_S* info;
+    list_for_each_entry(info, &head, stEntry) {
+        rows->push_back({info->pid, cpu ? info->corecpu : info->rss, info->rss, info->name, info->cmdline});
+    }
+    free_list(&head);
+    std::stable_sort(rows->begin(), rows->end(), [](const Row& a, const Row& b) {
         return a.figure != b.figure ? a.figure > b.figure : a.pid < b.pid;
     });
-    return rows;
+    return true;
 }
 
 void PrintRows(const RunnerEnv& env, const std::vector<Row>& rows, bool cpu) {
@@ -66,36 +93,17 @@ void PrintRows(const RunnerEnv& env, const std::vector<Row>& rows, bool cpu) {
     printf("%zu processes\n", rows.size());
 }
 
-// The CPU census samples for a minute; on a terminal a line counts it.
-int ScanCpu(CpuFn scan, struct list_head* head, int* usersys, bool progress) {
-    if (!progress) {
-        return scan(head, usersys);
-    }
-    std::future<int> done = std::async(std::launch::async, scan, head, usersys);
-    for (int s = 0; s == 0 || done.wait_for(std::chrono::seconds(1)) != std::future_status::ready; ++s) {
-        printf("\rsampling every process: %2d of 60 s", s);
-        fflush(stdout);
-    }
-    printf("\r%60s\r", "");
-    fflush(stdout);
-    return done.get();
-}
-
 }  // namespace
 
 bool TakeRssCensus(const PluginLibrary& lib, size_t top, std::vector<std::pair<int, int>>* out) {
-    FreeFn free_list = reinterpret_cast<FreeFn>(lib.Symbol("FreeAllProcessList"));
-    RssFn scan = reinterpret_cast<RssFn>(lib.Symbol("GetAllProcessRssMem"));
-    struct list_head head;
-    if (free_list == nullptr || scan == nullptr || scan(&head) != 0) {
+    std::vector<Row> rows;
+    int rc = 0;
+    if (!TakeCensus(lib, false, false, &rows, nullptr, &rc) || rc != 0) {
         return false;
     }
     out->clear();
-    for (const Row& r : TakeRows(&head, free_list, false)) {
-        if (out->size() == top) {
-            break;
-        }
-        out->emplace_back(r.figure, static_cast<int>(r.pid));
+    for (size_t i = 0; i < rows.size() && i < top; ++i) {
+        out->emplace_back(rows[i].figure, static_cast<int>(rows[i].pid));
     }
     return true;
 }
@@ -109,17 +117,13 @@ int CensusCommand(RunnerEnv& env, const Args& args) {
         return kExitSetup;
     }
     const bool cpu = args[0] == "cpu";
-    FreeFn free_list = reinterpret_cast<FreeFn>(env.library.Symbol("FreeAllProcessList"));
-    void* scan = env.library.Symbol(cpu ? "GetAllProcessCoreCPU" : "GetAllProcessRssMem");
-    if (free_list == nullptr || scan == nullptr) {
+    std::vector<Row> rows;
+    int usersys = 0;
+    int rc = 0;
+    if (!TakeCensus(env.library, cpu, !env.options.json && isatty(STDOUT_FILENO), &rows, &usersys, &rc)) {
         fprintf(stderr, "zadi_runner: %s does not export the census functions\n", env.library.path().c_str());
         return kExitSetup;
     }
-    struct list_head head;
-    int usersys = 0;
-    const bool terminal = !env.options.json && isatty(STDOUT_FILENO);
-    const int rc =
-        cpu ? ScanCpu(reinterpret_cast<CpuFn>(scan), &head, &usersys, terminal) : reinterpret_cast<RssFn>(scan)(&head);
     if (rc != 0) {
         fprintf(stderr, "zadi_runner: the census failed (%d)\n", rc);
         return kExitItemFailed;
@@ -129,7 +133,7 @@ int CensusCommand(RunnerEnv& env, const Args& args) {
     } else if (cpu) {
         printf("user share of all processors: %d%%\n", usersys);
     }
-    PrintRows(env, TakeRows(&head, free_list, cpu), cpu);
+    PrintRows(env, rows, cpu);
     return kExitOk;
 }
 

@@ -7,10 +7,10 @@
 // ErrRptUserData=none leaves UserData out, any other text replaces the hang
 // flow id. (The item receives these fields too and ignores them.)
 
-#include "tools/runner/heartbeat_report.h"
-
 #include <stdio.h>
+#include <string.h>
 
+#include "tools/runner/item_call.h"
 #include "tools/runner/report.h"
 
 namespace zadi_runner {
@@ -28,23 +28,23 @@ const std::string* ParamOf(const ConfiguredItem& item, const char* name) {
     return nullptr;
 }
 
-bool BuildReport(const CallRecord& rec, ConfiguredItem* report, std::string* error) {
+// The item's own values were checked against FI_PARAM_S when it was
+// configured, so they fit the report's parameters as they are.
+std::vector<FI_PARAM_S> ReportParams(const CallRecord& rec) {
     const ConfiguredItem& item = rec.state->config;
-    report->item = "SendErrRpt";
-    if (!AddParam(report, "ErrCode", kHeartbeatCode, error)) {
-        return false;
-    }
+    const std::string* user_data = ParamOf(item, "ErrRptUserData");
+    std::vector<Param> params = {{"ErrCode", kHeartbeatCode}};
     for (const char* name : {"ProcessName", "ProcessMoudleId"}) {
-        const std::string* value = ParamOf(item, name);
-        if (value != nullptr && !AddParam(report, name, *value, error)) {
-            return false;
+        if (ParamOf(item, name) != nullptr) {
+            params.push_back({name, *ParamOf(item, name)});
         }
     }
-    const std::string* user_data = ParamOf(item, "ErrRptUserData");
     if (user_data == nullptr) {
-        return AddParam(report, "UserData", std::to_string(rec.result.hangflowid), error);
+        params.push_back({"UserData", std::to_string(rec.result.hangflowid)});
+    } else if (*user_data != "none") {
+        params.push_back({"UserData", *user_data});
     }
-    return *user_data == "none" || AddParam(report, "UserData", *user_data, error);
+    return ItemArguments(params);
 }
 
 }  // namespace
@@ -56,17 +56,20 @@ void RaiseHeartbeatReport(const RunnerEnv& env, const CallRecord& rec) {
         (enabled != nullptr && *enabled == "off")) {
         return;
     }
-    Config config;
-    config.items.emplace_back();
-    std::string error;
-    std::vector<ItemState> states;
-    if (!BuildReport(rec, &config.items.back(), &error) || !PrepareItems(config, env.library, &states, &error)) {
-        fprintf(stderr, "zadi_runner: no error report: %s\n", error.c_str());
+    const FI_ITEM_FN send = env.library.Item("SendErrRpt");
+    if (send == nullptr) {
+        fprintf(stderr, "zadi_runner: no error report: item \"SendErrRpt\" is not exported by %s\n",
+                env.library.path().c_str());
         return;
     }
-    const CallRecord sent = CallItem(env.library, states[0], rec.round);
+    std::vector<FI_PARAM_S> params = ReportParams(rec);
+    FI_CONTEXT_S context;
+    FI_RESULT_S result;
+    memset(&context, 0, sizeof(context));
+    memset(&result, 0, sizeof(result));
+    send(static_cast<int>(params.size()), params.data(), &context, &result);
     Say(env, "    error report %s hangFlowId=%u: %s\n", kHeartbeatCode, rec.result.hangflowid,
-        sent.result.result == 0 ? "sent" : sent.result.reason);
+        result.result == 0 ? "sent" : result.reason);
     fflush(stdout);
 }
 

@@ -20,12 +20,6 @@ void CopyBounded(char* dest, size_t size, const std::string& text) {
     dest[n] = '\0';
 }
 
-double NowMs() {
-    struct timespec ts;
-    clock_gettime(CLOCK_MONOTONIC, &ts);
-    return static_cast<double>(ts.tv_sec) * 1e3 + static_cast<double>(ts.tv_nsec) / 1e6;
-}
-
 using PidFn = int (*)(const char*, int*);
 using PidListFn = int (*)(const char*, int*, unsigned int, unsigned int*);
 
@@ -64,6 +58,21 @@ CallState Classify(const PluginLibrary& lib, ItemState& state, const CallRecord&
 
 }  // namespace
 
+double MonotonicMs() {
+    struct timespec ts;
+    clock_gettime(CLOCK_MONOTONIC, &ts);
+    return static_cast<double>(ts.tv_sec) * 1e3 + static_cast<double>(ts.tv_nsec) / 1e6;
+}
+
+std::vector<FI_PARAM_S> ItemArguments(const std::vector<Param>& params) {
+    std::vector<FI_PARAM_S> argv(params.size(), FI_PARAM_S{});
+    for (size_t i = 0; i < params.size(); ++i) {
+        CopyBounded(argv[i].name, sizeof(argv[i].name), params[i].name);
+        CopyBounded(argv[i].value, sizeof(argv[i].value), params[i].value);
+    }
+    return argv;
+}
+
 bool PrepareItems(const Config& config, const PluginLibrary& lib, std::vector<ItemState>* states, std::string* error) {
     states->clear();
     states->reserve(config.items.size());
@@ -77,11 +86,7 @@ bool PrepareItems(const Config& config, const PluginLibrary& lib, std::vector<It
                      item.item + "\" is not exported by " + lib.path();
             return false;
         }
-        state.argv.assign(item.params.size(), FI_PARAM_S{});
-        for (size_t i = 0; i < item.params.size(); ++i) {
-            CopyBounded(state.argv[i].name, sizeof(state.argv[i].name), item.params[i].name);
-            CopyBounded(state.argv[i].value, sizeof(state.argv[i].value), item.params[i].value);
-        }
+        state.argv = ItemArguments(item.params);
         memset(&state.context, 0, sizeof(state.context));
         states->push_back(std::move(state));
     }
@@ -93,10 +98,10 @@ CallRecord CallItem(const PluginLibrary& lib, ItemState& state, unsigned long ro
     rec.round = round;
     rec.state = &state;
     memset(&rec.result, 0, sizeof(rec.result));
-    const double start = NowMs();
+    const double start = MonotonicMs();
     rec.value = state.fn(static_cast<int>(state.argv.size()), state.argv.empty() ? nullptr : state.argv.data(),
                          &state.context, &rec.result);
-    rec.elapsed_ms = NowMs() - start;
+    rec.elapsed_ms = MonotonicMs() - start;
     rec.outcome = Classify(lib, state, rec);
     state.last = rec.outcome;
     return rec;

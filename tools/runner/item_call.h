@@ -33,6 +33,8 @@ struct CallRecord {
     CallState outcome;
 };
 
+// The agent's argument array for these parameters.
+std::vector<FI_PARAM_S> ItemArguments(const std::vector<Param>& params);
 // Resolves every configured item and builds its argument array. False with
 // a message when an item is missing from the library.
 bool PrepareItems(const Config& config, const PluginLibrary& lib, std::vector<ItemState>* states, std::string* error);
@@ -42,6 +44,7 @@ CallRecord CallItem(const PluginLibrary& lib, ItemState& state, unsigned long ro
 // The exit status the items' last calls call for.
 int StatusOfItems(const std::vector<ItemState>& states);
 const char* StateName(CallState state);  // "ok", "priming", "no_match", "failed"
+double MonotonicMs();
 
 }  // namespace zadi_runner
 

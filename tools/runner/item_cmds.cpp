@@ -7,9 +7,8 @@
 #include <stdio.h>
 #include <time.h>
 
-#include "tools/runner/heartbeat_report.h"
 #include "tools/runner/report.h"
-#include "tools/runner/subcommands.h"
+#include "tools/runner/runner_env.h"
 
 namespace zadi_runner {
 

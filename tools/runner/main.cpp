@@ -17,7 +17,7 @@
 #include "os/base/kira_raii.h"
 #include "tools/runner/config.h"
 #include "tools/runner/item_catalog.h"
-#include "tools/runner/subcommands.h"
+#include "tools/runner/runner_env.h"
 
 #ifndef ZADI_RUNNER_VERSION
 #define ZADI_RUNNER_VERSION "unknown"
@@ -44,38 +44,42 @@ const Subcommand kSubcommands[] = {
     {"census", CensusCommand, kOptLib | kOptJson | kOptLog, "every user process by memory or CPU: census rss|cpu"},
 };
 
-// getopt_long answers each option with its code here ('-' hands the
-// arguments back in order, as kArgument).
-enum Code {
-    kArgument = 1,
-    kHelp = 'h',
-    kLib = 256,
-    kConfig,
-    kJson,
-    kOnce,
-    kRounds,
-    kExitZero,
-    kTextfile,
-    kListen,
-    kLogFile,
-    kPluginLog,
-    kVersion
+// Every option but --help and --version, with the group a subcommand must
+// take for it to be given (the first of a group names it in refusals).
+struct Flag {
+    const char* name;
+    Option group;
+    std::string Options::*text;  // its value goes here, or
+    bool Options::*on;           // it sets this, or it is --rounds
 };
-const struct option kLongOptions[] = {
-    {"lib", required_argument, nullptr, kLib},
-    {"config", required_argument, nullptr, kConfig},
-    {"json", no_argument, nullptr, kJson},
-    {"once", no_argument, nullptr, kOnce},
-    {"rounds", required_argument, nullptr, kRounds},
-    {"exit-zero", no_argument, nullptr, kExitZero},
-    {"textfile", required_argument, nullptr, kTextfile},
-    {"listen", required_argument, nullptr, kListen},
-    {"log-file", required_argument, nullptr, kLogFile},
-    {"plugin-log", no_argument, nullptr, kPluginLog},
-    {"help", no_argument, nullptr, kHelp},
-    {"version", no_argument, nullptr, kVersion},
-    {nullptr, 0, nullptr, 0},
+const Flag kFlags[] = {
+    {"lib", kOptLib, &Options::lib, nullptr},
+    {"json", kOptJson, nullptr, &Options::json},
+    {"config", kOptConfig, &Options::config, nullptr},
+    {"rounds", kOptRounds, nullptr, nullptr},
+    {"once", kOptRounds, nullptr, &Options::once},
+    {"exit-zero", kOptExitZero, nullptr, &Options::exit_zero},
+    {"textfile", kOptTextfile, &Options::textfile, nullptr},
+    {"log-file", kOptLog, &Options::log_file, nullptr},
+    {"plugin-log", kOptLog, nullptr, &Options::plugin_log},
+    {"listen", kOptListen, &Options::listen, nullptr},
 };
+// getopt_long answers a flag with its index past kFirstFlag; '-' hands the
+// arguments back in order, as kArgument.
+enum Code { kArgument = 1, kHelp = 'h', kVersion = 255, kFirstFlag = 256 };
+
+std::vector<struct option> LongOptions() {
+    std::vector<struct option> options;
+    for (const Flag& f : kFlags) {
+        const bool takes_value = f.on == nullptr;
+        options.push_back({f.name, takes_value ? required_argument : no_argument, nullptr,
+                           kFirstFlag + static_cast<int>(options.size())});
+    }
+    options.push_back({"help", no_argument, nullptr, kHelp});
+    options.push_back({"version", no_argument, nullptr, kVersion});
+    options.push_back({nullptr, 0, nullptr, 0});
+    return options;
+}
 
 void Usage() {
     printf(
@@ -108,17 +112,26 @@ void Usage() {
         UnitLegend());
 }
 
-bool ParseCount(const char* text, long* out) {
+bool ParseRounds(const char* text, Options* opts) {
+    if (opts->once) {
+        fprintf(stderr, "zadi_runner: --once and --rounds contradict each other\n");
+        return false;
+    }
     char* end = nullptr;
-    *out = strtol(text, &end, 10);
-    return *end == '\0' && *out > 0;
+    opts->rounds = strtol(text, &end, 10);
+    if (*end != '\0' || opts->rounds <= 0) {
+        fprintf(stderr, "zadi_runner: --rounds needs a whole number above 0, not \"%s\"\n", text);
+        return false;
+    }
+    return true;
 }
 
 // Fills `opts` and `rest` (the subcommand and its arguments, in order).
 // Returns -1 to go on, else the exit status.
 int ParseOptions(int argc, char** argv, Options* opts, Args* rest) {
+    const std::vector<struct option> options = LongOptions();
     opterr = 0;
-    for (int code; (code = getopt_long(argc, argv, "-:h", kLongOptions, nullptr)) != -1;) {
+    for (int code; (code = getopt_long(argc, argv, "-:h", options.data(), nullptr)) != -1;) {
         if (code == '?') {
             fprintf(stderr, "zadi_runner: unknown option %s (see --help)\n", argv[optind - 1]);
             return kExitUsage;
@@ -127,53 +140,22 @@ int ParseOptions(int argc, char** argv, Options* opts, Args* rest) {
             fprintf(stderr, "zadi_runner: %s needs a value (see --help)\n", argv[optind - 1]);
             return kExitUsage;
         }
-        switch (code) {
-            case kArgument:
-                rest->push_back(optarg);
-                break;
-            case kHelp:
-                Usage();
-                return kExitOk;
-            case kVersion:
-                printf("zadi_runner %s\n", ZADI_RUNNER_VERSION);
-                return kExitOk;
-            case kLib:
-                opts->lib = optarg;
-                break;
-            case kConfig:
-                opts->config = optarg;
-                break;
-            case kJson:
-                opts->json = true;
-                break;
-            case kOnce:
-                opts->once = true;
-                break;
-            case kRounds:
-                if (opts->once) {
-                    fprintf(stderr, "zadi_runner: --once and --rounds contradict each other\n");
-                    return kExitUsage;
-                }
-                if (!ParseCount(optarg, &opts->rounds)) {
-                    fprintf(stderr, "zadi_runner: --rounds needs a whole number above 0, not \"%s\"\n", optarg);
-                    return kExitUsage;
-                }
-                break;
-            case kExitZero:
-                opts->exit_zero = true;
-                break;
-            case kTextfile:
-                opts->textfile = optarg;
-                break;
-            case kListen:
-                opts->listen = optarg;
-                break;
-            case kLogFile:
-                opts->log_file = optarg;
-                break;
-            case kPluginLog:
-                opts->plugin_log = true;
-                break;
+        if (code == kHelp || code == kVersion) {
+            code == kHelp ? Usage() : (void)printf("zadi_runner %s\n", ZADI_RUNNER_VERSION);
+            return kExitOk;
+        }
+        if (code == kArgument) {
+            rest->push_back(optarg);
+            continue;
+        }
+        const Flag& flag = kFlags[code - kFirstFlag];
+        opts->given |= flag.group;
+        if (flag.text != nullptr) {
+            opts->*flag.text = optarg;
+        } else if (flag.on != nullptr) {
+            opts->*flag.on = true;
+        } else if (!ParseRounds(optarg, opts)) {
+            return kExitUsage;
         }
     }
     if (opts->once && opts->rounds > 0) {
@@ -184,24 +166,10 @@ int ParseOptions(int argc, char** argv, Options* opts, Args* rest) {
 }
 
 // Refuses an option the subcommand would silently ignore.
-bool OptionsApply(const Options& o, const Subcommand& cmd) {
-    const struct {
-        bool given;
-        Option bit;
-        const char* name;
-    } kGiven[] = {
-        {!o.lib.empty(), kOptLib, "--lib"},
-        {o.json, kOptJson, "--json"},
-        {!o.config.empty(), kOptConfig, "--config"},
-        {o.once || o.rounds > 0, kOptRounds, "--rounds"},
-        {o.exit_zero, kOptExitZero, "--exit-zero"},
-        {!o.textfile.empty(), kOptTextfile, "--textfile"},
-        {!o.log_file.empty() || o.plugin_log, kOptLog, "--log-file"},
-        {!o.listen.empty(), kOptListen, "--listen"},
-    };
-    for (const auto& g : kGiven) {
-        if (g.given && (cmd.options & g.bit) == 0) {
-            fprintf(stderr, "zadi_runner: %s does not apply to %s\n", g.name, cmd.name);
+bool OptionsApply(const Options& opts, const Subcommand& cmd) {
+    for (const Flag& f : kFlags) {
+        if ((opts.given & f.group & ~cmd.options) != 0) {
+            fprintf(stderr, "zadi_runner: --%s does not apply to %s\n", f.name, cmd.name);
             return false;
         }
     }

@@ -12,10 +12,9 @@
 
 #include <algorithm>
 
-#include "tools/runner/heartbeat_report.h"
 #include "tools/runner/metrics.h"
 #include "tools/runner/report.h"
-#include "tools/runner/subcommands.h"
+#include "tools/runner/runner_env.h"
 
 namespace zadi_runner {
 
@@ -37,11 +36,7 @@ void CatchSignals() {
     }
 }
 
-long NowMs() {
-    struct timespec ts;
-    clock_gettime(CLOCK_MONOTONIC, &ts);
-    return static_cast<long>(ts.tv_sec) * 1000 + ts.tv_nsec / 1000000;
-}
+long NowMs() { return static_cast<long>(MonotonicMs()); }
 
 void SleepUntil(long due_ms) {
     const long wait = due_ms - NowMs();
@@ -52,10 +47,7 @@ void SleepUntil(long due_ms) {
 }
 
 struct Totals {
-    unsigned long rounds = 0;
-    unsigned long calls = 0;
-    unsigned long failed = 0;
-    unsigned long no_match = 0;
+    unsigned long rounds = 0, calls = 0, failed = 0, no_match = 0;
 };
 
 void RunRound(RunnerEnv& env, std::vector<ItemState>& states, unsigned long round, bool print, Totals* totals) {

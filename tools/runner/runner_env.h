@@ -3,9 +3,15 @@
 
 // What main hands every subcommand: the exit statuses they share, the
 // options as parsed (and the groups main checks against what a subcommand
-// takes), and the plug-in once a subcommand has loaded it.
+// takes), and the plug-in once a subcommand has loaded it. Then the
+// subcommands main's table names (each takes the arguments after its name
+// and returns the exit status), and what they lend one another.
+
+#include <stddef.h>
 
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "tools/runner/plugin_library.h"
 
@@ -40,7 +46,8 @@ struct Options {
     bool once = false;
     bool exit_zero = false;
     bool plugin_log = false;
-    long rounds = 0;  // 0: until interrupted
+    long rounds = 0;     // 0: until interrupted
+    unsigned given = 0;  // the Option groups given
 };
 
 class Metrics;
@@ -49,6 +56,23 @@ struct RunnerEnv {
     PluginLibrary library;
     Metrics* metrics = nullptr;  // set while the items' answers are kept for Prometheus
 };
+
+using Args = std::vector<std::string>;
+int RunCommand(RunnerEnv& env, const Args& args);     // run_cmd.cpp
+int ServeCommand(RunnerEnv& env, const Args& args);   // serve_cmd.cpp
+int CallCommand(RunnerEnv& env, const Args& args);    // item_cmds.cpp
+int ItemsCommand(RunnerEnv& env, const Args& args);   // item_cmds.cpp
+int CensusCommand(RunnerEnv& env, const Args& args);  // census_cmd.cpp
+
+// The run loop, for run and serve: rounds until --once/--rounds are done or
+// a stop signal; `print` shows each call. Returns the exit status.
+int RunItems(RunnerEnv& env, bool print);
+// The census's largest resident sets as (MB, pid), for the exposition.
+bool TakeRssCensus(const PluginLibrary& lib, size_t top, std::vector<std::pair<int, int>>* out);
+struct CallRecord;
+// The agent's error report after a ProcessHeartBeat call that answered 0.0
+// (run, serve and call alike); nothing after any other call.
+void RaiseHeartbeatReport(const RunnerEnv& env, const CallRecord& rec);
 
 }  // namespace zadi_runner
 

@@ -9,7 +9,7 @@
 #include <thread>
 
 #include "tools/runner/metrics.h"
-#include "tools/runner/subcommands.h"
+#include "tools/runner/runner_env.h"
 
 #ifdef ZADI_RUNNER_HTTP
 #include <httplib.h>
