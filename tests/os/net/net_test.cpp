@@ -1,5 +1,4 @@
-// The network layer: address texts against the C library, subnet conflicts, the port, bond and route
-// commands with their shell screen, addresses of real ports, the management IPv6 file, socket options.
+// The network layer: address texts, subnet conflicts, port, bond and route commands, real ports, socket options.
 
 #include <arpa/inet.h>
 #include <errno.h>
@@ -86,9 +85,8 @@ TEST(NetText, ParsersAgreeWithTheCLibrary) {
               KIRA_inet_pton6("::", nullptr)}),
         (Ints{1, 1, 0, 0, -1, -1, -1, -1, -1, -1}));            // "1::2:" let through; nulls before the family
     char* shared = KIRA_inet_ntoa(htonl(0x0A09C764), nullptr);  // without a buffer, one static buffer for all
-    EXPECT_STREQ(shared, "10.9.199.100");
-    EXPECT_EQ(KIRA_inet_ntoa(0xFFFFFFFFu, nullptr), shared);
-    EXPECT_STREQ(shared, "255.255.255.255");
+    EXPECT_EQ((Strings{shared, KIRA_inet_ntoa(0xFFFFFFFFu, nullptr) == shared ? shared : "elsewhere"}),
+              (Strings{"10.9.199.100", "255.255.255.255"}));
     EXPECT_EQ(KIRA_inet_addr(nullptr), 0xFFFFFFFFu);
 }
 
@@ -240,8 +238,7 @@ TEST(NetPort, AddressesManagementFileAndSocketOptions) {
             EXPECT_EQ((Ints{get(SO_KEEPALIVE), get(TCP_KEEPIDLE), get(TCP_KEEPCNT)}), (Ints{1, 30, 9}));
             EXPECT_EQ(KIRA_SetSockKeepAlive(sock, 1, 31, 5, 4), 0);
             EXPECT_EQ((Ints{get(TCP_KEEPIDLE), get(TCP_KEEPINTVL), get(TCP_KEEPCNT)}), (Ints{31, 5, 4}));
-            EXPECT_EQ(KIRA_SetSockKeepAlive(sock, 0, 0, 0, 0), 0);  // the switch alone
-            EXPECT_EQ(get(SO_KEEPALIVE), 0);
+            EXPECT_EQ((Ints{KIRA_SetSockKeepAlive(sock, 0, 0, 0, 0), get(SO_KEEPALIVE)}), (Ints{0, 0}));  // off alone
             EXPECT_EQ(KIRA_SetSockSendRecvTimeout(sock, 20, 1500) + KIRA_SetSockSendRecvTimeout(sock, 21, 2020), 0);
             struct timeval tv = {};
             socklen_t len = sizeof tv;
