@@ -21,7 +21,6 @@ struct Offset {
 } constexpr kStd{3600, 0, "CET"}, kDst{7200, 1, "CEST"};
 KIRA_TZ_TRANSITIONS_S g_table;  // as the kernel module last received it
 
-// The kernel module's device answers request 902 with `answer` and keeps the table.
 void FakeKernel(int answer) {
     kt::NoxSetHandler("/proc/nox/timezone", [answer](unsigned long request, void* arg) {
         if (request == KIRA_TZ_IOCTL_TRANSITIONS) memcpy(&g_table, arg, sizeof(g_table));
@@ -75,7 +74,6 @@ tm At(time_t t) { return *localtime(&t); }
 // Wall clock of an instant at an offset, as the periods give it.
 std::string Wall(time_t t, long gmtoff) { return Utc(t + gmtoff, "%m-%d %T"); }
 
-// Captured lines holding each needle, at informational priority.
 template <typename... T>
 std::string Seen(const T&... needles) {
     return Join(kt::SyslogCount(needles, LOG_INFO)...);
