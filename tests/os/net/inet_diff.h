@@ -1,8 +1,7 @@
 #ifndef TESTS_OS_NET_INET_DIFF_H
 #define TESTS_OS_NET_INET_DIFF_H
 
-// The address parsers against the C library's inet_pton; shared with the
-// fuzz target.
+// The address parsers against the C library's inet_pton; shared with the fuzz target.
 
 #include <arpa/inet.h>
 #include <ctype.h>
@@ -14,9 +13,8 @@
 
 namespace inet_diff {
 
-// Empty when both parsers agree on text (and on the bytes), else what
-// differs; a refused text must leave the output untouched. Kept on purpose: a
-// colon after the last group is not refused ("1::2:" reads as "1::2").
+// Empty when both parsers agree on text (and on the bytes), else what differs; a refused text must leave the
+// output untouched. Kept on purpose: a colon after the last group is not refused ("1::2:" reads as "1::2").
 inline std::string Compare(const char* text) {
     for (int family : {AF_INET, AF_INET6}) {
         unsigned char ours[16], theirs[16] = {};

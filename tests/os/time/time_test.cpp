@@ -1,5 +1,4 @@
-// The time layer: calendar, clocks and timers; real zones against the C library, refused zone names, the zdump
-// cache and damaged caches, the queries, setting the zone and the clocks, the table handed to the kernel.
+// The time layer: calendar, clocks, timers, daylight-saving periods of real and planted zones, setting the zone.
 
 #include <syslog.h>
 
@@ -22,7 +21,6 @@ struct Offset {
 } constexpr kStd{3600, 0, "CET"}, kDst{7200, 1, "CEST"};
 KIRA_TZ_TRANSITIONS_S g_table;  // as the kernel module last received it
 
-// The kernel module's device answers request 902 with `answer` and keeps the table.
 void FakeKernel(int answer) {
     kt::NoxSetHandler("/proc/nox/timezone", [answer](unsigned long request, void* arg) {
         if (request == KIRA_TZ_IOCTL_TRANSITIONS) memcpy(&g_table, arg, sizeof(g_table));
@@ -40,7 +38,6 @@ void UseZone(const std::string& zone) {
     FakeKernel(0);
 }
 
-// The values as text, each followed by a blank.
 template <typename... T>
 std::string Join(const T&... values) {
     std::ostringstream out;
@@ -48,17 +45,20 @@ std::string Join(const T&... values) {
     return out.str();
 }
 
+std::string Utc(time_t t, const char* format) {
+    char buf[40];
+    return std::string(buf, strftime(buf, sizeof(buf), format, gmtime(&t)));
+}
+
 // The two lines of "zdump -v" for a change at a UTC date (its first second) from one offset to another.
 std::string ZdumpPair(int year, int mon, int day, int hour, Offset before, Offset after) {
     struct tm date = {0, 0, hour, day, mon - 1, year - 1900, 0, 0, 0, 0, nullptr};
     std::string out;
     for (const Offset* o : {&before, &after}) {
-        const time_t u = timegm(&date) - (o == &before), l = u + o->gmtoff;
-        char us[40], ls[40];
-        strftime(us, sizeof(us), "%a %b %e %T %Y UT =", gmtime(&u));
-        strftime(ls, sizeof(ls), "%a %b %e %T %Y", gmtime(&l));
-        out += Join(kPlanted + std::string(" "), us, ls, o->abbrev) + "isdst=" + std::to_string(o->isdst) +
-               " gmtoff=" + std::to_string(o->gmtoff) + "\n";
+        const time_t u = timegm(&date) - (o == &before);
+        out += Join(kPlanted, "", Utc(u, "%a %b %e %T %Y UT ="), Utc(u + o->gmtoff, "%a %b %e %T %Y"), o->abbrev,
+                    "isdst=" + std::to_string(o->isdst)) +
+               "gmtoff=" + std::to_string(o->gmtoff) + "\n";
     }
     return out;
 }
@@ -69,17 +69,11 @@ uint32_t Periods(int year, const char* zone = kPlanted) {
     return config.count;
 }
 
-struct tm At(time_t t) {
-    return *localtime(&t);
-}
+tm At(time_t t) { return *localtime(&t); }
 
 // Wall clock of an instant at an offset, as the periods give it.
-std::string Wall(time_t t, long gmtoff) {
-    char buf[32];
-    return std::string(buf, strftime(buf, sizeof(buf), "%m-%d %T", gmtime(&(t += gmtoff))));
-}
+std::string Wall(time_t t, long gmtoff) { return Utc(t + gmtoff, "%m-%d %T"); }
 
-// How many captured lines hold each needle, at informational priority.
 template <typename... T>
 std::string Seen(const T&... needles) {
     return Join(kt::SyslogCount(needles, LOG_INFO)...);
@@ -95,8 +89,7 @@ TEST(Calendar, AgreesWithTheCLibraryUpToTheCap) {
                 now >= time(nullptr) - 1);
     for (int64_t d = 0; d < 1107050 + 800; d += 3) {  // 1107050 days to 5001-01-01
         const int64_t s = d * 86400 + (d * 7919) % 86400;
-        struct tm g;
-        gmtime_r(&s, &g);
+        const tm g = *gmtime(&s);
         const bool capped = d >= 1107050;
         KIRA_DATE_TIME_S r;
         KIRA_GmTime(&s, &r);
@@ -120,10 +113,9 @@ TEST(Calendar, TextEdgesStepsAndTheWayBack) {
                                          {95649119999, 32, "Wed Dec  31 23:59:59 5000"},
                                          {95649120000 + 3661, 32, "Thu Jan   1 01:01:01 1970"},
                                          {INT64_MAX, 32, "Sun Jan   1 15:30:07 1970"}}) {
-        char buf[40];
-        memset(buf, '#', sizeof(buf));
-        KIRA_AscTime(&in, buf, size);
-        EXPECT_EQ(std::string(buf) + buf[size], want + "#") << in;
+        std::string buf(40, '#');
+        KIRA_AscTime(&in, buf.data(), size);
+        EXPECT_EQ(buf.c_str() + buf.substr(size, 1), want + "#") << in;
     }
     char buf[8] = "keep";
     const int64_t zero = 0;
@@ -212,8 +204,7 @@ SANDBOX_TEST(DstOracle, RealZonesAgreeWithTheCLibrary) {
 // planted or made, never refreshed and kept beside the directory (whose name it extends).
 SANDBOX_TEST(DstConfig, RefusedNamesCacheRulesAndDamagedCaches) {
     UseZone("UTC");
-    kt::WriteFile("/usr/share/zoneinfo/Bad;x", "");
-    kt::WriteFile("/usr/share/zoneinfo/Za_z-0+9.A", "");
+    for (const char* name : {"Bad;x", "Za_z-0+9.A"}) kt::WriteFile(std::string("/usr/share/zoneinfo/") + name, "");
     {
         kt::FakeCommand zdump("zdump", 1, "half");
         KIRA_DST_CONFIG_S config = {};
@@ -293,13 +284,12 @@ SANDBOX_TEST(DstQuery, ShapesOfThisYear) {
           {north + ZdumpPair(y, 11, 2, 0, kStd, kDst) + ZdumpPair(y, 11, 9, 0, kDst, kStd),
            "-1 ############################## 99 7 1 "}}) {
         kt::WriteFile(kCache, cache);
-        char texts[30];
-        memset(texts, '#', sizeof(texts));
+        std::string texts(30, '#');
         uint32_t offset = 99;
         int32_t flag = 7, hasDst = 7;
-        const int ret = KIRA_QueryDstConfInfoForRegion(kPlanted, texts, texts + 15, &offset, &flag);
+        const int ret = KIRA_QueryDstConfInfoForRegion(kPlanted, texts.data(), texts.data() + 15, &offset, &flag);
         EXPECT_EQ(KIRA_QueryDstForRegion(kPlanted, &hasDst), 0);
-        EXPECT_EQ(Join(ret, std::string(texts, 30), offset, flag, hasDst), want);
+        EXPECT_EQ(Join(ret, texts, offset, flag, hasDst), want);
     }
     (void)unlink("/etc/localtime");
     EXPECT_EQ(KIRA_QueryDstForRegion(kPlanted, nullptr) + KIRA_QueryDstConfInfo(nullptr, nullptr, nullptr, nullptr),
