@@ -7,7 +7,6 @@
 
 #include "tools/runner/plugin_library.h"
 
-#include <dlfcn.h>
 #include <limits.h>
 #include <stdio.h>
 #include <unistd.h>
@@ -57,12 +56,6 @@ bool LoadAgentStandIn() {
 
 }  // namespace
 
-PluginLibrary::~PluginLibrary() {
-    if (handle_ != nullptr) {
-        dlclose(handle_);
-    }
-}
-
 bool PluginLibrary::Load(const std::string& path) {
     path_ = path.empty() ? DefaultLibraryPath() : path;
     if (access(path_.c_str(), R_OK) != 0) {
@@ -72,15 +65,15 @@ bool PluginLibrary::Load(const std::string& path) {
     if (!LoadAgentStandIn()) {
         return false;
     }
-    handle_ = dlopen(path_.c_str(), RTLD_NOW | RTLD_LOCAL);
-    if (handle_ == nullptr) {
+    handle_.reset(dlopen(path_.c_str(), RTLD_NOW | RTLD_LOCAL));
+    if (!handle_) {
         fprintf(stderr, "zadi_runner: cannot load %s: %s\n", path_.c_str(), DlError().c_str());
         return false;
     }
     return true;
 }
 
-void* PluginLibrary::Symbol(const char* name) const { return handle_ != nullptr ? dlsym(handle_, name) : nullptr; }
+void* PluginLibrary::Symbol(const char* name) const { return handle_ ? dlsym(handle_.get(), name) : nullptr; }
 
 std::string DefaultLibraryPath() { return LibraryPath(ZADI_RUNNER_BUILD_LIB, "libzadi_linux_plugin.so"); }
 
