@@ -11,6 +11,8 @@
 #include <stdio.h>
 #include <unistd.h>
 
+#include "tools/runner/runner_env.h"
+
 namespace zadi_runner {
 
 namespace {
@@ -48,8 +50,7 @@ bool LoadAgentStandIn() {
     }
     const std::string path = LibraryPath(ZADI_RUNNER_BUILD_AGENT_SUB, "libzadi_agent_sub.so");
     if (dlopen(path.c_str(), RTLD_NOW | RTLD_GLOBAL) == nullptr) {
-        fprintf(stderr, "zadi_runner: cannot load the agent's stand-in %s: %s\n", path.c_str(), DlError().c_str());
-        return false;
+        return Complain(false, "cannot load the agent's stand-in %s: %s", path.c_str(), DlError().c_str());
     }
     return true;
 }
@@ -59,16 +60,14 @@ bool LoadAgentStandIn() {
 bool PluginLibrary::Load(const std::string& path) {
     path_ = path.empty() ? DefaultLibraryPath() : path;
     if (access(path_.c_str(), R_OK) != 0) {
-        fprintf(stderr, "zadi_runner: plug-in library not found: %s\n", path_.c_str());
-        return false;
+        return Complain(false, "plug-in library not found: %s", path_.c_str());
     }
     if (!LoadAgentStandIn()) {
         return false;
     }
     handle_.reset(dlopen(path_.c_str(), RTLD_NOW | RTLD_LOCAL));
     if (!handle_) {
-        fprintf(stderr, "zadi_runner: cannot load %s: %s\n", path_.c_str(), DlError().c_str());
-        return false;
+        return Complain(false, "cannot load %s: %s", path_.c_str(), DlError().c_str());
     }
     return true;
 }

@@ -112,15 +112,13 @@ bool ReadAndPrepare(RunnerEnv& env, bool load, std::vector<ItemState>* states) {
     if (env.options.config.empty()) {
         config = DefaultConfig();
     } else if (!LoadConfigFile(env.options.config, &config, &error)) {
-        fprintf(stderr, "zadi_runner: %s\n", error.c_str());
-        return false;
+        return Complain(false, "%s", error.c_str());
     }
     if (load && !env.library.Load(env.options.lib)) {
         return false;
     }
     if (!PrepareItems(config, env.library, states, &error)) {
-        fprintf(stderr, "zadi_runner: %s\n", error.c_str());
-        return false;
+        return Complain(false, "%s", error.c_str());
     }
     return true;
 }
@@ -148,8 +146,7 @@ int RunItems(RunnerEnv& env, bool print) {
     }
     struct stat st;
     if (!env.options.textfile.empty() && (stat(env.options.textfile.c_str(), &st) != 0 || !S_ISDIR(st.st_mode))) {
-        fprintf(stderr, "zadi_runner: --textfile needs a directory: %s\n", env.options.textfile.c_str());
-        return kExitSetup;
+        return Complain(kExitSetup, "--textfile needs a directory: %s", env.options.textfile.c_str());
     }
     Metrics metrics;
     if (env.metrics == nullptr && !env.options.textfile.empty()) {
@@ -202,8 +199,7 @@ bool ParseListen(const std::string& text, std::string* host, int* port) {
 
 int RunCommand(RunnerEnv& env, const Args& args) {
     if (!args.empty()) {
-        fprintf(stderr, "zadi_runner: run takes no arguments (got \"%s\")\n", args[0].c_str());
-        return kExitUsage;
+        return Complain(kExitUsage, "run takes no arguments (got \"%s\")", args[0].c_str());
     }
     return RunItems(env, true);
 }
@@ -211,14 +207,12 @@ int RunCommand(RunnerEnv& env, const Args& args) {
 int ServeCommand(RunnerEnv& env, const Args& args) {
     const std::string listen = env.options.listen.empty() ? kDefaultListen : env.options.listen;
     if (!args.empty()) {
-        fprintf(stderr, "zadi_runner: usage: zadi_runner serve [--listen ADDR:PORT] (default %s)\n", kDefaultListen);
-        return kExitUsage;
+        return Complain(kExitUsage, "usage: zadi_runner serve [--listen ADDR:PORT] (default %s)", kDefaultListen);
     }
     std::string host;
     int port = 0;
     if (!ParseListen(listen, &host, &port)) {
-        fprintf(stderr, "zadi_runner: --listen needs ADDR:PORT, not \"%s\"\n", listen.c_str());
-        return kExitUsage;
+        return Complain(kExitUsage, "--listen needs ADDR:PORT, not \"%s\"", listen.c_str());
     }
 #ifdef ZADI_RUNNER_HTTP
     Metrics metrics;
@@ -229,8 +223,7 @@ int ServeCommand(RunnerEnv& env, const Args& args) {
     const int bound =
         port == 0 ? server.bind_to_any_port(host.c_str()) : (server.bind_to_port(host.c_str(), port) ? port : -1);
     if (bound < 0) {
-        fprintf(stderr, "zadi_runner: cannot listen on %s\n", listen.c_str());
-        return kExitSetup;
+        return Complain(kExitSetup, "cannot listen on %s", listen.c_str());
     }
     fprintf(stderr, "zadi_runner: serving http://%s:%d/metrics\n", host.c_str(), bound);
     std::thread http([&server] { server.listen_after_bind(); });
@@ -241,8 +234,7 @@ int ServeCommand(RunnerEnv& env, const Args& args) {
     http.join();
     return status == kExitUsage || status == kExitSetup ? status : kExitOk;
 #else
-    fprintf(stderr, "zadi_runner: this build has no HTTP server (cpp-httplib was not found)\n");
-    return kExitSetup;
+    return Complain(kExitSetup, "this build has no HTTP server (cpp-httplib was not found)");
 #endif
 }
 

@@ -50,6 +50,10 @@ struct Options {
     unsigned given = 0;  // the Option groups given
 };
 
+// "zadi_runner: " and the message, a line on standard error; returns
+// `status`, so that a refusal is one statement.
+int Complain(int status, const char* fmt, ...) __attribute__((format(printf, 2, 3)));
+
 class Metrics;
 struct RunnerEnv {
     Options options;
@@ -62,7 +66,7 @@ int RunCommand(RunnerEnv& env, const Args& args);     // run_cmd.cpp
 int ServeCommand(RunnerEnv& env, const Args& args);   // run_cmd.cpp
 int CallCommand(RunnerEnv& env, const Args& args);    // item_cmds.cpp
 int ItemsCommand(RunnerEnv& env, const Args& args);   // item_cmds.cpp
-int CensusCommand(RunnerEnv& env, const Args& args);  // census_cmd.cpp
+int CensusCommand(RunnerEnv& env, const Args& args);  // item_cmds.cpp
 
 // The census's largest resident sets as (MB, pid), for the exposition.
 bool TakeRssCensus(const PluginLibrary& lib, size_t top, std::vector<std::pair<int, int>>* out);
