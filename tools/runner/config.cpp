@@ -1,8 +1,8 @@
 // The runner's configuration: one item a line, key=value fields separated by
 // commas, blanks around '=' and ',' ignored ("item" and "period" are the
 // runner's, every other field becomes an item parameter in order); lines
-// holding '#' anywhere and blank lines are skipped. Then the built-in set
-// used without a file, and the parameter checks both go through.
+// holding '#' anywhere and blank lines are skipped. Then the parameter
+// checks a file and `call` share, and the built-in set used without a file.
 
 #include "tools/runner/config.h"
 
@@ -13,7 +13,6 @@
 
 #include <algorithm>
 #include <fstream>
-#include <iterator>
 #include <sstream>
 
 #include "plugin/linux/fi_types.h"
@@ -26,13 +25,12 @@ namespace {
 constexpr size_t kMaxName = sizeof(FI_PARAM_S::name) - 1;
 constexpr size_t kMaxValue = sizeof(FI_PARAM_S::value) - 1;
 
-std::string Where(int line_no) { return line_no > 0 ? "line " + std::to_string(line_no) + ": " : ""; }
-
 std::string Trim(const std::string& text) {
     const size_t first = text.find_first_not_of(" \t\r\n");
     return first == std::string::npos ? "" : text.substr(first, text.find_last_not_of(" \t\r\n") - first + 1);
 }
 
+// Nine digits at most, so that the period never wraps.
 bool ParsePeriod(const std::string& text, unsigned* out) {
     if (text.empty() || text.size() > 9 || text.find_first_not_of("0123456789") != std::string::npos) {
         return false;
@@ -41,82 +39,61 @@ bool ParsePeriod(const std::string& text, unsigned* out) {
     return *out != 0;
 }
 
-std::vector<std::string> SplitFields(const std::string& text) {
-    std::vector<std::string> fields;
-    std::istringstream in(text);
-    for (std::string field; std::getline(in, field, ',');) {
-        fields.push_back(Trim(field));
-    }
-    if (!text.empty() && text.back() == ',') {
-        fields.emplace_back();
-    }
-    return fields;
-}
-
-bool ParseConfigLine(const std::string& text, int line_no, ConfiguredItem* out, std::string* error) {
-    std::vector<Param> fields;
-    ConfiguredItem item;
-    item.line = line_no;
+// The message without its "line N: ", which the caller adds.
+bool ParseConfigLine(const std::string& text, ConfiguredItem* item, std::string* error) {
+    std::vector<Param> params;
     bool period_given = false;
-    for (const std::string& field : SplitFields(text)) {
+    for (size_t start = 0, comma = 0; comma != std::string::npos; start = comma + 1) {
+        comma = text.find(',', start);
+        const std::string field = Trim(text.substr(start, comma - start));
         const size_t eq = field.find('=');
         const std::string key = eq == std::string::npos ? "" : Trim(field.substr(0, eq));
+        const std::string value = key.empty() ? "" : Trim(field.substr(eq + 1));
         if (key.empty()) {
-            *error = Where(line_no) + "malformed field \"" + field + "\" (expected key=value)";
+            *error = "malformed field \"" + field + "\" (expected key=value)";
             return false;
         }
-        const std::string value = Trim(field.substr(eq + 1));
-        if ((key == "item" && !item.item.empty()) || (key == "period" && period_given)) {
-            *error = Where(line_no) + "\"" + key + "\" given twice";
+        if ((key == "item" && !item->item.empty()) || (key == "period" && period_given)) {
+            *error = "\"" + key + "\" given twice";
             return false;
         }
         if (key == "item") {
-            item.item = value;
+            item->item = value;
         } else if (key == "period") {
             period_given = true;
-            if (!ParsePeriod(value, &item.period_s)) {
-                *error = Where(line_no) + "period must be a whole number of seconds above 0: \"" + value + "\"";
+            if (!ParsePeriod(value, &item->period_s)) {
+                *error = "period must be a whole number of seconds above 0: \"" + value + "\"";
                 return false;
             }
         } else {
-            fields.push_back({key, value});
+            params.push_back({key, value});
         }
     }
-    if (item.item.empty()) {
-        *error = Where(line_no) + "no item= field";
+    if (item->item.empty()) {
+        *error = "no item= field";
         return false;
     }
-    if (FindItemInfo(item.item) == nullptr) {
-        *error = Where(line_no) + "unknown item \"" + item.item + "\" (see zadi_runner items)";
+    if (FindItemInfo(item->item) == nullptr) {
+        *error = "unknown item \"" + item->item + "\" (see zadi_runner items)";
         return false;
     }
     // Parameters are checked once the item is known, wherever item= stands.
-    for (const Param& f : fields) {
-        std::string why;
-        if (!AddParam(&item, f.name, f.value, &why)) {
-            *error = Where(line_no) + why;
-            return false;
-        }
-    }
-    *out = item;
-    return true;
+    return std::all_of(params.begin(), params.end(),
+                       [&](const Param& p) { return AddParam(item, p.name, p.value, error); });
 }
 
-// A process's command line as the items compare it (NULs to spaces, ending
-// at an empty argument), or "" when unreadable.
+// A process's command line as the items compare it: NULs read as spaces, up
+// to an empty argument; "" when unreadable.
 std::string CommandLineOf(const char* pid) {
     std::ifstream in(std::string("/proc/") + pid + "/cmdline", std::ios::binary);
-    const std::string raw((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    std::string text;
-    for (size_t i = 0; i < raw.size(); ++i) {
-        if (raw[i] != '\0') {
-            text += raw[i];
-        } else if (i + 1 < raw.size() && raw[i + 1] != '\0') {
-            text += ' ';
-        } else {
-            break;
-        }
+    std::ostringstream raw;
+    raw << in.rdbuf();
+    std::string text = raw.str();
+    text.resize(std::min(text.size(), text.find(std::string(2, '\0'))));
+    if (!text.empty() && text.back() == '\0') {
+        text.pop_back();
     }
+    std::replace(text.begin(), text.end(), '\0', ' ');
     return text;
 }
 
@@ -168,7 +145,9 @@ bool ParseConfigText(const std::string& text, Config* out, std::string* error) {
             continue;
         }
         config.items.emplace_back();
-        if (!ParseConfigLine(line, line_no, &config.items.back(), error)) {
+        config.items.back().line = line_no;
+        if (!ParseConfigLine(line, &config.items.back(), error)) {
+            *error = "line " + std::to_string(line_no) + ": " + *error;
             return false;
         }
     }

@@ -1,12 +1,17 @@
 // Building the agent's argument array for a configured item, calling it with
-// the item's persistent context, and telling what its answer means.
+// the item's persistent context, and telling what its answer means. Then the
+// heartbeat error report, raised the way the agent does: after a
+// ProcessHeartBeat call that answered 0.0, SendErrRpt with code 0xF000020F,
+// the item's process name and module id, and the hang flow id as "UserData".
+// Per item, in the configuration line: ErrRpt=off stops the reports;
+// ErrRptUserData=none leaves UserData out, any other text replaces the hang
+// flow id. (The item receives these fields too and ignores them.)
 
 #include "tools/runner/item_call.h"
 
+#include <stdio.h>
 #include <string.h>
 #include <time.h>
-
-#include <algorithm>
 
 #include "tools/runner/runner_env.h"
 
@@ -14,10 +19,16 @@ namespace zadi_runner {
 
 namespace {
 
-void CopyBounded(char* dest, size_t size, const std::string& text) {
-    const size_t n = std::min(text.size(), size - 1);
-    memcpy(dest, text.data(), n);
-    dest[n] = '\0';
+const char kHeartbeatCode[] = "0xF000020F";
+
+// The values were checked against FI_PARAM_S when the item was configured.
+std::vector<FI_PARAM_S> ItemArguments(const std::vector<Param>& params) {
+    std::vector<FI_PARAM_S> argv(params.size(), FI_PARAM_S{});
+    for (size_t i = 0; i < params.size(); ++i) {
+        snprintf(argv[i].name, sizeof(argv[i].name), "%s", params[i].name.c_str());
+        snprintf(argv[i].value, sizeof(argv[i].value), "%s", params[i].value.c_str());
+    }
+    return argv;
 }
 
 using PidFn = int (*)(const char*, int*);
@@ -56,21 +67,38 @@ CallState Classify(const PluginLibrary& lib, ItemState& state, const CallRecord&
     return CallState::kOk;
 }
 
+const std::string* ParamOf(const ConfiguredItem& item, const char* name) {
+    for (const Param& p : item.params) {
+        if (p.name == name) {
+            return &p.value;
+        }
+    }
+    return nullptr;
+}
+
+std::vector<FI_PARAM_S> ReportParams(const CallRecord& rec) {
+    const ConfiguredItem& item = rec.state->config;
+    std::vector<Param> params = {{"ErrCode", kHeartbeatCode}};
+    for (const char* name : {"ProcessName", "ProcessMoudleId"}) {
+        if (const std::string* value = ParamOf(item, name)) {
+            params.push_back({name, *value});
+        }
+    }
+    const std::string* user_data = ParamOf(item, "ErrRptUserData");
+    if (user_data == nullptr) {
+        params.push_back({"UserData", std::to_string(rec.result.hangflowid)});
+    } else if (*user_data != "none") {
+        params.push_back({"UserData", *user_data});
+    }
+    return ItemArguments(params);
+}
+
 }  // namespace
 
 double MonotonicMs() {
     struct timespec ts;
     clock_gettime(CLOCK_MONOTONIC, &ts);
     return static_cast<double>(ts.tv_sec) * 1e3 + static_cast<double>(ts.tv_nsec) / 1e6;
-}
-
-std::vector<FI_PARAM_S> ItemArguments(const std::vector<Param>& params) {
-    std::vector<FI_PARAM_S> argv(params.size(), FI_PARAM_S{});
-    for (size_t i = 0; i < params.size(); ++i) {
-        CopyBounded(argv[i].name, sizeof(argv[i].name), params[i].name);
-        CopyBounded(argv[i].value, sizeof(argv[i].value), params[i].value);
-    }
-    return argv;
 }
 
 bool PrepareItems(const Config& config, const PluginLibrary& lib, std::vector<ItemState>* states, std::string* error) {
@@ -120,9 +148,30 @@ int StatusOfItems(const std::vector<ItemState>& states) {
     return status;
 }
 
-const char* StateName(CallState state) {
-    static const char* const kNames[] = {"ok", "priming", "no_match", "failed"};
-    return kNames[static_cast<int>(state)];
+void RaiseHeartbeatReport(const RunnerEnv& env, const CallRecord& rec) {
+    const ConfiguredItem& item = rec.state->config;
+    const std::string* enabled = ParamOf(item, "ErrRpt");
+    if (item.item != "ProcessHeartBeat" || rec.result.result != 0 || rec.value != 0.0f ||
+        (enabled != nullptr && *enabled == "off")) {
+        return;
+    }
+    const FI_ITEM_FN send = env.library.Item("SendErrRpt");
+    if (send == nullptr) {
+        fprintf(stderr, "zadi_runner: no error report: item \"SendErrRpt\" is not exported by %s\n",
+                env.library.path().c_str());
+        return;
+    }
+    std::vector<FI_PARAM_S> params = ReportParams(rec);
+    FI_CONTEXT_S context;
+    FI_RESULT_S result;
+    memset(&context, 0, sizeof(context));
+    memset(&result, 0, sizeof(result));
+    send(static_cast<int>(params.size()), params.data(), &context, &result);
+    // Beside a table, or on standard error so that standard output stays one
+    // JSON record a line.
+    fprintf(env.options.json ? stderr : stdout, "    error report %s hangFlowId=%u: %s\n", kHeartbeatCode,
+            rec.result.hangflowid, result.result == 0 ? "sent" : result.reason);
+    fflush(stdout);
 }
 
 }  // namespace zadi_runner

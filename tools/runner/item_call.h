@@ -1,8 +1,9 @@
 #ifndef TOOLS_RUNNER_ITEM_CALL_H
 #define TOOLS_RUNNER_ITEM_CALL_H
 
-// One call of one item with the context it keeps across calls, and what the
-// answer means: a figure, a priming call, no such process, or a failure.
+// One call of one item with the context it keeps across calls, what the
+// answer means (a figure, a priming call, no such process, or a failure),
+// and the agent's error report that a hang calls for.
 
 #include <vector>
 
@@ -33,8 +34,6 @@ struct CallRecord {
     CallState outcome;
 };
 
-// The agent's argument array for these parameters.
-std::vector<FI_PARAM_S> ItemArguments(const std::vector<Param>& params);
 // Resolves every configured item and builds its argument array. False with
 // a message when an item is missing from the library.
 bool PrepareItems(const Config& config, const PluginLibrary& lib, std::vector<ItemState>* states, std::string* error);
@@ -43,8 +42,12 @@ bool PrepareItems(const Config& config, const PluginLibrary& lib, std::vector<It
 CallRecord CallItem(const PluginLibrary& lib, ItemState& state, unsigned long round);
 // The exit status the items' last calls call for.
 int StatusOfItems(const std::vector<ItemState>& states);
-const char* StateName(CallState state);  // "ok", "priming", "no_match", "failed"
 double MonotonicMs();
+
+struct RunnerEnv;
+// The agent's error report after a ProcessHeartBeat call that answered 0.0
+// (run, serve and call alike); nothing after any other call.
+void RaiseHeartbeatReport(const RunnerEnv& env, const CallRecord& rec);
 
 }  // namespace zadi_runner
 

@@ -6,6 +6,7 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <stdarg.h>
 #include <getopt.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -114,14 +115,12 @@ void Usage() {
 
 bool ParseRounds(const char* text, Options* opts) {
     if (opts->once) {
-        fprintf(stderr, "zadi_runner: --once and --rounds contradict each other\n");
-        return false;
+        return Complain(false, "--once and --rounds contradict each other");
     }
     char* end = nullptr;
     opts->rounds = strtol(text, &end, 10);
     if (*end != '\0' || opts->rounds <= 0) {
-        fprintf(stderr, "zadi_runner: --rounds needs a whole number above 0, not \"%s\"\n", text);
-        return false;
+        return Complain(false, "--rounds needs a whole number above 0, not \"%s\"", text);
     }
     return true;
 }
@@ -133,12 +132,10 @@ int ParseOptions(int argc, char** argv, Options* opts, Args* rest) {
     opterr = 0;
     for (int code; (code = getopt_long(argc, argv, "-:h", options.data(), nullptr)) != -1;) {
         if (code == '?') {
-            fprintf(stderr, "zadi_runner: unknown option %s (see --help)\n", argv[optind - 1]);
-            return kExitUsage;
+            return Complain(kExitUsage, "unknown option %s (see --help)", argv[optind - 1]);
         }
         if (code == ':' || (code != kArgument && optarg != nullptr && *optarg == '\0')) {
-            fprintf(stderr, "zadi_runner: %s needs a value (see --help)\n", argv[optind - 1]);
-            return kExitUsage;
+            return Complain(kExitUsage, "%s needs a value (see --help)", argv[optind - 1]);
         }
         if (code == kHelp || code == kVersion) {
             code == kHelp ? Usage() : (void)printf("zadi_runner %s\n", ZADI_RUNNER_VERSION);
@@ -159,8 +156,7 @@ int ParseOptions(int argc, char** argv, Options* opts, Args* rest) {
         }
     }
     if (opts->once && opts->rounds > 0) {
-        fprintf(stderr, "zadi_runner: --once and --rounds contradict each other\n");
-        return kExitUsage;
+        return Complain(kExitUsage, "--once and --rounds contradict each other");
     }
     return -1;
 }
@@ -169,8 +165,7 @@ int ParseOptions(int argc, char** argv, Options* opts, Args* rest) {
 bool OptionsApply(const Options& opts, const Subcommand& cmd) {
     for (const Flag& f : kFlags) {
         if ((opts.given & f.group & ~cmd.options) != 0) {
-            fprintf(stderr, "zadi_runner: --%s does not apply to %s\n", f.name, cmd.name);
-            return false;
+            return Complain(false, "--%s does not apply to %s", f.name, cmd.name);
         }
     }
     return true;
@@ -184,8 +179,7 @@ bool RouteMessages(const Options& opts) {
     if (!opts.log_file.empty()) {
         kira::UniqueFd fd(open(opts.log_file.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666));
         if (!fd.valid() || dup2(fd.get(), STDERR_FILENO) < 0) {
-            fprintf(stderr, "zadi_runner: cannot open %s: %s\n", opts.log_file.c_str(), strerror(errno));
-            return false;
+            return Complain(false, "cannot open %s: %s", opts.log_file.c_str(), strerror(errno));
         }
         if (fd.get() == STDERR_FILENO) {
             fd.release();
@@ -217,6 +211,16 @@ void HideCommandLine(int argc, char** argv) {
 
 }  // namespace
 
+int Complain(int status, const char* fmt, ...) {
+    // One write, so that the line stays whole beside the plug-in's copies.
+    const std::string line = std::string("zadi_runner: ") + fmt + "\n";
+    va_list ap;
+    va_start(ap, fmt);
+    vfprintf(stderr, line.c_str(), ap);
+    va_end(ap);
+    return status;
+}
+
 }  // namespace zadi_runner
 
 int main(int argc, char** argv) {
@@ -233,8 +237,7 @@ int main(int argc, char** argv) {
         cmd = name == c.name ? &c : cmd;
     }
     if (cmd == nullptr) {
-        fprintf(stderr, "zadi_runner: unknown subcommand \"%s\" (see --help)\n", name.c_str());
-        return kExitUsage;
+        return Complain(kExitUsage, "unknown subcommand \"%s\" (see --help)", name.c_str());
     }
     if (!OptionsApply(env.options, *cmd)) {
         return kExitUsage;

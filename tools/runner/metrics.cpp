@@ -34,6 +34,17 @@ std::string EscapeLabel(const std::string& text) {
     return out;
 }
 
+// The value paired with `key`, or null.
+template <size_t N>
+const char* Lookup(const std::pair<const char*, const char*> (&table)[N], const std::string& key) {
+    for (const auto& entry : table) {
+        if (key == entry.first) {
+            return entry.second;
+        }
+    }
+    return nullptr;
+}
+
 std::string LabelName(const std::string& param) {
     // clang-format off
     static const std::pair<const char*, const char*> kKnown[] = {
@@ -42,10 +53,8 @@ std::string LabelName(const std::string& param) {
         {"UserData", "userdata"}, {"RecoverCmd", "recovercmd"},
     };
     // clang-format on
-    for (const auto& k : kKnown) {
-        if (param == k.first) {
-            return k.second;
-        }
+    if (const char* known = Lookup(kKnown, param)) {
+        return known;
     }
     std::string name = "param_";
     for (char c : param) {
@@ -65,19 +74,15 @@ std::string Labels(const ConfiguredItem& item) {
     return labels;
 }
 
-std::string UnitSuffix(const std::string& unit) {
+std::string ValueFamily(const std::string& unit) {
     // clang-format off
     static const std::pair<const char*, const char*> kSuffixes[] = {
         {"%", "_percent"}, {"%core", "_percent_core"}, {"exists", "_exists"}, {"beats", "_beating"},
         {"MB", "_bytes"},  // Prometheus's base unit; the items count whole MiB
     };
     // clang-format on
-    for (const auto& s : kSuffixes) {
-        if (unit == s.first) {
-            return s.second;
-        }
-    }
-    return "";
+    const char* suffix = Lookup(kSuffixes, unit);
+    return std::string("zadi_item_value") + (suffix != nullptr ? suffix : "");
 }
 
 struct Family {
@@ -155,7 +160,7 @@ std::string Metrics::Exposition() const {
         if (r.outcome != CallState::kOk || now - e.last_ok_mono > 2.0 * e.period_s + 5.0) {
             continue;
         }
-        const std::string name = "zadi_item_value" + UnitSuffix(e.info->unit);
+        const std::string name = ValueFamily(e.info->unit);
         auto family = std::find_if(values.begin(), values.end(), [&](const Family& f) { return f.name == name; });
         if (family == values.end()) {
             family = values.insert(

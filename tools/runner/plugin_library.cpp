@@ -7,10 +7,11 @@
 
 #include "tools/runner/plugin_library.h"
 
-#include <dlfcn.h>
 #include <limits.h>
 #include <stdio.h>
 #include <unistd.h>
+
+#include "tools/runner/runner_env.h"
 
 namespace zadi_runner {
 
@@ -49,38 +50,29 @@ bool LoadAgentStandIn() {
     }
     const std::string path = LibraryPath(ZADI_RUNNER_BUILD_AGENT_SUB, "libzadi_agent_sub.so");
     if (dlopen(path.c_str(), RTLD_NOW | RTLD_GLOBAL) == nullptr) {
-        fprintf(stderr, "zadi_runner: cannot load the agent's stand-in %s: %s\n", path.c_str(), DlError().c_str());
-        return false;
+        return Complain(false, "cannot load the agent's stand-in %s: %s", path.c_str(), DlError().c_str());
     }
     return true;
 }
 
 }  // namespace
 
-PluginLibrary::~PluginLibrary() {
-    if (handle_ != nullptr) {
-        dlclose(handle_);
-    }
-}
-
 bool PluginLibrary::Load(const std::string& path) {
     path_ = path.empty() ? DefaultLibraryPath() : path;
     if (access(path_.c_str(), R_OK) != 0) {
-        fprintf(stderr, "zadi_runner: plug-in library not found: %s\n", path_.c_str());
-        return false;
+        return Complain(false, "plug-in library not found: %s", path_.c_str());
     }
     if (!LoadAgentStandIn()) {
         return false;
     }
-    handle_ = dlopen(path_.c_str(), RTLD_NOW | RTLD_LOCAL);
-    if (handle_ == nullptr) {
-        fprintf(stderr, "zadi_runner: cannot load %s: %s\n", path_.c_str(), DlError().c_str());
-        return false;
+    handle_.reset(dlopen(path_.c_str(), RTLD_NOW | RTLD_LOCAL));
+    if (!handle_) {
+        return Complain(false, "cannot load %s: %s", path_.c_str(), DlError().c_str());
     }
     return true;
 }
 
-void* PluginLibrary::Symbol(const char* name) const { return handle_ != nullptr ? dlsym(handle_, name) : nullptr; }
+void* PluginLibrary::Symbol(const char* name) const { return handle_ ? dlsym(handle_.get(), name) : nullptr; }
 
 std::string DefaultLibraryPath() { return LibraryPath(ZADI_RUNNER_BUILD_LIB, "libzadi_linux_plugin.so"); }
 

@@ -4,19 +4,17 @@
 // The plug-in loaded as the agent loads it (dlopen, functions by name), and
 // where it is looked for when --lib is not given.
 
+#include <dlfcn.h>
+
 #include <string>
 
+#include "os/base/kira_raii.h"
 #include "plugin/linux/fi_types.h"
 
 namespace zadi_runner {
 
 class PluginLibrary {
 public:
-    PluginLibrary() = default;
-    ~PluginLibrary();
-    PluginLibrary(const PluginLibrary&) = delete;
-    PluginLibrary& operator=(const PluginLibrary&) = delete;
-
     // `path` empty: DefaultLibraryPath(). False, with the reason on standard
     // error, when it cannot be loaded.
     bool Load(const std::string& path);
@@ -26,7 +24,7 @@ public:
     const std::string& path() const { return path_; }
 
 private:
-    void* handle_ = nullptr;
+    kira::UniqueHandle<void, dlclose> handle_;
     std::string path_;
 };
 

@@ -4,7 +4,6 @@
 
 #include "tools/runner/report.h"
 
-#include <stdarg.h>
 #include <stdint.h>
 #include <stdio.h>
 #include <string.h>
@@ -20,6 +19,11 @@ namespace {
 std::string HostName() {
     char name[256] = {0};
     return gethostname(name, sizeof(name) - 1) == 0 ? name : "";
+}
+
+const char* StateName(CallState state) {
+    static const char* const kNames[] = {"ok", "priming", "no_match", "failed"};
+    return kNames[static_cast<int>(state)];
 }
 
 std::string ParamsText(const ItemState& state) {
@@ -138,13 +142,6 @@ void PrintTableHeader() { printf("%-36s %16s  %-8s %7s  %s\n", "ITEM", "VALUE", 
 void PrintCall(const RunnerEnv& env, const CallRecord& rec) {
     env.options.json ? PrintJson(rec) : PrintTableRow(rec);
     fflush(stdout);
-}
-
-void Say(const RunnerEnv& env, const char* fmt, ...) {
-    va_list ap;
-    va_start(ap, fmt);
-    vfprintf(env.options.json ? stderr : stdout, fmt, ap);
-    va_end(ap);
 }
 
 JsonLine::JsonLine() {

@@ -16,9 +16,6 @@ void PrintRoundHeader(unsigned long round);
 void PrintTableHeader();
 // A table row or a JSON record, as the options ask.
 void PrintCall(const RunnerEnv& env, const CallRecord& rec);
-// To standard output with a table, to standard error with --json, so that
-// standard output stays one JSON record a line.
-void Say(const RunnerEnv& env, const char* fmt, ...) __attribute__((format(printf, 2, 3)));
 
 // One JSON object on one line of standard output, written when the writer
 // goes out of scope.

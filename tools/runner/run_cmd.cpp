@@ -1,20 +1,28 @@
-// The default subcommand: call every configured item on its period and
-// print each round (or keep it for Prometheus: --textfile, and serve). SIGTERM
-// and SIGINT end it after the call in progress with a one-line summary;
-// SIGHUP reads the configuration again. In order: the signals and the clock,
-// one round, what follows a round, reading the configuration, the loop.
+// The rounds: every configured item called on its period and each round
+// printed ("run", the default) or kept for Prometheus (--textfile, and
+// "serve", which answers /metrics from cpp-httplib's server on the given
+// address only, loopback by default). SIGTERM and SIGINT end them after the
+// call in progress with a one-line summary; SIGHUP reads the configuration
+// again. In order: the signals and the clock, one round, what follows a
+// round, reading the configuration, the loop, the two subcommands.
 
 #include <signal.h>
 #include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>
 #include <time.h>
 
 #include <algorithm>
+#include <thread>
 
 #include "tools/runner/metrics.h"
 #include "tools/runner/report.h"
 #include "tools/runner/runner_env.h"
+
+#ifdef ZADI_RUNNER_HTTP
+#include <httplib.h>
+#endif
 
 namespace zadi_runner {
 
@@ -104,15 +112,13 @@ bool ReadAndPrepare(RunnerEnv& env, bool load, std::vector<ItemState>* states) {
     if (env.options.config.empty()) {
         config = DefaultConfig();
     } else if (!LoadConfigFile(env.options.config, &config, &error)) {
-        fprintf(stderr, "zadi_runner: %s\n", error.c_str());
-        return false;
+        return Complain(false, "%s", error.c_str());
     }
     if (load && !env.library.Load(env.options.lib)) {
         return false;
     }
     if (!PrepareItems(config, env.library, states, &error)) {
-        fprintf(stderr, "zadi_runner: %s\n", error.c_str());
-        return false;
+        return Complain(false, "%s", error.c_str());
     }
     return true;
 }
@@ -132,8 +138,7 @@ void Reload(RunnerEnv& env, std::vector<ItemState>* states) {
     fprintf(stderr, "zadi_runner: configuration read again: %zu items\n", states->size());
 }
 
-}  // namespace
-
+// `print` shows each call. Returns the exit status.
 int RunItems(RunnerEnv& env, bool print) {
     std::vector<ItemState> states;
     if (!ReadAndPrepare(env, true, &states)) {
@@ -141,8 +146,7 @@ int RunItems(RunnerEnv& env, bool print) {
     }
     struct stat st;
     if (!env.options.textfile.empty() && (stat(env.options.textfile.c_str(), &st) != 0 || !S_ISDIR(st.st_mode))) {
-        fprintf(stderr, "zadi_runner: --textfile needs a directory: %s\n", env.options.textfile.c_str());
-        return kExitSetup;
+        return Complain(kExitSetup, "--textfile needs a directory: %s", env.options.textfile.c_str());
     }
     Metrics metrics;
     if (env.metrics == nullptr && !env.options.textfile.empty()) {
@@ -177,12 +181,61 @@ int RunItems(RunnerEnv& env, bool print) {
     return env.options.exit_zero ? kExitOk : StatusOfItems(states);
 }
 
+constexpr char kDefaultListen[] = "127.0.0.1:9731";
+
+// "ADDR:PORT" (the port 0 takes any free one).
+bool ParseListen(const std::string& text, std::string* host, int* port) {
+    const size_t colon = text.rfind(':');
+    if (colon == std::string::npos || colon == 0 || colon + 1 == text.size() ||
+        text.find_first_not_of("0123456789", colon + 1) != std::string::npos) {
+        return false;
+    }
+    *host = text.substr(0, colon);
+    *port = atoi(text.c_str() + colon + 1);
+    return *port <= 65535;
+}
+
+}  // namespace
+
 int RunCommand(RunnerEnv& env, const Args& args) {
     if (!args.empty()) {
-        fprintf(stderr, "zadi_runner: run takes no arguments (got \"%s\")\n", args[0].c_str());
-        return kExitUsage;
+        return Complain(kExitUsage, "run takes no arguments (got \"%s\")", args[0].c_str());
     }
     return RunItems(env, true);
+}
+
+int ServeCommand(RunnerEnv& env, const Args& args) {
+    const std::string listen = env.options.listen.empty() ? kDefaultListen : env.options.listen;
+    if (!args.empty()) {
+        return Complain(kExitUsage, "usage: zadi_runner serve [--listen ADDR:PORT] (default %s)", kDefaultListen);
+    }
+    std::string host;
+    int port = 0;
+    if (!ParseListen(listen, &host, &port)) {
+        return Complain(kExitUsage, "--listen needs ADDR:PORT, not \"%s\"", listen.c_str());
+    }
+#ifdef ZADI_RUNNER_HTTP
+    Metrics metrics;
+    httplib::Server server;
+    server.Get("/metrics", [&metrics](const httplib::Request&, httplib::Response& res) {
+        res.set_content(metrics.Exposition(), "text/plain; version=0.0.4; charset=utf-8");
+    });
+    const int bound =
+        port == 0 ? server.bind_to_any_port(host.c_str()) : (server.bind_to_port(host.c_str(), port) ? port : -1);
+    if (bound < 0) {
+        return Complain(kExitSetup, "cannot listen on %s", listen.c_str());
+    }
+    fprintf(stderr, "zadi_runner: serving http://%s:%d/metrics\n", host.c_str(), bound);
+    std::thread http([&server] { server.listen_after_bind(); });
+    env.metrics = &metrics;
+    const int status = RunItems(env, false);
+    env.metrics = nullptr;
+    server.stop();
+    http.join();
+    return status == kExitUsage || status == kExitSetup ? status : kExitOk;
+#else
+    return Complain(kExitSetup, "this build has no HTTP server (cpp-httplib was not found)");
+#endif
 }
 
 }  // namespace zadi_runner

@@ -50,6 +50,10 @@ struct Options {
     unsigned given = 0;  // the Option groups given
 };
 
+// "zadi_runner: " and the message, a line on standard error; returns
+// `status`, so that a refusal is one statement.
+int Complain(int status, const char* fmt, ...) __attribute__((format(printf, 2, 3)));
+
 class Metrics;
 struct RunnerEnv {
     Options options;
@@ -59,20 +63,13 @@ struct RunnerEnv {
 
 using Args = std::vector<std::string>;
 int RunCommand(RunnerEnv& env, const Args& args);     // run_cmd.cpp
-int ServeCommand(RunnerEnv& env, const Args& args);   // serve_cmd.cpp
+int ServeCommand(RunnerEnv& env, const Args& args);   // run_cmd.cpp
 int CallCommand(RunnerEnv& env, const Args& args);    // item_cmds.cpp
 int ItemsCommand(RunnerEnv& env, const Args& args);   // item_cmds.cpp
-int CensusCommand(RunnerEnv& env, const Args& args);  // census_cmd.cpp
+int CensusCommand(RunnerEnv& env, const Args& args);  // item_cmds.cpp
 
-// The run loop, for run and serve: rounds until --once/--rounds are done or
-// a stop signal; `print` shows each call. Returns the exit status.
-int RunItems(RunnerEnv& env, bool print);
 // The census's largest resident sets as (MB, pid), for the exposition.
 bool TakeRssCensus(const PluginLibrary& lib, size_t top, std::vector<std::pair<int, int>>* out);
-struct CallRecord;
-// The agent's error report after a ProcessHeartBeat call that answered 0.0
-// (run, serve and call alike); nothing after any other call.
-void RaiseHeartbeatReport(const RunnerEnv& env, const CallRecord& rec);
 
 }  // namespace zadi_runner
 
