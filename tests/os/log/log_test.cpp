@@ -32,11 +32,6 @@ const char kModules[] = "/ZUK/conf/gid_of_pid.conf";
 const std::string kLocal = "/startup_disk/conf/conf_local/gid_log_ratelimit.conf";
 const std::string kLevels = "/startup_disk/conf/conf_local/pid_log_level.conf";
 
-void WriteConf(const std::string& path, const std::string& content) {
-    kt::MakeDirs(path.substr(0, path.rfind('/')));
-    kt::WriteFile(path, content);
-}
-
 std::string Block(uint32_t magic, uint8_t level, char fill, size_t size = 16) {
     std::string block(16, fill);
     memcpy(&block[0], &magic, 4);
@@ -86,8 +81,8 @@ std::string Tables(std::initializer_list<uint32_t> pids, std::initializer_list<u
 SANDBOX_TEST(LogOutput, LineFormatCutsAndLevels) {
     kt::FakeLogLevel kernel;
     kernel.SetLevel(426, 1);
-    WriteConf(kModules, "pid=424,pid_name=monitor,gid=3\n");
-    WriteConf(kBlock, Block(DBG_CFG_MAGIC, DBG_LOG_DEBUG, 0));
+    kt::WriteFile(kModules, "pid=424,pid_name=monitor,gid=3\n");
+    kt::WriteFile(kBlock, Block(DBG_CFG_MAGIC, DBG_LOG_DEBUG, 0));
     struct timespec now;
     clock_gettime(CLOCK_MONOTONIC, &now);
     DBG_Log(424, DBG_LOG_ERROR, "f", 7, 0, "x");
@@ -120,7 +115,7 @@ SANDBOX_TEST(LogOutput, LineFormatCutsAndLevels) {
 // The root group repairs a bad magic (bytes 8..15 are someone else's), rebuilds a block cut short ("> file"
 // used to end the process with SIGBUS), and reads another process's change from the file within seconds.
 SANDBOX_TEST(SharedBlock, RootGroupRepairsRebuildsAndFollows) {
-    WriteConf(kBlock, Block(0x12345678u, 2, '\xAA'));
+    kt::WriteFile(kBlock, Block(0x12345678u, 2, '\xAA'));
     DBG_Log(424, DBG_LOG_DEBUG, "f", 1, 0, "dbg-dropped");
     DBG_Log(424, DBG_LOG_INFO, "f", 1, 0, "info-kept");
     EXPECT_EQ(kt::ReadFile(kBlock).substr(0, 16), Block(DBG_CFG_MAGIC, 4, '\xAA').replace(5, 3, 3, '\0'));
@@ -131,7 +126,7 @@ SANDBOX_TEST(SharedBlock, RootGroupRepairsRebuildsAndFollows) {
     DBG_Log(424, DBG_LOG_INFO, "f", 1, 0, "cut");
     EXPECT_EQ(DBG_SetDefLogLevel(2), 1);
     EXPECT_EQ(kt::ReadFile(kBlock), Block(DBG_CFG_MAGIC, 2, 0));
-    WriteConf(kBlock, Block(DBG_CFG_MAGIC, DBG_LOG_DEBUG, 0));
+    kt::WriteFile(kBlock, Block(DBG_CFG_MAGIC, DBG_LOG_DEBUG, 0));
     for (int i = 0; i < 300 && kt::SyslogCount("[later]") == 0; ++i) {
         usleep(10000);
         DBG_Log(424, DBG_LOG_DEBUG, "f", 1, 0, "later");
@@ -189,23 +184,23 @@ SANDBOX_TEST(SharedBlock, OnlyAPlainFileOfItsOwnIsUsed) {
 // count scaling starts from. FIFOs or links to an endless device used to hang every process that logs; long
 // lines are read in 255-byte pieces, carriage returns vanish, and a file is read up to 100000 lines.
 SANDBOX_TEST(ConfigFiles, LoadedAsDesigned) {
-    WriteConf(kProduct,
-              "gid=0,num=1,interval=1\ngid=13,num=10\n# gid=5,num=1,interval=1\n\n"
-              "gid=4294967295,num=1,interval=1\ngid=6,num=1,interval=1,burst=2\ngid=7,num=10,interval=2\n"
-              "gid=9,num=1,interval=1,burst=2,resume=3\n");
-    WriteConf("/etc/nox/pid/log_a", "gid=7,num=20,interval=3,burst=5,resume=6\npid=18,pid_name=notmine,gid=3\n");
-    WriteConf(kLocal, "gid=7,num=30,interval=4\ngid=11,num=5,interval=1\n");
-    WriteConf("/ZUK/conf/pid_obsolete.conf",
-              "pid=424 pid_name=old gid=3\n" + std::string(100000, '\n') + "pid=90,pid_name=late\n");
-    WriteConf(kModules,
-              "pid=424,pid_name=new,gid=4\npid=10,pid_name=comma,gid=3\npid=11 pid_name=blank gid=3\n"
-              "pid=12,pid_name=nogroup,gid=0\npid=13,pid_name=nogid\npid=14,gid=4\npid=0,gid=4\n"
-              "#pid=16,gid=3\npid=5,pid_name=five,gid=3\npid=7\r9,pid_name=cr,gid=3\npid=15,pid_name=" +
-                  std::string(40, 'n') + ",gid=3\n" + std::string(255, 'x') + "pid=77,gid=3\n");
-    WriteConf("/etc/nox/pid/pid_b", "pid=17,pid_name=dir,gid=3\ngid=9,num=99,interval=9\n");
+    kt::WriteFile(kProduct,
+                  "gid=0,num=1,interval=1\ngid=13,num=10\n# gid=5,num=1,interval=1\n\n"
+                  "gid=4294967295,num=1,interval=1\ngid=6,num=1,interval=1,burst=2\ngid=7,num=10,interval=2\n"
+                  "gid=9,num=1,interval=1,burst=2,resume=3\n");
+    kt::WriteFile("/etc/nox/pid/log_a", "gid=7,num=20,interval=3,burst=5,resume=6\npid=18,pid_name=notmine,gid=3\n");
+    kt::WriteFile(kLocal, "gid=7,num=30,interval=4\ngid=11,num=5,interval=1\n");
+    kt::WriteFile("/ZUK/conf/pid_obsolete.conf",
+                  "pid=424 pid_name=old gid=3\n" + std::string(100000, '\n') + "pid=90,pid_name=late\n");
+    kt::WriteFile(kModules,
+                  "pid=424,pid_name=new,gid=4\npid=10,pid_name=comma,gid=3\npid=11 pid_name=blank gid=3\n"
+                  "pid=12,pid_name=nogroup,gid=0\npid=13,pid_name=nogid\npid=14,gid=4\npid=0,gid=4\n"
+                  "#pid=16,gid=3\npid=5,pid_name=five,gid=3\npid=7\r9,pid_name=cr,gid=3\npid=15,pid_name=" +
+                      std::string(40, 'n') + ",gid=3\n" + std::string(255, 'x') + "pid=77,gid=3\n");
+    kt::WriteFile("/etc/nox/pid/pid_b", "pid=17,pid_name=dir,gid=3\ngid=9,num=99,interval=9\n");
     for (const char* f : {"/etc/nox/pid/pid_fifo", "/etc/nox/pid/log_fifo"}) ASSERT_EQ(mkfifo(f, 0666), 0);
     ASSERT_EQ(symlink("/dev/zero", "/etc/nox/pid/pid_zero") + symlink("/dev/zero", "/etc/nox/pid/log_zero"), 0);
-    WriteConf(kLevels, "pid=5,level=261\npid=7 level=3\npid=8\n");  // only known modules keep a level
+    kt::WriteFile(kLevels, "pid=5,level=261\npid=7 level=3\npid=8\n");  // only known modules keep a level
     // A group first met in a module line starts unlimited; a name cut at 31 comes without its group.
     EXPECT_EQ(KIRA_save_log_ratelimit(), 0);
     EXPECT_EQ(kt::ReadFile(kLocal),
@@ -236,11 +231,11 @@ SANDBOX_TEST(ConfigFiles, LoadedAsDesigned) {
 // The set-up with one call failing ends, keeps no descriptor but the mapped block's, and logging goes on. It
 // runs once per process and keeps its tables, descriptor and mapping, so each step needs a fresh process.
 SANDBOX_TEST(ConfigFiles, SetUpUnderInjectedFailures) {
-    WriteConf(kProduct, "gid=3,num=5,interval=1\n");
-    WriteConf(kModules, "pid=424,pid_name=monitor,gid=3\n");
-    WriteConf("/etc/nox/pid/pid_a", "pid=425,pid_name=other,gid=3\n");
-    WriteConf("/etc/nox/pid/log_a", "gid=4,num=5,interval=1\n");
-    WriteConf(kLevels, "pid=424,level=4\n");
+    kt::WriteFile(kProduct, "gid=3,num=5,interval=1\n");
+    kt::WriteFile(kModules, "pid=424,pid_name=monitor,gid=3\n");
+    kt::WriteFile("/etc/nox/pid/pid_a", "pid=425,pid_name=other,gid=3\n");
+    kt::WriteFile("/etc/nox/pid/log_a", "gid=4,num=5,interval=1\n");
+    kt::WriteFile(kLevels, "pid=424,level=4\n");
     for (kt::Fault kind : {kt::Fault::kOpen, kt::Fault::kRead, kt::Fault::kMmap, kt::Fault::kDir, kt::Fault::kAlloc}) {
         for (int n = 1; n < 400 && unlink("/tmp/walked") != 0; ++n) {
             kt::SyslogClear();
@@ -263,8 +258,8 @@ SANDBOX_TEST(ConfigFiles, SetUpUnderInjectedFailures) {
 }
 
 SANDBOX_TEST(RateLimit, PeriodsDropsAndReports) {
-    WriteConf(kModules, "pid=424,pid_name=mon,gid=7\npid=425,pid_name=free,gid=8\npid=426,pid_name=none,gid=9\n");
-    WriteConf(kProduct, "gid=7,num=3,interval=2\ngid=8,num=0,interval=0\ngid=9,num=0,interval=1\n");
+    kt::WriteFile(kModules, "pid=424,pid_name=mon,gid=7\npid=425,pid_name=free,gid=8\npid=426,pid_name=none,gid=9\n");
+    kt::WriteFile(kProduct, "gid=7,num=3,interval=2\ngid=8,num=0,interval=0\ngid=9,num=0,interval=1\n");
     t_frozenAt = 1000;
     constexpr int64_t kUnit = 21600000;  // seconds of one period unit
     EXPECT_EQ(LogN(424, 5, "a"), 3);
@@ -290,17 +285,17 @@ SANDBOX_TEST(RateLimit, PeriodsDropsAndReports) {
 SANDBOX_TEST(RateLimit, ControlCalls) {
     umask(0);
     kt::FakeLogLevel kernel;
-    WriteConf(kModules, "pid=424,pid_name=mon,gid=7\n");
-    WriteConf(kProduct, "gid=7,num=3,interval=2\ngid=3000000000,num=2147483648,interval=1\n");
-    WriteConf(kLocal, "gid=7,num=50,interval=1\ngid=11,num=5,interval=1\n");
+    kt::WriteFile(kModules, "pid=424,pid_name=mon,gid=7\n");
+    kt::WriteFile(kProduct, "gid=7,num=3,interval=2\ngid=3000000000,num=2147483648,interval=1\n");
+    kt::WriteFile(kLocal, "gid=7,num=50,interval=1\ngid=11,num=5,interval=1\n");
     EXPECT_EQ(KIRA_set_log_num_interval(7, 1, 1), 0);
     EXPECT_EQ(Tables({424}, {7}), "mon:7:0 1/1 ");
     EXPECT_EQ(KIRA_set_log_ratelimit(7, 0) + KIRA_set_log_ratelimit(99, 2) + KIRA_set_log_ratelimit(3000000000u, 2),
               -44);
     EXPECT_EQ(LogN(424, 3, "a"), 1);
     // Of the module files the reset re-reads the current one, not the obsolete one; it opens a new period.
-    WriteConf(kModules, "pid=426,pid_name=late,gid=7\n");
-    WriteConf("/ZUK/conf/pid_obsolete.conf", "pid=427,pid_name=old,gid=7\n");
+    kt::WriteFile(kModules, "pid=426,pid_name=late,gid=7\n");
+    kt::WriteFile("/ZUK/conf/pid_obsolete.conf", "pid=427,pid_name=old,gid=7\n");
     EXPECT_EQ(KIRA_reset_log_ratelimit(), 0);
     EXPECT_EQ(Tables({426, 427}, {7, 11}), "late:7:0 - 3/2 4294967295/1 ");
     EXPECT_EQ(LogN(424, 4, "b"), 3);
@@ -341,10 +336,10 @@ SANDBOX_TEST(RateLimit, ControlCalls) {
 // line is printed or counted as dropped. Group 1 is shared, 2 is one module's, 3 lets nothing through.
 SANDBOX_TEST(LogConcurrency, PrintedPlusDroppedEqualsLogged) {
     kt::FakeLogLevel kernel;
-    WriteConf(kModules,
-              "pid=100,pid_name=a,gid=1\npid=101,pid_name=b,gid=1\npid=200,pid_name=c,gid=2\n"
-              "pid=300,pid_name=d\npid=400,gid=3\n");
-    WriteConf(kProduct, "gid=1,num=5,interval=1\ngid=2,num=25,interval=1\ngid=3,num=0,interval=1\n");
+    kt::WriteFile(kModules,
+                  "pid=100,pid_name=a,gid=1\npid=101,pid_name=b,gid=1\npid=200,pid_name=c,gid=2\n"
+                  "pid=300,pid_name=d\npid=400,gid=3\n");
+    kt::WriteFile(kProduct, "gid=1,num=5,interval=1\ngid=2,num=25,interval=1\ngid=3,num=0,interval=1\n");
     kt::MakeDirs("/startup_disk/conf/conf_local");
     EXPECT_EQ(DBG_SetPidLevel(100, 4), 0);  // the first call of the process sets up by itself
     std::atomic<bool> stop{false};

@@ -1,6 +1,5 @@
-// The all-process census: shares and memory from files bound over real
-// processes' /proc entries, who is in a result, failures that leave the
-// caller's list alone, the kernel-name check and kill, a busy core's minute.
+// The all-process census: shares and memory from files bound over real processes' /proc entries, who is in a result,
+// failures that leave the caller's list alone, the kernel-name check and kill, a busy core's minute.
 
 #include <sys/sysinfo.h>
 

@@ -1,6 +1,5 @@
-// ProcessHeartBeat and ClearHeartBeatFile over real processes and a private
-// /tmp/heartbeat: the token rules, the table of seven pids, and what other
-// users may plant there (links, FIFOs, a link in place of the directory).
+// ProcessHeartBeat and ClearHeartBeatFile over real processes and a private /tmp/heartbeat: the token rules, the
+// table of seven pids, and what other users may plant there (links, FIFOs, a link in place of the directory).
 
 #include <sys/stat.h>
 
@@ -44,7 +43,6 @@ SANDBOX_TEST(Heartbeat, TokensDecideTheVerdictForSevenPidsAtMost) {
     const std::string name = kt::UniqueName("hbtok");
     kt::Child child(name, {name});
     const std::string file = HbFile(name, child.pid());
-    kt::MakeDirs(kDir);
     kt::WriteFile(file + "junk", "old\n9\n");  // the same pid to atoi: it must not hide a hang
     // A hang reports the id stored with the token; '\r' is part of it; no line 2
     // is "none" (logged signed); line 1 is read 126 characters at a time.
@@ -127,10 +125,8 @@ SANDBOX_TEST(Heartbeat, ForeignEntriesAreIgnoredAndOnlyFilesOfGoneProcessesClear
     for (const std::string& f : kept) EXPECT_EQ(access(f.c_str(), F_OK), 0) << f;
 
     // A link in place of the directory: followed only when root owns it.
-    kt::MakeDirs("/tmp/victim");
-    for (const std::string& f :
-         {"/tmp/victim/" + name + "___7___" + std::to_string(child.pid()), std::string("/tmp/victim/gone")})
-        kt::WriteFile(f, "a\n");
+    kt::WriteFile("/tmp/victim/" + name + "___7___" + std::to_string(child.pid()), "a\n");
+    kt::WriteFile("/tmp/victim/gone", "a\n");
     ASSERT_TRUE(rename(kDir.c_str(), "/tmp/hb.real") == 0 && symlink("/tmp/victim", kDir.c_str()) == 0 &&
                 lchown(kDir.c_str(), 4321, 4321) == 0);
     Item viaLink(name);

@@ -1,6 +1,5 @@
-// Process items: lookups by command line against real processes, figures
-// from files bound over their /proc entries, the match a group reports, the
-// pre-command gate, and what a call with a stored pid costs.
+// Process items: lookups by command line against real processes, figures from files bound over their /proc entries,
+// the match a group reports, the pre-command gate, and what a call with a stored pid costs.
 
 #include <sys/sysinfo.h>
 #include <sys/wait.h>
@@ -109,13 +108,11 @@ SANDBOX_TEST(ProcessItems, LookupsFiguresAndTheMatchAGroupReports) {
 
     // First: 5 MB, 3 handles of 7; last: 7 MB, no limit. Exact (pid -5) stores the first.
     const auto check = [&](std::vector<std::tuple<FI_ITEM_FN, std::string, float, pid_t>> rows) {
-        for (const auto& r : rows) {
-            Args a{{"ProcessName", std::get<1>(r)}};
-            const float v = a.Call(std::get<0>(r));
-            EXPECT_EQ(std::make_tuple(v, a.result.result, a.result.pid),
-                      std::make_tuple(std::get<2>(r), 0, std::get<3>(r)))
-                << std::get<1>(r);
-            EXPECT_TRUE(std::get<3>(r) != -5 || a.StoredPid() == (v > 0 ? first : 0)) << std::get<1>(r);
+        for (const auto& [fn, name, value, named] : rows) {
+            Args a{{"ProcessName", name}};
+            const float v = a.Call(fn);
+            EXPECT_EQ(std::make_tuple(v, a.result.result, a.result.pid), std::make_tuple(value, 0, named)) << name;
+            EXPECT_TRUE(named != -5 || a.StoredPid() == (v > 0 ? first : 0)) << name;
         }
     };
     Figures(first, 5120, "7");
