@@ -95,15 +95,13 @@ SANDBOX_TEST(KiraCopy, BlocksTruncationAndFailures) {
     EXPECT_EQ(kt::OpenFdCount(), fds);
     std::string logged;
     for (const auto& l : kt::SyslogLines()) logged += std::to_string(l.priority) + " " + l.message;
-    EXPECT_EQ(
-        logged,
-        "6 Open source file (/tmp) error,return.\n6 Open dest file (/tmp/no/out) error,return.\n6 Input para null.\n"
-        "6 Input para null.\n6 Copy write data from file (/tmp/src) to (/dev/full) Fail, (28).\n"
-        "6 Copy read data from file (/tmp/src) to (/tmp/out) Fail, (5).\n");
+    EXPECT_EQ(logged,
+              "6 Open source file (/tmp) error,return.\n6 Open dest file (/tmp/no/out) error,return.\n"
+              "6 Input para null.\n6 Input para null.\n6 Copy write data from file (/tmp/src) to (/dev/full) Fail, "
+              "(28).\n6 Copy read data from file (/tmp/src) to (/tmp/out) Fail, (5).\n");
 }
 
-// Basename below 256 characters, dirname at most 4096; trailing slashes are
-// not part of the basename.
+// Basename below 256 characters, dirname at most 4096; trailing slashes are not part of the basename.
 SANDBOX_TEST(KiraNameCheck, LimitsOfBasenameAndDirname) {
     const std::string base255(255, 'n'), dir4096 = "/" + std::string(4095, 'd');
     // clang-format off
@@ -118,8 +116,7 @@ SANDBOX_TEST(KiraNameCheck, LimitsOfBasenameAndDirname) {
     EXPECT_EQ(kt::SyslogCount("Param is null.\n", 6), 1);
 }
 
-// /proc paths in the caller's buffer (a refusal says why and leaves an empty
-// text), and the name filter of the /proc walks.
+// /proc paths in the caller's buffer (a refusal says why and leaves an empty text); the /proc walks' name filter.
 TEST(KiraProcPath, FormsLimitsAndPidNames) {
     // clang-format off
     for (auto [pid, leaf, size, want] : std::initializer_list<std::tuple<long long, const char*, size_t, std::string>>{
@@ -170,9 +167,8 @@ SANDBOX_TEST(KiraLock, ModesAgainstAnotherHolder) {
     EXPECT_EQ(kt::SyslogCount("Input param error, vfd = (5), vlock= ((nil)).\n", 6), 1);
 }
 
-// The byte at offset + length is read and, on a read-write descriptor, written
-// one further: a short file grows past the area, a byte per mapping. At most 32
-// live mappings; a failed mmap's MAP_FAILED takes a slot like any address.
+// The byte at offset + length is read and, on a read-write descriptor, written one further: a short file grows past the
+// area, a byte per mapping. At most 32 live mappings; a failed mmap's MAP_FAILED takes a slot like any address.
 SANDBOX_TEST(KiraMmap, EndOfAreaTouchedAndRegistryLimits) {
     kt::WriteFile("/tmp/m", std::string(3 * 4096, 'a') + "bcd");
     int fd = open("/tmp/m", O_RDWR);

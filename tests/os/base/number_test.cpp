@@ -1,5 +1,4 @@
-// Number parsing, bit maps, byte order, 64-bit division, atomic counters and
-// the red-black tree.
+// Number parsing, bit maps, byte order, 64-bit division, atomic counters and the red-black tree.
 
 #include <endian.h>
 
@@ -71,8 +70,7 @@ TEST(KiraAtomic, ResultsAndWidths) {
     EXPECT_EQ(got, (std::vector<long long>{1, 0, 1, 10, 6, 1, 1, 0, -1, INT32_MIN, 0x180000000, 0}));
 }
 
-// Two threads add 3 a round while two take 2; a count released by all four
-// at once reaches zero for exactly one of them.
+// Two threads add 3 a round, two take 2; a count released by all four at once reaches zero for exactly one of them.
 TEST(KiraAtomic, ConcurrentUpdatesLoseNothing) {
     atomic64_t v = ATOMIC64_INIT(0), refs = ATOMIC64_INIT(4), winners = ATOMIC64_INIT(0);
     std::vector<std::thread> threads;

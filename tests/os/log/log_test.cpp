@@ -26,17 +26,14 @@ extern "C" int clock_gettime(clockid_t clock, struct timespec* ts) {
 
 namespace {
 
-const char kBlock[] = "/dev/shm/dbglog.cfg";
-const char kProduct[] = "/ZUK/conf/gid_print_limit.conf";
-const char kModules[] = "/ZUK/conf/gid_of_pid.conf";
+const char kBlock[] = "/dev/shm/dbglog.cfg", kProduct[] = "/ZUK/conf/gid_print_limit.conf",
+           kModules[] = "/ZUK/conf/gid_of_pid.conf";
 const std::string kLocal = "/startup_disk/conf/conf_local/gid_log_ratelimit.conf";
 const std::string kLevels = "/startup_disk/conf/conf_local/pid_log_level.conf";
 
 std::string Block(uint32_t magic, uint8_t level, char fill, size_t size = 16) {
-    std::string block(16, fill);
-    memcpy(&block[0], &magic, 4);
-    block[4] = static_cast<char>(level);
-    return block.substr(0, size);
+    const std::string head(reinterpret_cast<const char*>(&magic), 4);
+    return (head + static_cast<char>(level) + std::string(11, fill)).substr(0, size);
 }
 
 // How many captured lines hold each needle (at that priority, unless -1), as "n,n,...".

@@ -31,8 +31,7 @@ SANDBOX_TEST(Census, SharesOfProcessesSeenInBothScansAndTheKernelNameCheck) {
     const std::string u = "/opt/" + kt::UniqueName("cen");
     kt::Child busy("cnb", {u + "b"}), calm("cnc", {u + "c"}), ends("cne", {u + "e"}), renamed("cnr", {u + "r"});
     std::unique_ptr<kt::Child> late;
-    // Two scans a second apart; meanwhile one process ends, one starts, one
-    // changes program, and one gets 100 of the 200 ticks the counters move.
+    // Two scans a second apart; meanwhile one process ends, one starts, one changes program, one gets 100 of 200 ticks.
     kt::BindFileOver("/proc/stat", "cpu  100 0 0 100 0 0 0 0 0 0\n");
     for (const kt::Child* c : {&busy, &calm, &renamed}) Figures(c->pid(), "cn", 1000, 2048);
     std::thread meanwhile([&] {

@@ -120,8 +120,7 @@ SANDBOX_TEST(SystemItems, ReasonsPeriodsCountersLinesByPositionAndTheDiskFigures
     // clang-format on
     for (const auto& p : periods) EXPECT_EQ(ConvertStr2PeriodUS(p.first), p.second) << p.first;
 
-    // user nice system idle iowait irq softirq steal: steal is not counted,
-    // only idle is idle, and the user share leaves nice out.
+    // user nice system idle iowait irq softirq steal: steal not counted, only idle is idle, the user share omits nice.
     kt::BindFileOver("/proc/stat", "cpu  100 20 30 800 10 5 35 999 0 0\ncpu0 1 2 3 4 5 6 7 8 0 0\n");
     Args cpu, usr, mem;
     EXPECT_EQ(std::make_pair(cpu.Call(GetSysCPU), usr.Call(GetSysUsrCPU)), std::make_pair(20.0f, 10.0f));

@@ -169,8 +169,7 @@ SANDBOX_TEST(ProcessItems, LookupsFiguresAndTheMatchAGroupReports) {
         kt::FaultDisarm();
     }
 
-    // A stored pid keeps its samples while it runs the same command line;
-    // otherwise /proc is walked again and the samples dropped.
+    // A stored pid running the same command line keeps its samples; else /proc is walked again, the samples dropped.
     int pid = last;
     unsigned long long sys = 5, proc = 6;
     EXPECT_EQ(std::make_tuple(P::get_pid_byname(srv.c_str(), pid, sys, proc), pid, sys, proc),
