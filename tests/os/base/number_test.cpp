@@ -84,14 +84,12 @@ TEST(KiraAtomic, ConcurrentUpdatesLoseNothing) {
         });
     }
     for (std::thread& thread : threads) thread.join();
-    EXPECT_EQ(atomic_read(&v), 40000);
-    EXPECT_EQ(atomic_read(&winners), 1);
+    EXPECT_EQ(std::make_pair(atomic_read(&v), atomic_read(&winners)), std::make_pair(int64_t{40000}, int64_t{1}));
 }
 
 struct TreeItem {
     rb_node node;
-    int key;
-    int count;  // nodes in the subtree rooted here: the augmented field
+    int key, count;  // count: nodes in the subtree rooted here, the augmented field
 };
 static TreeItem* ItemOf(rb_node* n) { return rb_entry(n, TreeItem, node); }
 static int CountOf(rb_node* n) { return n == nullptr ? 0 : ItemOf(n)->count; }

@@ -37,7 +37,7 @@ std::string Block(uint32_t magic, uint8_t level, char fill, size_t size = 16) {
 }
 
 // How many captured lines hold each needle (at that priority, unless -1), as "n,n,...".
-std::string Seen(std::initializer_list<std::string> needles, int priority = -1) {
+std::string Seen(int priority, std::initializer_list<std::string> needles) {
     std::string out;
     for (const std::string& n : needles) out += (out.empty() ? "" : ",") + std::to_string(kt::SyslogCount(n, priority));
     return out;
@@ -128,7 +128,7 @@ SANDBOX_TEST(SharedBlock, RootGroupRepairsRebuildsAndFollows) {
         usleep(10000);
         DBG_Log(424, DBG_LOG_DEBUG, "f", 1, 0, "later");
     }
-    EXPECT_EQ(Seen({"dbg-dropped", "info-kept", "dbg-kept", "[cut]", "[later]"}), "0,1,1,1,1");
+    EXPECT_EQ(Seen(-1, {"dbg-dropped", "info-kept", "dbg-kept", "[cut]", "[later]"}), "0,1,1,1,1");
     EXPECT_EQ(Logged(6),
               "open /proc/nox/log_level fail\nDBG_SetLogLevel error,v_iLogLevel (6) gid (0).\n"
               "DBG_SetLogLevel error,v_iLogLevel (0) gid (0).\n");
@@ -167,7 +167,7 @@ SANDBOX_TEST(SharedBlock, OnlyAPlainFileOfItsOwnIsUsed) {
                 "\n" + stars;
             const std::string refusal =
                 gid == 0 ? "Log Cfg file not opened.\n" : "DBG_SetLogLevel error,v_iLogLevel (3) gid (1234).\n";
-            EXPECT_EQ(Seen({"[info]", "[debug]"}) + Logged(6) + (DBG_GetLogConfig() ? "mapped" : ""),
+            EXPECT_EQ(Seen(-1, {"[info]", "[debug]"}) + Logged(6) + (DBG_GetLogConfig() ? "mapped" : ""),
                       plant == 7 ? "1,1open /proc/nox/log_level fail\n" + refusal + "mapped"
                                  : "1,0" + (plant == 6 ? "" : banner) + refusal);
             EXPECT_EQ(kt::ReadFile("/tmp/victim") + kt::ReadFile("/dev/shm/victim"), "preciousprecious");
@@ -216,12 +216,11 @@ SANDBOX_TEST(ConfigFiles, LoadedAsDesigned) {
     EXPECT_EQ(KIRA_set_log_ratelimit(7, 2) + KIRA_set_log_ratelimit(11, 3), 0);
     EXPECT_EQ(Tables({}, {7, 11}), "40/4 0/1 ") << "a group known only locally has no default";
     EXPECT_EQ(
-        Seen({"read_gid_conf: /ZUK/conf/gid_print_limit.conf read_gid_conf_line fail, (gid=0,num=1,interval=1\n)\n",
-              "read_log_level_conf: " + kLevels + " read_pid_conf_line fail, (pid=8\n)\n",
-              "(pid=12 pid_name=nogroup gid=0\n)\n", "(" + std::string(255, 'x') + ")\n",
-              "read_pid_conf: /ZUK/conf/pid_obsolete.conf has more than 100000 lines, the rest is ignored\n",
-              "read_gid_conf_line fail", "read_pid_conf_line fail"},
-             6),
+        Seen(6, {"read_gid_conf: /ZUK/conf/gid_print_limit.conf read_gid_conf_line fail, (gid=0,num=1,interval=1\n)\n",
+                 "read_log_level_conf: " + kLevels + " read_pid_conf_line fail, (pid=8\n)\n",
+                 "(pid=12 pid_name=nogroup gid=0\n)\n", "(" + std::string(255, 'x') + ")\n",
+                 "read_pid_conf: /ZUK/conf/pid_obsolete.conf has more than 100000 lines, the rest is ignored\n",
+                 "read_gid_conf_line fail", "read_pid_conf_line fail"}),
         "1,1,1,1,1,5,5");
 }
 
@@ -270,11 +269,11 @@ SANDBOX_TEST(RateLimit, PeriodsDropsAndReports) {
     // The line after the period ends reports the period and passes; the next period starts with it counted.
     t_frozenAt += kUnit + 1;
     EXPECT_EQ(LogN(424, 4, "d"), 3);
-    EXPECT_EQ(Seen({"mon: 1 callbacks suppressed[___ratelimit3].\n", "none: 1 callbacks suppressed[___ratelimit3].\n",
-                    "none: 4 callbacks", "none: 5 callbacks suppressed[___ratelimit3].\n", "none: 6 callbacks",
-                    "mon: 2 callbacks suppressed in 2 days[___ratelimit3].\n", "callbacks suppressed"},
-                   4),
-              "2,1,0,1,0,1,5");
+    EXPECT_EQ(
+        Seen(4, {"mon: 1 callbacks suppressed[___ratelimit3].\n", "none: 1 callbacks suppressed[___ratelimit3].\n",
+                 "none: 4 callbacks", "none: 5 callbacks suppressed[___ratelimit3].\n", "none: 6 callbacks",
+                 "mon: 2 callbacks suppressed in 2 days[___ratelimit3].\n", "callbacks suppressed"}),
+        "2,1,0,1,0,1,5");
 }
 
 // Direct set and get; scaling from the reloaded product values, overflow capped; a reset to the product's
@@ -316,16 +315,16 @@ SANDBOX_TEST(RateLimit, ControlCalls) {
     struct stat st;
     EXPECT_TRUE(stat((kLocal + ".new").c_str(), &st) != 0 && stat(kLocal.c_str(), &st) == 0 && st.st_mode == 0100777 &&
                 stat(kBlock, &st) == 0 && st.st_mode == 0100664);  // the block is for every process to read
-    EXPECT_EQ(Seen({"<3>The input param multiple is zero[KIRA_set_log_ratelimit].\n",
-                    "<4>The number of logs of gid=3000000000 after you have increased is more than 4294967295, it will "
-                    "only be set to 4294967295 [KIRA_set_log_ratelimit].\n",
-                    "<4>Reset log rate setting to the default values[KIRA_reset_log_ratelimit].\n",
-                    "<4>Set the number of logs to 3 times for every gid[KIRA_set_log_ratelimit].\n",
-                    "<3>KIRA_set_log_ratelimit: gid=99 is inval\n", "<3>KIRA_set_log_num_interval: gid is inval\n",
-                    "<3>KIRA_get_log_num_interval: gid is inval\n", "gid=-1294967296 after", "gid 6 is not exist\n",
-                    "<6>mv -f " + kLocal + ".new " + kLocal + " 2>/dev/kmsg\n"},
-                   6),
-              "1,1,2,1,1,1,1,1,1,1");
+    EXPECT_EQ(
+        Seen(6, {"<3>The input param multiple is zero[KIRA_set_log_ratelimit].\n",
+                 "<4>The number of logs of gid=3000000000 after you have increased is more than 4294967295, it will "
+                 "only be set to 4294967295 [KIRA_set_log_ratelimit].\n",
+                 "<4>Reset log rate setting to the default values[KIRA_reset_log_ratelimit].\n",
+                 "<4>Set the number of logs to 3 times for every gid[KIRA_set_log_ratelimit].\n",
+                 "<3>KIRA_set_log_ratelimit: gid=99 is inval\n", "<3>KIRA_set_log_num_interval: gid is inval\n",
+                 "<3>KIRA_get_log_num_interval: gid is inval\n", "gid=-1294967296 after", "gid 6 is not exist\n",
+                 "<6>mv -f " + kLocal + ".new " + kLocal + " 2>/dev/kmsg\n"}),
+        "1,1,2,1,1,1,1,1,1,1");
     EXPECT_EQ(kt::SyslogCount("mon: 1 callbacks suppressed[___ratelimit3].\n", 4), 2) << "the reset cleared the drops";
 }
 

@@ -63,9 +63,8 @@ SANDBOX_TEST(Census, SharesOfProcessesSeenInBothScansAndTheKernelNameCheck) {
     head.next = head.prev = &sentinel;
     usersys = 77;
     kt::BindFileOver("/proc/stat", "cpu  5 5 5 5 5 5 5\n");
-    EXPECT_EQ(zadi::GetAllProcessCoreCPUEvery(&head, &usersys, 0) + GetAllProcessCoreCPU(nullptr, &usersys) +
-                  GetAllProcessCoreCPU(&head, nullptr) + GetAllProcessRssMem(nullptr),
-              -4);
+    EXPECT_EQ(-4, zadi::GetAllProcessCoreCPUEvery(&head, &usersys, 0) + GetAllProcessCoreCPU(nullptr, &usersys) +
+                      GetAllProcessCoreCPU(&head, nullptr) + GetAllProcessRssMem(nullptr));
     EXPECT_EQ(std::make_tuple(head.next, head.prev, usersys), std::make_tuple(&sentinel, &sentinel, 77));
 
     const std::string name = kt::UniqueName("chk"), full = name + std::string(15 - name.size(), 'k');

@@ -89,7 +89,6 @@ SANDBOX_TEST(ItemArguments, EveryItemRefusesInItsOrderWithExactTexts) {
     EXPECT_EQ(ZADI_AgentSubCallCount(ZADI_SUB_CALL_CREATE) + kt::SyslogCount("DiagCode"), 0);
 }
 
-// The item list, the C header and the exports lists name the same items.
 TEST(ItemList, HeaderExportsAndListAgree) {
     std::set<std::string> listed, exported;
 #define ITEST_NAME(name, ...) listed.insert(#name);

@@ -64,9 +64,8 @@ SANDBOX_TEST(ProcessItems, LookupsFiguresAndTheMatchAGroupReports) {
     int pids[4] = {0, 0, 0, 0};
     EXPECT_TRUE(GetProcessPid(srv.c_str(), pids) == 0 && pids[0] == first);
     unsigned int used = 0, one = 0;
-    EXPECT_EQ(GetProcessPidExtern((u + "/").c_str(), pids, 3, &used) +
-                  GetProcessPidFuzzy(("*" + u.substr(5) + "/s?v*").c_str(), pids + 3, 1, &one),
-              0);
+    EXPECT_EQ(0, GetProcessPidExtern((u + "/").c_str(), pids, 3, &used) +
+                     GetProcessPidFuzzy(("*" + u.substr(5) + "/s?v*").c_str(), pids + 3, 1, &one));
     EXPECT_EQ(std::vector<int>(pids, pids + used + one), (std::vector<int>{first, last, gap.pid(), first}));
     EXPECT_EQ(GetProcessPid(nullptr, pids) + GetProcessPid("x", nullptr) + GetProcessPidExtern("x", pids, 0, &used) +
                   GetProcessPidFuzzy(nullptr, pids, 1, &used) + GetProcessPidExtern("x", nullptr, 1, &used) +

@@ -114,7 +114,6 @@ inline int Listed(int (*scan)(struct list_head*)) {
     return rc;
 }
 
-// The shape follows from what the item reads.
 inline Shape ShapeOf(const std::string& name, const std::string& params, bool primes, bool wildcard) {
     if (name == "ClearHeartBeatFile") return kClear;
     if (params.empty()) return primes ? kSysCtx : kSys;
@@ -124,17 +123,14 @@ inline Shape ShapeOf(const std::string& name, const std::string& params, bool pr
     if (params.rfind("ProcessName PreCmd", 0) == 0) return kPreCmd;
     return params.rfind("ProcessName ProcessMoudleId", 0) == 0 ? kHeartbeat : kReport;
 }
-struct ItemCase {
-    const char* name;
-    FI_ITEM_FN fn;
-    Shape shape;
-};
+
+// clang-format off
+struct ItemCase { const char* name; FI_ITEM_FN fn; Shape shape; };
 #define ITEST_ITEM(name, unit, params, match, pid, primes, meaning) \
     {#name, name, ShapeOf(#name, params, primes, std::string(#match) == "Wildcard")},
 inline const ItemCase kItems[] = {ZADI_ITEM_LIST(ITEST_ITEM)};
 #undef ITEST_ITEM
 
-// clang-format off
 // lowest: statuses run from this failure code up to 0.
 struct CensusCase { const char* name; int (*call)(const Watched& w); int lowest; };
 inline const CensusCase kCensus[] = {

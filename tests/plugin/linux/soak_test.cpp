@@ -21,7 +21,6 @@ long ResidentKb() {
     return at == std::string::npos ? -1 : strtol(status.c_str() + at + 6, nullptr, 10);
 }
 
-// One call of the n-th function of the round: items first, then the census.
 void CallOne(size_t n, const itest::Watched& w) {
     constexpr size_t kItemCount = std::size(itest::kItems);
     if (n >= kItemCount) return (void)itest::kCensus[n - kItemCount].call(w);
@@ -35,7 +34,6 @@ TEST(Soak, EveryFunctionOnLiveProcessesSlow) {
     const long calls = env != nullptr ? atol(env) : 100000;
     kt::RunSandboxed([calls] {
         itest::Watched w;
-        const std::string beat = w.Beat();
         constexpr size_t kRound = std::size(itest::kItems) + std::size(itest::kCensus);
         const long warmUp = calls / 10;
         int fds = -1;
@@ -55,7 +53,7 @@ TEST(Soak, EveryFunctionOnLiveProcessesSlow) {
                 rss = ResidentKb();
             }
             if (i % kRound == 0) {
-                kt::WriteFile(beat, std::to_string(i) + "\n");
+                kt::WriteFile(w.Beat(), std::to_string(i) + "\n");
                 kt::SyslogClear();  // the capture's store would count as the library's memory
             }
             CallOne(static_cast<size_t>(i) % kRound, w);
