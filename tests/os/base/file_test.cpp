@@ -1,5 +1,4 @@
-// Line readers, the descriptor read loop, file copy, path checks and builders,
-// record locks and shared mappings with their registry.
+// Line readers, the descriptor read loop, file copy, path checks and builders, record locks, mappings, their registry.
 
 #include <fcntl.h>
 #include <sys/mman.h>
@@ -14,6 +13,8 @@
 #include "os/base/kira_mmap.h"
 #include "tests/support/fault_inject.h"
 #include "tests/support/sandbox.h"
+
+using Ints = std::vector<int>;
 
 // KIRA_readline, LineReader::ReadLine: a line with its newline, carriage returns dropped without taking room, a
 // longer line in pieces of size - 1; nothing past the newline consumed (the descriptor may be shared). Gets is fgets.
@@ -86,11 +87,10 @@ SANDBOX_TEST(KiraCopy, BlocksTruncationAndFailures) {
     EXPECT_TRUE(!stat("/tmp/dst", &st) && st.st_size == 1 && (st.st_mode & 0777) == 0600);
     EXPECT_EQ(KIRA_copy("/tmp", "/tmp/out"), -1);
     const int fds = kt::OpenFdCount();  // syslog's own socket is open by now
-    EXPECT_EQ(
-        (std::vector<int>{KIRA_copy("/tmp/src", "/tmp/no/out"), KIRA_copy(nullptr, "/tmp/out"),
-                          KIRA_copy("/tmp/src", nullptr), KIRA_copy("/tmp/src", "/dev/full"), access("/tmp/out", 0),
-                          (kt::FaultArm({kt::Fault::kRead, 1}), KIRA_copy("/tmp/src", "/tmp/out"))}),
-        std::vector<int>(6, -1));
+    EXPECT_EQ((Ints{KIRA_copy("/tmp/src", "/tmp/no/out"), KIRA_copy(nullptr, "/tmp/out"),
+                    KIRA_copy("/tmp/src", nullptr), KIRA_copy("/tmp/src", "/dev/full"), access("/tmp/out", 0),
+                    (kt::FaultArm({kt::Fault::kRead, 1}), KIRA_copy("/tmp/src", "/tmp/out"))}),
+              Ints(6, -1));
     kt::FaultDisarm();
     EXPECT_EQ(kt::OpenFdCount(), fds);
     std::string logged;
@@ -150,20 +150,19 @@ SANDBOX_TEST(KiraLock, ModesAgainstAnotherHolder) {
     };
     ASSERT_EQ(hold(F_WRLCK), 0);
     lseek(fd, 15, SEEK_SET);
-    EXPECT_EQ((std::vector<int>{lock(3, 5, 10), lock(2, 9, 1), lock(3, 0, 5), lock(3, 10, 5)}),
-              (std::vector<int>{-1, -1, -1, 0}));
+    EXPECT_EQ((Ints{lock(3, 5, 10), lock(2, 9, 1), lock(3, 0, 5), lock(3, 10, 5)}), (Ints{-1, -1, -1, 0}));
     auto waited = std::async(std::launch::async, [&] { return lock(1, 0, 10); });
     usleep(200000);
     hold(F_UNLCK);
     EXPECT_TRUE(waited.get() == 0 && hold(F_RDLCK) == -1) << "mode 1 did not wait, or its lock did not hold";
     KIRA_LOCK_S all = {1, 0, 10};
     EXPECT_TRUE(KIRA_UnLockFile(fd, &all) == 0 && hold(F_RDLCK) == 0) << "unlock did not release";
-    EXPECT_EQ((std::vector<int>{lock(2, 0, 10), lock(0, 0, 10), lock(7, 0, 10), lock(3, 0, 10)}),
-              (std::vector<int>{0, 0, 0, -1}));  // an exclusive waiting request would hang here
+    EXPECT_EQ((Ints{lock(2, 0, 10), lock(0, 0, 10), lock(7, 0, 10), lock(3, 0, 10)}),
+              (Ints{0, 0, 0, -1}));  // an exclusive waiting request would hang here
     errno = 0;
-    EXPECT_EQ((std::vector<int>{KIRA_LockFile(3, nullptr), KIRA_UnLockFile(5, nullptr), KIRA_LockFile(-1, &all),
-                                KIRA_LockFile(-2, &all), errno, kt::SyslogCount("Input param error")}),
-              (std::vector<int>{-1, -1, -1, -1, EBADF, 3}));  // only -1 is refused before the system call
+    EXPECT_EQ((Ints{KIRA_LockFile(3, nullptr), KIRA_UnLockFile(5, nullptr), KIRA_LockFile(-1, &all),
+                    KIRA_LockFile(-2, &all), errno, kt::SyslogCount("Input param error")}),
+              (Ints{-1, -1, -1, -1, EBADF, 3}));  // only -1 is refused before the system call
     EXPECT_EQ(kt::SyslogCount("Input param error, vfd = (5), vlock= ((nil)).\n", 6), 1);
 }
 

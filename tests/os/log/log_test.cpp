@@ -343,10 +343,9 @@ SANDBOX_TEST(LogConcurrency, PrintedPlusDroppedEqualsLogged) {
         for (unsigned r = 0; !stop.load(); ++r) {
             DBG_SetPidName(100, r % 2 ? "a" : "a-longer-name");
             DBG_SetPidName(1000 + r, "new");  // rebalances the module tree under the loggers' lookups
-            EXPECT_EQ(KIRA_reset_log_ratelimit() + KIRA_set_log_ratelimit(1, 2) + KIRA_set_log_ratelimit(~0u, 3) +
-                          KIRA_save_log_ratelimit() + save_pid_log_level() + DBG_SetPidLevel(100, 4 + r % 2) +
-                          DBG_SetDefLogLevel(4 + r % 2) + KIRA_set_log_num_interval(2, 20 + r % 5, 1),
-                      1)
+            EXPECT_EQ(1, KIRA_reset_log_ratelimit() + KIRA_set_log_ratelimit(1, 2) + KIRA_set_log_ratelimit(~0u, 3) +
+                             KIRA_save_log_ratelimit() + save_pid_log_level() + DBG_SetPidLevel(100, 4 + r % 2) +
+                             DBG_SetDefLogLevel(4 + r % 2) + KIRA_set_log_num_interval(2, 20 + r % 5, 1))
                 << "round " << r;
         }
     });

@@ -32,8 +32,7 @@ constexpr int kChecked = -1, kOwn = Args::kOwn;  // kChecked: every item that ch
 // reason "": accepted; null: the marker, the result untouched. Empty params: the item's own.
 struct Refusal { int shape, argc; bool argv, context; const char* reason; itest::Params params; };
 const Refusal kRefusals[] = {
-    {kChecked, 0, false, false, kNumber, {}},
-    {kChecked, kOwn + 1, true, true, kNumber, {}},
+    {kChecked, 0, false, false, kNumber, {}}, {kChecked, kOwn + 1, true, true, kNumber, {}},
     {kChecked, kOwn, false, false, "Input parameter argv is NULL.", {}},
     {kChecked, kOwn, true, false, "Input parameter context is NULL.", {}},
     // Names are compared whole, in order, before the context is looked at.
@@ -43,17 +42,13 @@ const Refusal kRefusals[] = {
     {itest::kPreCmd, kOwn, true, true, kNames, {{"ProcessName", "x"}, {"PreCmd", "c"}, {"RetKeyWord", "k"}}},
     {itest::kPreCmd, kOwn, true, true, kNames, {{"ProcessNameX", "x"}, {"PreCmd", "c"}, {"RetKeyWords", "k"}}},
     {itest::kDisk, kOwn, true, true, "Get Disk Usage Fault, Return -1.000000.", {{"Path", "/no/such"}}},
-    {itest::kSysCtx, kOwn, true, false, nullptr, {}},
-    {itest::kSysCtx, -4, false, true, "", {}},
-    {itest::kSys, -4, false, false, "", {}},
-    {itest::kClear, -4, false, false, "", {}},
-    {itest::kHeartbeat, -1, true, false, kNumber, {}},
-    {itest::kHeartbeat, kOwn, false, true, kNumber, {}},
+    {itest::kSysCtx, kOwn, true, false, nullptr, {}}, {itest::kSysCtx, -4, false, true, "", {}},
+    {itest::kSys, -4, false, false, "", {}}, {itest::kClear, -4, false, false, "", {}},
+    {itest::kHeartbeat, -1, true, false, kNumber, {}}, {itest::kHeartbeat, kOwn, false, true, kNumber, {}},
     {itest::kHeartbeat, kOwn, true, false, "Input parameter context error.", {}},
     {itest::kHeartbeat, kOwn, true, true, kNoName, {{"ProcessMoudleId", "7"}}},
     {itest::kHeartbeat, kOwn, true, true, kNoModule, {{"ProcessName", "w"}}},
-    {itest::kReport, -1, true, false, kNumber, {}},
-    {itest::kReport, kOwn, false, false, kNumber, {}},
+    {itest::kReport, -1, true, false, kNumber, {}}, {itest::kReport, kOwn, false, false, kNumber, {}},
     {itest::kReport, kOwn, true, false, kNoCode, {{"ProcessMoudleId", "1"}}},
     {itest::kReport, kOwn, true, false, kNoCode, {{"ErrCode", "0xFFFFFFFF"}}},
     {itest::kReport, kOwn, true, false, "ErrCode 0xF000020E is not supported.", {{"ErrCode", "0xf000020e"}}},
@@ -149,9 +144,8 @@ SANDBOX_TEST(SystemItems, ReasonsPeriodsCountersLinesByPositionAndTheDiskFigures
     for (FI_ITEM_FN fn : {GetSysCPU, GetSysUsrCPU, GetSysMemory, GetSysFreeMemory}) {
         EXPECT_EQ(std::make_pair(mem.Call(fn), mem.result.result), std::make_pair(0.0f, 0));
     }
-    const unsigned long long zero = ZADI_Linux_Plugin::get_cpu_total_occupy() +
-                                    ZADI_Linux_Plugin::get_cpu_process_occupy(1) +
-                                    ZADI_Linux_Plugin().get_handle_max(1);
+    const auto zero = ZADI_Linux_Plugin::get_cpu_total_occupy() + ZADI_Linux_Plugin::get_cpu_process_occupy(1) +
+                      ZADI_Linux_Plugin().get_handle_max(1);
     umount("/proc");
     EXPECT_EQ(zero, 0u);
     for (const char* text :

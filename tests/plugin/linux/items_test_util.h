@@ -103,8 +103,7 @@ inline Params ParamsFor(Shape shape, const std::string& name) {
     return all[shape];
 }
 
-// A census into a list holding a sentinel: a success hands back a list of its
-// own (freed again), a failure leaves the list as it was.
+// A census into a list holding a sentinel: success hands back its own list (freed again), failure leaves the list.
 inline int Listed(int (*scan)(struct list_head*)) {
     struct list_head head, sentinel;
     head.next = head.prev = &sentinel;

@@ -36,8 +36,7 @@ TEST(Soak, EveryFunctionOnLiveProcessesSlow) {
         itest::Watched w;
         constexpr size_t kRound = std::size(itest::kItems) + std::size(itest::kCensus);
         const long warmUp = calls / 10;
-        int fds = -1;
-        long rss = -1;
+        long fds = -1, rss = -1;
         kt::FaultArm({kt::Fault::kOpen, 0});  // nothing fails; sleeps are skipped
         // A hang is ended by SIGALRM: 120 s for the first calls, then ten times what the rest would take at their pace.
         constexpr long kPaceCalls = 1000;
