@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <future>
+#include <regex>
 #include <tuple>
 
 #include "os/base/kira_file.h"
@@ -47,8 +48,7 @@ SANDBOX_TEST(KiraReadline, PiecesCarriageReturnsAndWhatIsLeft) {
                 errno == ENOENT && !reader.Gets(buf, 8));
 }
 
-// "abcdef" in a pipe whose writer is closed; the nth read of the call is cut
-// to one byte, interrupted or failed (0: none), and the reads are counted.
+// "abcdef" in a pipe, writer closed; the nth read (0: none) is cut to one byte, interrupted or failed; reads counted.
 TEST(KiraReadFd, EndRulesRetriesAndFailures) {
     using E = kira::ReadEnd;
     using M = kt::FaultMode;
@@ -180,11 +180,9 @@ SANDBOX_TEST(KiraMmap, EndOfAreaTouchedAndRegistryLimits) {
     fd = (close(fd), open("/tmp/m", O_RDONLY));
     EXPECT_TRUE(!KIRA_munmap(KIRA_mmap(fd, PROT_READ, 0, 8 * 4096)) && kt::ReadFile("/tmp/m").size() == 5 * 4096 + 1)
         << "read-only descriptors leave the file alone";
-    auto mapped = [] {
-        const std::string maps = kt::ReadFile("/proc/self/maps");
-        int n = 0;
-        for (size_t at = maps.find("/tmp/m\n"); at != std::string::npos; at = maps.find("/tmp/m\n", at + 1)) n++;
-        return n;
+    auto mapped = [maps = std::string(), area = std::regex("/tmp/m\n")]() mutable {
+        maps = kt::ReadFile("/proc/self/maps");
+        return std::distance(std::sregex_iterator(maps.begin(), maps.end(), area), std::sregex_iterator());
     };
     std::vector<void*> maps = {KIRA_mmap(-1, PROT_READ, INT64_MAX, 4096)};
     while (maps.size() < 32) maps.push_back(KIRA_mmap(fd, PROT_READ, 0, 4096));

@@ -137,8 +137,7 @@ SANDBOX_TEST(SharedBlock, RootGroupRepairsRebuildsAndFollows) {
 // A block missing, not a plain file of its own, or too short is neither waited for nor written through, and
 // logging goes on at level 4; other groups use a whole block as found. Set-up is once per process: a child each.
 SANDBOX_TEST(SharedBlock, OnlyAPlainFileOfItsOwnIsUsed) {
-    using Plant = int (*)();
-    const Plant plants[] = {
+    int (*const plants[])() = {
         [] { return 0; },  // only the root group creates the block
         [] { return mkfifo(kBlock, 0666); },
         [] { return mkdir(kBlock, 0777); },

@@ -14,9 +14,7 @@ namespace {
 const std::string kDir = "/tmp/heartbeat";
 constexpr uint32_t kNone = 0xFFFFFFFFu;
 
-std::string HbFile(const std::string& name, int pid, const std::string& tail = "") {
-    return kDir + "/" + name + "___7___" + std::to_string(pid) + tail;
-}
+std::string HbFile(const std::string& name, int pid) { return kDir + "/" + name + "___7___" + std::to_string(pid); }
 
 // One configured item (module 7): the agent keeps its context between calls.
 struct Item : itest::Args {
@@ -26,9 +24,7 @@ struct Item : itest::Args {
         EXPECT_TRUE(result.result == 0 && result.pid == -5 && (v == 0.0f || result.hangflowid == 99u));
         return v;
     }
-    const ZADI_PROCESS_HEARTBEAT_CONTEXT* table() const {
-        return reinterpret_cast<const ZADI_PROCESS_HEARTBEAT_CONTEXT*>(context.contextbuff);
-    }
+    auto table() const { return reinterpret_cast<const ZADI_PROCESS_HEARTBEAT_CONTEXT*>(context.contextbuff); }
     std::vector<uint32_t> Tracked() const {
         std::vector<uint32_t> pids;
         for (const auto* n = table()->stNode; n < table()->stNode + 7 && n->uiProcessId != 0; ++n)

@@ -138,8 +138,7 @@ SANDBOX_TEST(SystemItems, ReasonsPeriodsCountersLinesByPositionAndTheDiskFigures
     }
     EXPECT_EQ(std::make_pair(proc.Call(GetDiskUsage), proc.result.result), std::make_pair(0.0f, 0));  // no blocks
 
-    // An empty /proc (gone again before leak checking reads it at exit): zero
-    // successes, each with its log line, spelling included.
+    // An empty /proc (gone before leak checking reads it at exit): zero successes, each logged, spelling included.
     ASSERT_EQ(mount("tmpfs", "/proc", "tmpfs", 0, nullptr), 0) << strerror(errno);
     for (FI_ITEM_FN fn : {GetSysCPU, GetSysUsrCPU, GetSysMemory, GetSysFreeMemory}) {
         EXPECT_EQ(std::make_pair(mem.Call(fn), mem.result.result), std::make_pair(0.0f, 0));

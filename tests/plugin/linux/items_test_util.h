@@ -1,8 +1,7 @@
 #ifndef TESTS_PLUGIN_LINUX_ITEMS_TEST_UTIL_H
 #define TESTS_PLUGIN_LINUX_ITEMS_TEST_UTIL_H
 
-// Helpers of the plugin tests: an item's arguments as the agent hands them in, a
-// spinning process, and every item and census function aimed at one process.
+// Helpers: an item's arguments as the agent hands them in, a spinning process, every function aimed at one process.
 
 #include <signal.h>
 #include <string.h>
