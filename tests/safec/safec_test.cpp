@@ -1,4 +1,4 @@
-// The bounded routines, one table per family (copies, formats, scans), with
+// The bounded routines, a table for copies and formats, one for scans, with
 // tokens and streams beside them: codes, check order, exact fits, overlap.
 
 #include <gtest/gtest.h>
@@ -46,48 +46,41 @@ void Check(std::initializer_list<std::tuple<const char*, int (*)(char*), const c
 const char* const kNoFormat = nullptr;
 
 TEST(SafeC, CopiesAndFormats) {
+    // clang-format off
     Check({
         {CALL(memcpy_s(nullptr, 0, "z", 1)), "ERANGE:abcd_fgh"},  // checks: destsz, dest, src, count
         {CALL(memcpy_s(nullptr, 8, nullptr, 1)), "EINVAL:abcd_fgh"},
         {CALL(memcpy_s(d, 8, nullptr, 9)), "EINVAL:________"},
         {CALL(memmove_s(d, 4, "12345", 5)), "ERANGE:_____fgh"},  // only destsz bytes are zeroed
         {CALL(memcpy_s(d, SAFEC_MEM_MAX + 1, "z", 1)), "ERANGE:abcd_fgh"},
-        {CALL(memcpy_s(d, SAFEC_MEM_MAX, "z", 1)), "0:zbcd_fgh"},
-        {CALL(memcpy_s(d, 8, "12345678", 8)), "0:12345678"},
+        {CALL(memcpy_s(d, SAFEC_MEM_MAX, "z", 1)), "0:zbcd_fgh"}, {CALL(memcpy_s(d, 8, "12345678", 8)), "0:12345678"},
         {CALL(memcpy_s(d + 2, 6, d, 4)), "EINVAL:ab______"},
         {CALL(memcpy_s(d + 4, 4, d, 4)), "0:abcdabcd"},  // touching ranges do not overlap
-        {CALL(memcpy_s(d, 4, d + 4, 4)), "0:_fgh_fgh"},
-        {CALL(memmove_s(d + 2, 6, d, 4)), "0:ababcdgh"},
+        {CALL(memcpy_s(d, 4, d + 4, 4)), "0:_fgh_fgh"}, {CALL(memmove_s(d + 2, 6, d, 4)), "0:ababcdgh"},
         {CALL(memset_s(nullptr, 0, 'x', 0)), "ERANGE:abcd_fgh"},
         {CALL(memset_s(nullptr, 8, 'x', 1)), "EINVAL:abcd_fgh"},
-        {CALL(memset_s(d, SAFEC_MEM_MAX, 'x', 1)), "0:xbcd_fgh"},
-        {CALL(memset_s(d, 8, 'x', 8)), "0:xxxxxxxx"},
+        {CALL(memset_s(d, SAFEC_MEM_MAX, 'x', 1)), "0:xbcd_fgh"}, {CALL(memset_s(d, 8, 'x', 8)), "0:xxxxxxxx"},
         {CALL(memset_s(d, 4, 'x', 6)), "ERANGE:xxxx_fgh"},  // fills destsz, then refuses the excess
         {CALL(strcpy_s(nullptr, 0, nullptr)), "ERANGE:abcd_fgh"},
         {CALL(strcpy_s(nullptr, 4, nullptr)), "EINVAL:abcd_fgh"},
         {CALL(strncpy_s(d, 8, nullptr, SAFEC_MEM_MAX + 1)), "EINVAL:_bcd_fgh"},
-        {CALL(strncpy_s(d, 8, "zy", SAFEC_MEM_MAX + 1)), "ERANGE:_bcd_fgh"},
-        {CALL(strcpy_s(d, 4, "xyz")), "0:xyz_"},
-        {CALL(strcpy_s(d, 4, "wxyz")), "ERANGE:_bcd"},
-        {CALL(strncpy_s(d, SAFEC_MEM_MAX, "zyxwvuts", 3)), "0:zyx__fgh"},
+        {CALL(strncpy_s(d, 8, "zy", SAFEC_MEM_MAX + 1)), "ERANGE:_bcd_fgh"}, {CALL(strcpy_s(d, 4, "xyz")), "0:xyz_"},
+        {CALL(strcpy_s(d, 4, "wxyz")), "ERANGE:_bcd"}, {CALL(strncpy_s(d, SAFEC_MEM_MAX, "zyxwvuts", 3)), "0:zyx__fgh"},
         {CALL(strncpy_s(d, 4, d + 5, 3)), "0:fgh__fgh"},  // nothing read past count: "fgh" ends the buffer
         {CALL(strcpy_s(d + 2, 6, d)), "EINVAL:ab_d_fgh"},
         {CALL(strncpy_s(d + 3, 4, d, 3)), "0:abcabc_h"},  // the source ends where the copy starts
-        {CALL(strcat_s(d, 8, "efg")), "0:abcdefg_"},
-        {CALL(strncat_s(d, 8, "efghij", 4)), "ERANGE:_bcd_fgh"},
+        {CALL(strcat_s(d, 8, "efg")), "0:abcdefg_"}, {CALL(strncat_s(d, 8, "efghij", 4)), "ERANGE:_bcd_fgh"},
         {CALL(strcat_s(d, 8, d + 5)), "EINVAL:_bcd_fgh_"},
         {CALL(strcat_s(d, 4, "x")), "EINVAL:_bcd"},  // no terminator within destsz
-    });
-    Check({
+
         {CALL(snprintf_s(d, SAFEC_MEM_MAX, 3, "%d", 1234)), "-1:123__fgh"},
         {CALL(snprintf_s(d, 8, 8, "%s", "ABCDEFGH")), "-1:ABCDEFG_"},
-        {CALL(snprintf_s(d, 8, 0, "%s", "")), "0:_bcd_fgh"},
-        {CALL(snprintf_s(d, 0, 0, "x")), "-1:abcd_fgh"},
-        {CALL(snprintf_s(nullptr, 8, 7, "x")), "-1:abcd_fgh"},
-        {CALL(snprintf_s(d, 8, 7, kNoFormat)), "-1:_bcd_fgh"},
+        {CALL(snprintf_s(d, 8, 0, "%s", "")), "0:_bcd_fgh"}, {CALL(snprintf_s(d, 0, 0, "x")), "-1:abcd_fgh"},
+        {CALL(snprintf_s(nullptr, 8, 7, "x")), "-1:abcd_fgh"}, {CALL(snprintf_s(d, 8, 7, kNoFormat)), "-1:_bcd_fgh"},
         {CALL(snprintf_s(d, 8, 7, "%lc", static_cast<wint_t>(0xe9))), "-1:_bcd_fgh"},  // not encodable here
         {CALL(sprintf_s(d, 6, "%s", "ABCDEF")), "-1:_BCDE_"},
     });
+    // clang-format on
     wchar_t w[4] = {L'q', L'q', L'q', L'q'};
     EXPECT_EQ(ERANGE, wmemcpy_s(w, 3, L"abcd", 4));  // counted in elements, not bytes
     EXPECT_EQ(std::wstring(w, 4), std::wstring(L"\0\0\0q", 4));

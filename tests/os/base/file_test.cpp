@@ -1,5 +1,4 @@
-// Line readers, the descriptor read loop, file copy, path checks and builders,
-// record locks and shared mappings with their registry.
+// Line readers, the descriptor read loop, file copy, path checks and builders, record locks, mappings, their registry.
 
 #include <fcntl.h>
 #include <sys/mman.h>
@@ -7,6 +6,7 @@
 #include <unistd.h>
 
 #include <future>
+#include <regex>
 #include <tuple>
 
 #include "os/base/kira_file.h"
@@ -14,6 +14,8 @@
 #include "os/base/kira_mmap.h"
 #include "tests/support/fault_inject.h"
 #include "tests/support/sandbox.h"
+
+using Ints = std::vector<int>;
 
 // KIRA_readline, LineReader::ReadLine: a line with its newline, carriage returns dropped without taking room, a
 // longer line in pieces of size - 1; nothing past the newline consumed (the descriptor may be shared). Gets is fgets.
@@ -46,8 +48,7 @@ SANDBOX_TEST(KiraReadline, PiecesCarriageReturnsAndWhatIsLeft) {
                 errno == ENOENT && !reader.Gets(buf, 8));
 }
 
-// "abcdef" in a pipe whose writer is closed; the nth read of the call is cut
-// to one byte, interrupted or failed (0: none), and the reads are counted.
+// "abcdef" in a pipe, writer closed; the nth read (0: none) is cut to one byte, interrupted or failed; reads counted.
 TEST(KiraReadFd, EndRulesRetriesAndFailures) {
     using E = kira::ReadEnd;
     using M = kt::FaultMode;
@@ -86,24 +87,21 @@ SANDBOX_TEST(KiraCopy, BlocksTruncationAndFailures) {
     EXPECT_TRUE(!stat("/tmp/dst", &st) && st.st_size == 1 && (st.st_mode & 0777) == 0600);
     EXPECT_EQ(KIRA_copy("/tmp", "/tmp/out"), -1);
     const int fds = kt::OpenFdCount();  // syslog's own socket is open by now
-    EXPECT_EQ(
-        (std::vector<int>{KIRA_copy("/tmp/src", "/tmp/no/out"), KIRA_copy(nullptr, "/tmp/out"),
-                          KIRA_copy("/tmp/src", nullptr), KIRA_copy("/tmp/src", "/dev/full"), access("/tmp/out", 0),
-                          (kt::FaultArm({kt::Fault::kRead, 1}), KIRA_copy("/tmp/src", "/tmp/out"))}),
-        std::vector<int>(6, -1));
+    EXPECT_EQ((Ints{KIRA_copy("/tmp/src", "/tmp/no/out"), KIRA_copy(nullptr, "/tmp/out"),
+                    KIRA_copy("/tmp/src", nullptr), KIRA_copy("/tmp/src", "/dev/full"), access("/tmp/out", 0),
+                    (kt::FaultArm({kt::Fault::kRead, 1}), KIRA_copy("/tmp/src", "/tmp/out"))}),
+              Ints(6, -1));
     kt::FaultDisarm();
     EXPECT_EQ(kt::OpenFdCount(), fds);
     std::string logged;
     for (const auto& l : kt::SyslogLines()) logged += std::to_string(l.priority) + " " + l.message;
-    EXPECT_EQ(
-        logged,
-        "6 Open source file (/tmp) error,return.\n6 Open dest file (/tmp/no/out) error,return.\n6 Input para null.\n"
-        "6 Input para null.\n6 Copy write data from file (/tmp/src) to (/dev/full) Fail, (28).\n"
-        "6 Copy read data from file (/tmp/src) to (/tmp/out) Fail, (5).\n");
+    EXPECT_EQ(logged,
+              "6 Open source file (/tmp) error,return.\n6 Open dest file (/tmp/no/out) error,return.\n"
+              "6 Input para null.\n6 Input para null.\n6 Copy write data from file (/tmp/src) to (/dev/full) Fail, "
+              "(28).\n6 Copy read data from file (/tmp/src) to (/tmp/out) Fail, (5).\n");
 }
 
-// Basename below 256 characters, dirname at most 4096; trailing slashes are
-// not part of the basename.
+// Basename below 256 characters, dirname at most 4096; trailing slashes are not part of the basename.
 SANDBOX_TEST(KiraNameCheck, LimitsOfBasenameAndDirname) {
     const std::string base255(255, 'n'), dir4096 = "/" + std::string(4095, 'd');
     // clang-format off
@@ -118,8 +116,7 @@ SANDBOX_TEST(KiraNameCheck, LimitsOfBasenameAndDirname) {
     EXPECT_EQ(kt::SyslogCount("Param is null.\n", 6), 1);
 }
 
-// /proc paths in the caller's buffer (a refusal says why and leaves an empty
-// text), and the name filter of the /proc walks.
+// /proc paths in the caller's buffer (a refusal says why and leaves an empty text); the /proc walks' name filter.
 TEST(KiraProcPath, FormsLimitsAndPidNames) {
     // clang-format off
     for (auto [pid, leaf, size, want] : std::initializer_list<std::tuple<long long, const char*, size_t, std::string>>{
@@ -153,26 +150,24 @@ SANDBOX_TEST(KiraLock, ModesAgainstAnotherHolder) {
     };
     ASSERT_EQ(hold(F_WRLCK), 0);
     lseek(fd, 15, SEEK_SET);
-    EXPECT_EQ((std::vector<int>{lock(3, 5, 10), lock(2, 9, 1), lock(3, 0, 5), lock(3, 10, 5)}),
-              (std::vector<int>{-1, -1, -1, 0}));
+    EXPECT_EQ((Ints{lock(3, 5, 10), lock(2, 9, 1), lock(3, 0, 5), lock(3, 10, 5)}), (Ints{-1, -1, -1, 0}));
     auto waited = std::async(std::launch::async, [&] { return lock(1, 0, 10); });
     usleep(200000);
     hold(F_UNLCK);
     EXPECT_TRUE(waited.get() == 0 && hold(F_RDLCK) == -1) << "mode 1 did not wait, or its lock did not hold";
     KIRA_LOCK_S all = {1, 0, 10};
     EXPECT_TRUE(KIRA_UnLockFile(fd, &all) == 0 && hold(F_RDLCK) == 0) << "unlock did not release";
-    EXPECT_EQ((std::vector<int>{lock(2, 0, 10), lock(0, 0, 10), lock(7, 0, 10), lock(3, 0, 10)}),
-              (std::vector<int>{0, 0, 0, -1}));  // an exclusive waiting request would hang here
+    EXPECT_EQ((Ints{lock(2, 0, 10), lock(0, 0, 10), lock(7, 0, 10), lock(3, 0, 10)}),
+              (Ints{0, 0, 0, -1}));  // an exclusive waiting request would hang here
     errno = 0;
-    EXPECT_EQ((std::vector<int>{KIRA_LockFile(3, nullptr), KIRA_UnLockFile(5, nullptr), KIRA_LockFile(-1, &all),
-                                KIRA_LockFile(-2, &all), errno, kt::SyslogCount("Input param error")}),
-              (std::vector<int>{-1, -1, -1, -1, EBADF, 3}));  // only -1 is refused before the system call
+    EXPECT_EQ((Ints{KIRA_LockFile(3, nullptr), KIRA_UnLockFile(5, nullptr), KIRA_LockFile(-1, &all),
+                    KIRA_LockFile(-2, &all), errno, kt::SyslogCount("Input param error")}),
+              (Ints{-1, -1, -1, -1, EBADF, 3}));  // only -1 is refused before the system call
     EXPECT_EQ(kt::SyslogCount("Input param error, vfd = (5), vlock= ((nil)).\n", 6), 1);
 }
 
-// The byte at offset + length is read and, on a read-write descriptor, written
-// one further: a short file grows past the area, a byte per mapping. At most 32
-// live mappings; a failed mmap's MAP_FAILED takes a slot like any address.
+// The byte at offset + length is read and, on a read-write descriptor, written one further: a short file grows past the
+// area, a byte per mapping. At most 32 live mappings; a failed mmap's MAP_FAILED takes a slot like any address.
 SANDBOX_TEST(KiraMmap, EndOfAreaTouchedAndRegistryLimits) {
     kt::WriteFile("/tmp/m", std::string(3 * 4096, 'a') + "bcd");
     int fd = open("/tmp/m", O_RDWR);
@@ -185,11 +180,9 @@ SANDBOX_TEST(KiraMmap, EndOfAreaTouchedAndRegistryLimits) {
     fd = (close(fd), open("/tmp/m", O_RDONLY));
     EXPECT_TRUE(!KIRA_munmap(KIRA_mmap(fd, PROT_READ, 0, 8 * 4096)) && kt::ReadFile("/tmp/m").size() == 5 * 4096 + 1)
         << "read-only descriptors leave the file alone";
-    auto mapped = [] {
-        const std::string maps = kt::ReadFile("/proc/self/maps");
-        int n = 0;
-        for (size_t at = maps.find("/tmp/m\n"); at != std::string::npos; at = maps.find("/tmp/m\n", at + 1)) n++;
-        return n;
+    auto mapped = [maps = std::string(), area = std::regex("/tmp/m\n")]() mutable {
+        maps = kt::ReadFile("/proc/self/maps");
+        return std::distance(std::sregex_iterator(maps.begin(), maps.end(), area), std::sregex_iterator());
     };
     std::vector<void*> maps = {KIRA_mmap(-1, PROT_READ, INT64_MAX, 4096)};
     while (maps.size() < 32) maps.push_back(KIRA_mmap(fd, PROT_READ, 0, 4096));

@@ -1,5 +1,4 @@
-// Number parsing, bit maps, byte order, 64-bit division, atomic counters and
-// the red-black tree.
+// Number parsing, bit maps, byte order, 64-bit division, atomic counters and the red-black tree.
 
 #include <endian.h>
 
@@ -71,8 +70,7 @@ TEST(KiraAtomic, ResultsAndWidths) {
     EXPECT_EQ(got, (std::vector<long long>{1, 0, 1, 10, 6, 1, 1, 0, -1, INT32_MIN, 0x180000000, 0}));
 }
 
-// Two threads add 3 a round while two take 2; a count released by all four
-// at once reaches zero for exactly one of them.
+// Two threads add 3 a round, two take 2; a count released by all four at once reaches zero for exactly one of them.
 TEST(KiraAtomic, ConcurrentUpdatesLoseNothing) {
     atomic64_t v = ATOMIC64_INIT(0), refs = ATOMIC64_INIT(4), winners = ATOMIC64_INIT(0);
     std::vector<std::thread> threads;
@@ -86,14 +84,12 @@ TEST(KiraAtomic, ConcurrentUpdatesLoseNothing) {
         });
     }
     for (std::thread& thread : threads) thread.join();
-    EXPECT_EQ(atomic_read(&v), 40000);
-    EXPECT_EQ(atomic_read(&winners), 1);
+    EXPECT_EQ(std::make_pair(atomic_read(&v), atomic_read(&winners)), std::make_pair(int64_t{40000}, int64_t{1}));
 }
 
 struct TreeItem {
     rb_node node;
-    int key;
-    int count;  // nodes in the subtree rooted here: the augmented field
+    int key, count;  // count: nodes in the subtree rooted here, the augmented field
 };
 static TreeItem* ItemOf(rb_node* n) { return rb_entry(n, TreeItem, node); }
 static int CountOf(rb_node* n) { return n == nullptr ? 0 : ItemOf(n)->count; }

@@ -27,8 +27,7 @@ SANDBOX_TEST(KiraSystem, RawWaitStatusAndChainRefusals) {
     struct sigaction sa = {};  // no SA_RESTART: the wait sees EINTR
     sa.sa_handler = +[](int) {};
     sigaction(SIGUSR1, &sa, nullptr);
-    auto poke =
-        std::async(std::launch::async, [self = pthread_self()] { usleep(100000), pthread_kill(self, SIGUSR1); });
+    auto poke = std::async(std::launch::async, [me = pthread_self()] { usleep(100000), pthread_kill(me, SIGUSR1); });
     EXPECT_EQ(KIRA_system("sleep 0.3 && exit 4"), 0x400);
 }
 
@@ -63,8 +62,7 @@ SANDBOX_TEST(KiraCmd, CommandLinesRefusalsAndMessages) {
     // clang-format on
 }
 
-// Modes 1/2 attach an existing segment read-only/read-write, 3/4 create one
-// (exclusively, 0444/0666) and attach it likewise.
+// Modes 1/2 attach an existing segment read-only/read-write; 3/4 create one (exclusively, 0444/0666), then attach it.
 SANDBOX_TEST(KiraShm, ModesSelectCreationAndAccess) {
     ASSERT_EQ(unshare(CLONE_NEWIPC), 0);  // segments live in the IPC namespace
     EXPECT_EQ(KIRA_shmget(1, 4096, 2), nullptr) << "mode 2 must not create";

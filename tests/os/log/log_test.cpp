@@ -26,26 +26,18 @@ extern "C" int clock_gettime(clockid_t clock, struct timespec* ts) {
 
 namespace {
 
-const char kBlock[] = "/dev/shm/dbglog.cfg";
-const char kProduct[] = "/ZUK/conf/gid_print_limit.conf";
-const char kModules[] = "/ZUK/conf/gid_of_pid.conf";
+const char kBlock[] = "/dev/shm/dbglog.cfg", kProduct[] = "/ZUK/conf/gid_print_limit.conf",
+           kModules[] = "/ZUK/conf/gid_of_pid.conf";
 const std::string kLocal = "/startup_disk/conf/conf_local/gid_log_ratelimit.conf";
 const std::string kLevels = "/startup_disk/conf/conf_local/pid_log_level.conf";
 
-void WriteConf(const std::string& path, const std::string& content) {
-    kt::MakeDirs(path.substr(0, path.rfind('/')));
-    kt::WriteFile(path, content);
-}
-
 std::string Block(uint32_t magic, uint8_t level, char fill, size_t size = 16) {
-    std::string block(16, fill);
-    memcpy(&block[0], &magic, 4);
-    block[4] = static_cast<char>(level);
-    return block.substr(0, size);
+    const std::string head(reinterpret_cast<const char*>(&magic), 4);
+    return (head + static_cast<char>(level) + std::string(11, fill)).substr(0, size);
 }
 
 // How many captured lines hold each needle (at that priority, unless -1), as "n,n,...".
-std::string Seen(std::initializer_list<std::string> needles, int priority = -1) {
+std::string Seen(int priority, std::initializer_list<std::string> needles) {
     std::string out;
     for (const std::string& n : needles) out += (out.empty() ? "" : ",") + std::to_string(kt::SyslogCount(n, priority));
     return out;
@@ -86,8 +78,8 @@ std::string Tables(std::initializer_list<uint32_t> pids, std::initializer_list<u
 SANDBOX_TEST(LogOutput, LineFormatCutsAndLevels) {
     kt::FakeLogLevel kernel;
     kernel.SetLevel(426, 1);
-    WriteConf(kModules, "pid=424,pid_name=monitor,gid=3\n");
-    WriteConf(kBlock, Block(DBG_CFG_MAGIC, DBG_LOG_DEBUG, 0));
+    kt::WriteFile(kModules, "pid=424,pid_name=monitor,gid=3\n");
+    kt::WriteFile(kBlock, Block(DBG_CFG_MAGIC, DBG_LOG_DEBUG, 0));
     struct timespec now;
     clock_gettime(CLOCK_MONOTONIC, &now);
     DBG_Log(424, DBG_LOG_ERROR, "f", 7, 0, "x");
@@ -120,7 +112,7 @@ SANDBOX_TEST(LogOutput, LineFormatCutsAndLevels) {
 // The root group repairs a bad magic (bytes 8..15 are someone else's), rebuilds a block cut short ("> file"
 // used to end the process with SIGBUS), and reads another process's change from the file within seconds.
 SANDBOX_TEST(SharedBlock, RootGroupRepairsRebuildsAndFollows) {
-    WriteConf(kBlock, Block(0x12345678u, 2, '\xAA'));
+    kt::WriteFile(kBlock, Block(0x12345678u, 2, '\xAA'));
     DBG_Log(424, DBG_LOG_DEBUG, "f", 1, 0, "dbg-dropped");
     DBG_Log(424, DBG_LOG_INFO, "f", 1, 0, "info-kept");
     EXPECT_EQ(kt::ReadFile(kBlock).substr(0, 16), Block(DBG_CFG_MAGIC, 4, '\xAA').replace(5, 3, 3, '\0'));
@@ -131,12 +123,12 @@ SANDBOX_TEST(SharedBlock, RootGroupRepairsRebuildsAndFollows) {
     DBG_Log(424, DBG_LOG_INFO, "f", 1, 0, "cut");
     EXPECT_EQ(DBG_SetDefLogLevel(2), 1);
     EXPECT_EQ(kt::ReadFile(kBlock), Block(DBG_CFG_MAGIC, 2, 0));
-    WriteConf(kBlock, Block(DBG_CFG_MAGIC, DBG_LOG_DEBUG, 0));
+    kt::WriteFile(kBlock, Block(DBG_CFG_MAGIC, DBG_LOG_DEBUG, 0));
     for (int i = 0; i < 300 && kt::SyslogCount("[later]") == 0; ++i) {
         usleep(10000);
         DBG_Log(424, DBG_LOG_DEBUG, "f", 1, 0, "later");
     }
-    EXPECT_EQ(Seen({"dbg-dropped", "info-kept", "dbg-kept", "[cut]", "[later]"}), "0,1,1,1,1");
+    EXPECT_EQ(Seen(-1, {"dbg-dropped", "info-kept", "dbg-kept", "[cut]", "[later]"}), "0,1,1,1,1");
     EXPECT_EQ(Logged(6),
               "open /proc/nox/log_level fail\nDBG_SetLogLevel error,v_iLogLevel (6) gid (0).\n"
               "DBG_SetLogLevel error,v_iLogLevel (0) gid (0).\n");
@@ -145,8 +137,7 @@ SANDBOX_TEST(SharedBlock, RootGroupRepairsRebuildsAndFollows) {
 // A block missing, not a plain file of its own, or too short is neither waited for nor written through, and
 // logging goes on at level 4; other groups use a whole block as found. Set-up is once per process: a child each.
 SANDBOX_TEST(SharedBlock, OnlyAPlainFileOfItsOwnIsUsed) {
-    using Plant = int (*)();
-    const Plant plants[] = {
+    int (*const plants[])() = {
         [] { return 0; },  // only the root group creates the block
         [] { return mkfifo(kBlock, 0666); },
         [] { return mkdir(kBlock, 0777); },
@@ -175,7 +166,7 @@ SANDBOX_TEST(SharedBlock, OnlyAPlainFileOfItsOwnIsUsed) {
                 "\n" + stars;
             const std::string refusal =
                 gid == 0 ? "Log Cfg file not opened.\n" : "DBG_SetLogLevel error,v_iLogLevel (3) gid (1234).\n";
-            EXPECT_EQ(Seen({"[info]", "[debug]"}) + Logged(6) + (DBG_GetLogConfig() ? "mapped" : ""),
+            EXPECT_EQ(Seen(-1, {"[info]", "[debug]"}) + Logged(6) + (DBG_GetLogConfig() ? "mapped" : ""),
                       plant == 7 ? "1,1open /proc/nox/log_level fail\n" + refusal + "mapped"
                                  : "1,0" + (plant == 6 ? "" : banner) + refusal);
             EXPECT_EQ(kt::ReadFile("/tmp/victim") + kt::ReadFile("/dev/shm/victim"), "preciousprecious");
@@ -189,23 +180,23 @@ SANDBOX_TEST(SharedBlock, OnlyAPlainFileOfItsOwnIsUsed) {
 // count scaling starts from. FIFOs or links to an endless device used to hang every process that logs; long
 // lines are read in 255-byte pieces, carriage returns vanish, and a file is read up to 100000 lines.
 SANDBOX_TEST(ConfigFiles, LoadedAsDesigned) {
-    WriteConf(kProduct,
-              "gid=0,num=1,interval=1\ngid=13,num=10\n# gid=5,num=1,interval=1\n\n"
-              "gid=4294967295,num=1,interval=1\ngid=6,num=1,interval=1,burst=2\ngid=7,num=10,interval=2\n"
-              "gid=9,num=1,interval=1,burst=2,resume=3\n");
-    WriteConf("/etc/nox/pid/log_a", "gid=7,num=20,interval=3,burst=5,resume=6\npid=18,pid_name=notmine,gid=3\n");
-    WriteConf(kLocal, "gid=7,num=30,interval=4\ngid=11,num=5,interval=1\n");
-    WriteConf("/ZUK/conf/pid_obsolete.conf",
-              "pid=424 pid_name=old gid=3\n" + std::string(100000, '\n') + "pid=90,pid_name=late\n");
-    WriteConf(kModules,
-              "pid=424,pid_name=new,gid=4\npid=10,pid_name=comma,gid=3\npid=11 pid_name=blank gid=3\n"
-              "pid=12,pid_name=nogroup,gid=0\npid=13,pid_name=nogid\npid=14,gid=4\npid=0,gid=4\n"
-              "#pid=16,gid=3\npid=5,pid_name=five,gid=3\npid=7\r9,pid_name=cr,gid=3\npid=15,pid_name=" +
-                  std::string(40, 'n') + ",gid=3\n" + std::string(255, 'x') + "pid=77,gid=3\n");
-    WriteConf("/etc/nox/pid/pid_b", "pid=17,pid_name=dir,gid=3\ngid=9,num=99,interval=9\n");
+    kt::WriteFile(kProduct,
+                  "gid=0,num=1,interval=1\ngid=13,num=10\n# gid=5,num=1,interval=1\n\n"
+                  "gid=4294967295,num=1,interval=1\ngid=6,num=1,interval=1,burst=2\ngid=7,num=10,interval=2\n"
+                  "gid=9,num=1,interval=1,burst=2,resume=3\n");
+    kt::WriteFile("/etc/nox/pid/log_a", "gid=7,num=20,interval=3,burst=5,resume=6\npid=18,pid_name=notmine,gid=3\n");
+    kt::WriteFile(kLocal, "gid=7,num=30,interval=4\ngid=11,num=5,interval=1\n");
+    kt::WriteFile("/ZUK/conf/pid_obsolete.conf",
+                  "pid=424 pid_name=old gid=3\n" + std::string(100000, '\n') + "pid=90,pid_name=late\n");
+    kt::WriteFile(kModules,
+                  "pid=424,pid_name=new,gid=4\npid=10,pid_name=comma,gid=3\npid=11 pid_name=blank gid=3\n"
+                  "pid=12,pid_name=nogroup,gid=0\npid=13,pid_name=nogid\npid=14,gid=4\npid=0,gid=4\n"
+                  "#pid=16,gid=3\npid=5,pid_name=five,gid=3\npid=7\r9,pid_name=cr,gid=3\npid=15,pid_name=" +
+                      std::string(40, 'n') + ",gid=3\n" + std::string(255, 'x') + "pid=77,gid=3\n");
+    kt::WriteFile("/etc/nox/pid/pid_b", "pid=17,pid_name=dir,gid=3\ngid=9,num=99,interval=9\n");
     for (const char* f : {"/etc/nox/pid/pid_fifo", "/etc/nox/pid/log_fifo"}) ASSERT_EQ(mkfifo(f, 0666), 0);
     ASSERT_EQ(symlink("/dev/zero", "/etc/nox/pid/pid_zero") + symlink("/dev/zero", "/etc/nox/pid/log_zero"), 0);
-    WriteConf(kLevels, "pid=5,level=261\npid=7 level=3\npid=8\n");  // only known modules keep a level
+    kt::WriteFile(kLevels, "pid=5,level=261\npid=7 level=3\npid=8\n");  // only known modules keep a level
     // A group first met in a module line starts unlimited; a name cut at 31 comes without its group.
     EXPECT_EQ(KIRA_save_log_ratelimit(), 0);
     EXPECT_EQ(kt::ReadFile(kLocal),
@@ -224,23 +215,22 @@ SANDBOX_TEST(ConfigFiles, LoadedAsDesigned) {
     EXPECT_EQ(KIRA_set_log_ratelimit(7, 2) + KIRA_set_log_ratelimit(11, 3), 0);
     EXPECT_EQ(Tables({}, {7, 11}), "40/4 0/1 ") << "a group known only locally has no default";
     EXPECT_EQ(
-        Seen({"read_gid_conf: /ZUK/conf/gid_print_limit.conf read_gid_conf_line fail, (gid=0,num=1,interval=1\n)\n",
-              "read_log_level_conf: " + kLevels + " read_pid_conf_line fail, (pid=8\n)\n",
-              "(pid=12 pid_name=nogroup gid=0\n)\n", "(" + std::string(255, 'x') + ")\n",
-              "read_pid_conf: /ZUK/conf/pid_obsolete.conf has more than 100000 lines, the rest is ignored\n",
-              "read_gid_conf_line fail", "read_pid_conf_line fail"},
-             6),
+        Seen(6, {"read_gid_conf: /ZUK/conf/gid_print_limit.conf read_gid_conf_line fail, (gid=0,num=1,interval=1\n)\n",
+                 "read_log_level_conf: " + kLevels + " read_pid_conf_line fail, (pid=8\n)\n",
+                 "(pid=12 pid_name=nogroup gid=0\n)\n", "(" + std::string(255, 'x') + ")\n",
+                 "read_pid_conf: /ZUK/conf/pid_obsolete.conf has more than 100000 lines, the rest is ignored\n",
+                 "read_gid_conf_line fail", "read_pid_conf_line fail"}),
         "1,1,1,1,1,5,5");
 }
 
 // The set-up with one call failing ends, keeps no descriptor but the mapped block's, and logging goes on. It
 // runs once per process and keeps its tables, descriptor and mapping, so each step needs a fresh process.
 SANDBOX_TEST(ConfigFiles, SetUpUnderInjectedFailures) {
-    WriteConf(kProduct, "gid=3,num=5,interval=1\n");
-    WriteConf(kModules, "pid=424,pid_name=monitor,gid=3\n");
-    WriteConf("/etc/nox/pid/pid_a", "pid=425,pid_name=other,gid=3\n");
-    WriteConf("/etc/nox/pid/log_a", "gid=4,num=5,interval=1\n");
-    WriteConf(kLevels, "pid=424,level=4\n");
+    kt::WriteFile(kProduct, "gid=3,num=5,interval=1\n");
+    kt::WriteFile(kModules, "pid=424,pid_name=monitor,gid=3\n");
+    kt::WriteFile("/etc/nox/pid/pid_a", "pid=425,pid_name=other,gid=3\n");
+    kt::WriteFile("/etc/nox/pid/log_a", "gid=4,num=5,interval=1\n");
+    kt::WriteFile(kLevels, "pid=424,level=4\n");
     for (kt::Fault kind : {kt::Fault::kOpen, kt::Fault::kRead, kt::Fault::kMmap, kt::Fault::kDir, kt::Fault::kAlloc}) {
         for (int n = 1; n < 400 && unlink("/tmp/walked") != 0; ++n) {
             kt::SyslogClear();
@@ -263,8 +253,8 @@ SANDBOX_TEST(ConfigFiles, SetUpUnderInjectedFailures) {
 }
 
 SANDBOX_TEST(RateLimit, PeriodsDropsAndReports) {
-    WriteConf(kModules, "pid=424,pid_name=mon,gid=7\npid=425,pid_name=free,gid=8\npid=426,pid_name=none,gid=9\n");
-    WriteConf(kProduct, "gid=7,num=3,interval=2\ngid=8,num=0,interval=0\ngid=9,num=0,interval=1\n");
+    kt::WriteFile(kModules, "pid=424,pid_name=mon,gid=7\npid=425,pid_name=free,gid=8\npid=426,pid_name=none,gid=9\n");
+    kt::WriteFile(kProduct, "gid=7,num=3,interval=2\ngid=8,num=0,interval=0\ngid=9,num=0,interval=1\n");
     t_frozenAt = 1000;
     constexpr int64_t kUnit = 21600000;  // seconds of one period unit
     EXPECT_EQ(LogN(424, 5, "a"), 3);
@@ -278,11 +268,11 @@ SANDBOX_TEST(RateLimit, PeriodsDropsAndReports) {
     // The line after the period ends reports the period and passes; the next period starts with it counted.
     t_frozenAt += kUnit + 1;
     EXPECT_EQ(LogN(424, 4, "d"), 3);
-    EXPECT_EQ(Seen({"mon: 1 callbacks suppressed[___ratelimit3].\n", "none: 1 callbacks suppressed[___ratelimit3].\n",
-                    "none: 4 callbacks", "none: 5 callbacks suppressed[___ratelimit3].\n", "none: 6 callbacks",
-                    "mon: 2 callbacks suppressed in 2 days[___ratelimit3].\n", "callbacks suppressed"},
-                   4),
-              "2,1,0,1,0,1,5");
+    EXPECT_EQ(
+        Seen(4, {"mon: 1 callbacks suppressed[___ratelimit3].\n", "none: 1 callbacks suppressed[___ratelimit3].\n",
+                 "none: 4 callbacks", "none: 5 callbacks suppressed[___ratelimit3].\n", "none: 6 callbacks",
+                 "mon: 2 callbacks suppressed in 2 days[___ratelimit3].\n", "callbacks suppressed"}),
+        "2,1,0,1,0,1,5");
 }
 
 // Direct set and get; scaling from the reloaded product values, overflow capped; a reset to the product's
@@ -290,17 +280,17 @@ SANDBOX_TEST(RateLimit, PeriodsDropsAndReports) {
 SANDBOX_TEST(RateLimit, ControlCalls) {
     umask(0);
     kt::FakeLogLevel kernel;
-    WriteConf(kModules, "pid=424,pid_name=mon,gid=7\n");
-    WriteConf(kProduct, "gid=7,num=3,interval=2\ngid=3000000000,num=2147483648,interval=1\n");
-    WriteConf(kLocal, "gid=7,num=50,interval=1\ngid=11,num=5,interval=1\n");
+    kt::WriteFile(kModules, "pid=424,pid_name=mon,gid=7\n");
+    kt::WriteFile(kProduct, "gid=7,num=3,interval=2\ngid=3000000000,num=2147483648,interval=1\n");
+    kt::WriteFile(kLocal, "gid=7,num=50,interval=1\ngid=11,num=5,interval=1\n");
     EXPECT_EQ(KIRA_set_log_num_interval(7, 1, 1), 0);
     EXPECT_EQ(Tables({424}, {7}), "mon:7:0 1/1 ");
     EXPECT_EQ(KIRA_set_log_ratelimit(7, 0) + KIRA_set_log_ratelimit(99, 2) + KIRA_set_log_ratelimit(3000000000u, 2),
               -44);
     EXPECT_EQ(LogN(424, 3, "a"), 1);
     // Of the module files the reset re-reads the current one, not the obsolete one; it opens a new period.
-    WriteConf(kModules, "pid=426,pid_name=late,gid=7\n");
-    WriteConf("/ZUK/conf/pid_obsolete.conf", "pid=427,pid_name=old,gid=7\n");
+    kt::WriteFile(kModules, "pid=426,pid_name=late,gid=7\n");
+    kt::WriteFile("/ZUK/conf/pid_obsolete.conf", "pid=427,pid_name=old,gid=7\n");
     EXPECT_EQ(KIRA_reset_log_ratelimit(), 0);
     EXPECT_EQ(Tables({426, 427}, {7, 11}), "late:7:0 - 3/2 4294967295/1 ");
     EXPECT_EQ(LogN(424, 4, "b"), 3);
@@ -324,16 +314,16 @@ SANDBOX_TEST(RateLimit, ControlCalls) {
     struct stat st;
     EXPECT_TRUE(stat((kLocal + ".new").c_str(), &st) != 0 && stat(kLocal.c_str(), &st) == 0 && st.st_mode == 0100777 &&
                 stat(kBlock, &st) == 0 && st.st_mode == 0100664);  // the block is for every process to read
-    EXPECT_EQ(Seen({"<3>The input param multiple is zero[KIRA_set_log_ratelimit].\n",
-                    "<4>The number of logs of gid=3000000000 after you have increased is more than 4294967295, it will "
-                    "only be set to 4294967295 [KIRA_set_log_ratelimit].\n",
-                    "<4>Reset log rate setting to the default values[KIRA_reset_log_ratelimit].\n",
-                    "<4>Set the number of logs to 3 times for every gid[KIRA_set_log_ratelimit].\n",
-                    "<3>KIRA_set_log_ratelimit: gid=99 is inval\n", "<3>KIRA_set_log_num_interval: gid is inval\n",
-                    "<3>KIRA_get_log_num_interval: gid is inval\n", "gid=-1294967296 after", "gid 6 is not exist\n",
-                    "<6>mv -f " + kLocal + ".new " + kLocal + " 2>/dev/kmsg\n"},
-                   6),
-              "1,1,2,1,1,1,1,1,1,1");
+    EXPECT_EQ(
+        Seen(6, {"<3>The input param multiple is zero[KIRA_set_log_ratelimit].\n",
+                 "<4>The number of logs of gid=3000000000 after you have increased is more than 4294967295, it will "
+                 "only be set to 4294967295 [KIRA_set_log_ratelimit].\n",
+                 "<4>Reset log rate setting to the default values[KIRA_reset_log_ratelimit].\n",
+                 "<4>Set the number of logs to 3 times for every gid[KIRA_set_log_ratelimit].\n",
+                 "<3>KIRA_set_log_ratelimit: gid=99 is inval\n", "<3>KIRA_set_log_num_interval: gid is inval\n",
+                 "<3>KIRA_get_log_num_interval: gid is inval\n", "gid=-1294967296 after", "gid 6 is not exist\n",
+                 "<6>mv -f " + kLocal + ".new " + kLocal + " 2>/dev/kmsg\n"}),
+        "1,1,2,1,1,1,1,1,1,1");
     EXPECT_EQ(kt::SyslogCount("mon: 1 callbacks suppressed[___ratelimit3].\n", 4), 2) << "the reset cleared the drops";
 }
 
@@ -341,10 +331,10 @@ SANDBOX_TEST(RateLimit, ControlCalls) {
 // line is printed or counted as dropped. Group 1 is shared, 2 is one module's, 3 lets nothing through.
 SANDBOX_TEST(LogConcurrency, PrintedPlusDroppedEqualsLogged) {
     kt::FakeLogLevel kernel;
-    WriteConf(kModules,
-              "pid=100,pid_name=a,gid=1\npid=101,pid_name=b,gid=1\npid=200,pid_name=c,gid=2\n"
-              "pid=300,pid_name=d\npid=400,gid=3\n");
-    WriteConf(kProduct, "gid=1,num=5,interval=1\ngid=2,num=25,interval=1\ngid=3,num=0,interval=1\n");
+    kt::WriteFile(kModules,
+                  "pid=100,pid_name=a,gid=1\npid=101,pid_name=b,gid=1\npid=200,pid_name=c,gid=2\n"
+                  "pid=300,pid_name=d\npid=400,gid=3\n");
+    kt::WriteFile(kProduct, "gid=1,num=5,interval=1\ngid=2,num=25,interval=1\ngid=3,num=0,interval=1\n");
     kt::MakeDirs("/startup_disk/conf/conf_local");
     EXPECT_EQ(DBG_SetPidLevel(100, 4), 0);  // the first call of the process sets up by itself
     std::atomic<bool> stop{false};
@@ -352,10 +342,9 @@ SANDBOX_TEST(LogConcurrency, PrintedPlusDroppedEqualsLogged) {
         for (unsigned r = 0; !stop.load(); ++r) {
             DBG_SetPidName(100, r % 2 ? "a" : "a-longer-name");
             DBG_SetPidName(1000 + r, "new");  // rebalances the module tree under the loggers' lookups
-            EXPECT_EQ(KIRA_reset_log_ratelimit() + KIRA_set_log_ratelimit(1, 2) + KIRA_set_log_ratelimit(~0u, 3) +
-                          KIRA_save_log_ratelimit() + save_pid_log_level() + DBG_SetPidLevel(100, 4 + r % 2) +
-                          DBG_SetDefLogLevel(4 + r % 2) + KIRA_set_log_num_interval(2, 20 + r % 5, 1),
-                      1)
+            EXPECT_EQ(1, KIRA_reset_log_ratelimit() + KIRA_set_log_ratelimit(1, 2) + KIRA_set_log_ratelimit(~0u, 3) +
+                             KIRA_save_log_ratelimit() + save_pid_log_level() + DBG_SetPidLevel(100, 4 + r % 2) +
+                             DBG_SetDefLogLevel(4 + r % 2) + KIRA_set_log_num_interval(2, 20 + r % 5, 1))
                 << "round " << r;
         }
     });

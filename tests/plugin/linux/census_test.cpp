@@ -1,6 +1,5 @@
-// The all-process census: shares and memory from files bound over real
-// processes' /proc entries, who is in a result, failures that leave the
-// caller's list alone, the kernel-name check and kill, a busy core's minute.
+// The all-process census: shares and memory from files bound over real processes' /proc entries, who is in a result,
+// failures that leave the caller's list alone, the kernel-name check and kill, a busy core's minute.
 
 #include <sys/sysinfo.h>
 
@@ -32,8 +31,7 @@ SANDBOX_TEST(Census, SharesOfProcessesSeenInBothScansAndTheKernelNameCheck) {
     const std::string u = "/opt/" + kt::UniqueName("cen");
     kt::Child busy("cnb", {u + "b"}), calm("cnc", {u + "c"}), ends("cne", {u + "e"}), renamed("cnr", {u + "r"});
     std::unique_ptr<kt::Child> late;
-    // Two scans a second apart; meanwhile one process ends, one starts, one
-    // changes program, and one gets 100 of the 200 ticks the counters move.
+    // Two scans a second apart; meanwhile one process ends, one starts, one changes program, one gets 100 of 200 ticks.
     kt::BindFileOver("/proc/stat", "cpu  100 0 0 100 0 0 0 0 0 0\n");
     for (const kt::Child* c : {&busy, &calm, &renamed}) Figures(c->pid(), "cn", 1000, 2048);
     std::thread meanwhile([&] {
@@ -65,9 +63,8 @@ SANDBOX_TEST(Census, SharesOfProcessesSeenInBothScansAndTheKernelNameCheck) {
     head.next = head.prev = &sentinel;
     usersys = 77;
     kt::BindFileOver("/proc/stat", "cpu  5 5 5 5 5 5 5\n");
-    EXPECT_EQ(zadi::GetAllProcessCoreCPUEvery(&head, &usersys, 0) + GetAllProcessCoreCPU(nullptr, &usersys) +
-                  GetAllProcessCoreCPU(&head, nullptr) + GetAllProcessRssMem(nullptr),
-              -4);
+    EXPECT_EQ(-4, zadi::GetAllProcessCoreCPUEvery(&head, &usersys, 0) + GetAllProcessCoreCPU(nullptr, &usersys) +
+                      GetAllProcessCoreCPU(&head, nullptr) + GetAllProcessRssMem(nullptr));
     EXPECT_EQ(std::make_tuple(head.next, head.prev, usersys), std::make_tuple(&sentinel, &sentinel, 77));
 
     const std::string name = kt::UniqueName("chk"), full = name + std::string(15 - name.size(), 'k');

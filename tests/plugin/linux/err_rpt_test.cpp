@@ -1,6 +1,5 @@
-// SendErrRpt through the agent's stand-in: the key per code, the parameters
-// attached and their order, and every report destroyed whatever the agent
-// refuses. Argument refusals are in the walk over every item.
+// SendErrRpt through the agent's stand-in: the key per code, the parameters attached and their order, and every
+// report destroyed whatever the agent refuses. Argument refusals are in the walk over every item.
 
 #include "tests/plugin/linux/items_test_util.h"
 #include "tools/agent_sub/zadi_agent_sub.h"
@@ -10,8 +9,8 @@ SANDBOX_TEST(ErrRpt, KeysParametersAndRefusalsOfTheAgent) {
     const itest::Params cpu = {{"ErrCode", "0xF0000203"}, {"ProcessMoudleId", "5"}, {"ResId", "cpu"}},
                         hb = {{"ErrCode", "0xF000020F"}, {"ProcessName", "worker"}, {"RecoverCmd", "restart"},
                               {"ProcessMoudleId", "7"},  {"UserData", "17"},        {"Site", "a\"b"}};
-    // resType: 0xF000 | module id; ids cut to 63; the first ErrCode counts; full
-    // fields not read past; the heartbeat attaches all but ErrCode, RecoverCmd.
+    // resType: 0xF000 | module id; ids cut to 63; the first ErrCode counts; full fields not read past; the heartbeat
+    // attaches all but ErrCode, RecoverCmd.
     // clang-format off
     const struct { itest::Params args; uint16_t resType; uint32_t errCode; std::string resId, sent; } reports[] = {
         {cpu, 0xF005, 0xF0000203u, "cpu", "params={}"},
@@ -42,8 +41,7 @@ SANDBOX_TEST(ErrRpt, KeysParametersAndRefusalsOfTheAgent) {
     }
     EXPECT_EQ(kt::SyslogCount("DiagCode(0xF000020F) resId worker:17."), 1);
 
-    // Told to refuse a call: attaching stops at a refused one; a refused key
-    // read is only logged.
+    // Told to refuse a call: attaching stops at a refused one; a refused key read is only logged.
     // clang-format off
     const struct { const char* fail; itest::Params args; const char* reason; int attached, sends; } refusals[] = {
         {"create", cpu, "Create ErrRpt failed.", 0, 0}, {"create", hb, "Create ErrRpt failed.", 0, 0},

@@ -1,7 +1,6 @@
-// Every exported item and census function with each of its opens, reads,
-// mappings, directory calls and allocations failing in turn (reads also
-// interrupted or cut short): each run ends in its own failure form or a valid
-// result, without a crash or a lost descriptor (leaks: the sanitizer stage).
+// Every exported item and census function with each of its opens, reads, mappings, directory calls and allocations
+// failing in turn (reads also interrupted or cut short): each run ends in its own failure form or a valid result,
+// without a crash or a lost descriptor (leaks: the sanitizer stage).
 
 #include "os/log/dbg_log.h"
 #include "plugin/linux/zadi_inner.h"
@@ -28,6 +27,8 @@ void WalkAll(const std::function<void(const itest::Watched&)>& call, const std::
     });
 }
 
+const auto ByName = [](const auto& info) { return std::string(info.param.name); };
+
 class ItemWalk : public ::testing::TestWithParam<itest::ItemCase> {};
 
 // A failure is the marker with a reason.
@@ -46,8 +47,7 @@ TEST_P(ItemWalk, EveryFailureEndsInTheItemsOwnForm) {
         });
 }
 
-INSTANTIATE_TEST_SUITE_P(Items, ItemWalk, ::testing::ValuesIn(itest::kItems),
-                         [](const ::testing::TestParamInfo<itest::ItemCase>& info) { return info.param.name; });
+INSTANTIATE_TEST_SUITE_P(Items, ItemWalk, ::testing::ValuesIn(itest::kItems), ByName);
 
 class CensusWalk : public ::testing::TestWithParam<itest::CensusCase> {};
 
@@ -57,7 +57,6 @@ TEST_P(CensusWalk, EveryFailureEndsInAStatus) {
             [&] { EXPECT_TRUE(rc >= GetParam().lowest && rc <= 0) << rc; });
 }
 
-INSTANTIATE_TEST_SUITE_P(Census, CensusWalk, ::testing::ValuesIn(itest::kCensus),
-                         [](const ::testing::TestParamInfo<itest::CensusCase>& info) { return info.param.name; });
+INSTANTIATE_TEST_SUITE_P(Census, CensusWalk, ::testing::ValuesIn(itest::kCensus), ByName);
 
 }  // namespace

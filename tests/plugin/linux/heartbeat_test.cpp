@@ -1,6 +1,5 @@
-// ProcessHeartBeat and ClearHeartBeatFile over real processes and a private
-// /tmp/heartbeat: the token rules, the table of seven pids, and what other
-// users may plant there (links, FIFOs, a link in place of the directory).
+// ProcessHeartBeat and ClearHeartBeatFile over real processes and a private /tmp/heartbeat: the token rules, the
+// table of seven pids, and what other users may plant there (links, FIFOs, a link in place of the directory).
 
 #include <sys/stat.h>
 
@@ -15,9 +14,7 @@ namespace {
 const std::string kDir = "/tmp/heartbeat";
 constexpr uint32_t kNone = 0xFFFFFFFFu;
 
-std::string HbFile(const std::string& name, int pid, const std::string& tail = "") {
-    return kDir + "/" + name + "___7___" + std::to_string(pid) + tail;
-}
+std::string HbFile(const std::string& name, int pid) { return kDir + "/" + name + "___7___" + std::to_string(pid); }
 
 // One configured item (module 7): the agent keeps its context between calls.
 struct Item : itest::Args {
@@ -27,9 +24,7 @@ struct Item : itest::Args {
         EXPECT_TRUE(result.result == 0 && result.pid == -5 && (v == 0.0f || result.hangflowid == 99u));
         return v;
     }
-    const ZADI_PROCESS_HEARTBEAT_CONTEXT* table() const {
-        return reinterpret_cast<const ZADI_PROCESS_HEARTBEAT_CONTEXT*>(context.contextbuff);
-    }
+    auto table() const { return reinterpret_cast<const ZADI_PROCESS_HEARTBEAT_CONTEXT*>(context.contextbuff); }
     std::vector<uint32_t> Tracked() const {
         std::vector<uint32_t> pids;
         for (const auto* n = table()->stNode; n < table()->stNode + 7 && n->uiProcessId != 0; ++n)
@@ -44,7 +39,6 @@ SANDBOX_TEST(Heartbeat, TokensDecideTheVerdictForSevenPidsAtMost) {
     const std::string name = kt::UniqueName("hbtok");
     kt::Child child(name, {name});
     const std::string file = HbFile(name, child.pid());
-    kt::MakeDirs(kDir);
     kt::WriteFile(file + "junk", "old\n9\n");  // the same pid to atoi: it must not hide a hang
     // A hang reports the id stored with the token; '\r' is part of it; no line 2
     // is "none" (logged signed); line 1 is read 126 characters at a time.
@@ -127,10 +121,8 @@ SANDBOX_TEST(Heartbeat, ForeignEntriesAreIgnoredAndOnlyFilesOfGoneProcessesClear
     for (const std::string& f : kept) EXPECT_EQ(access(f.c_str(), F_OK), 0) << f;
 
     // A link in place of the directory: followed only when root owns it.
-    kt::MakeDirs("/tmp/victim");
-    for (const std::string& f :
-         {"/tmp/victim/" + name + "___7___" + std::to_string(child.pid()), std::string("/tmp/victim/gone")})
-        kt::WriteFile(f, "a\n");
+    kt::WriteFile("/tmp/victim/" + name + "___7___" + std::to_string(child.pid()), "a\n");
+    kt::WriteFile("/tmp/victim/gone", "a\n");
     ASSERT_TRUE(rename(kDir.c_str(), "/tmp/hb.real") == 0 && symlink("/tmp/victim", kDir.c_str()) == 0 &&
                 lchown(kDir.c_str(), 4321, 4321) == 0);
     Item viaLink(name);

@@ -1,6 +1,5 @@
-// The item contract, and one walk over every item with the arguments it
-// refuses, in the order it checks them, with the exact texts; the system items
-// against files bound over /proc/stat and /proc/meminfo and a sized tmpfs.
+// The item contract, and one walk over every item with the arguments it refuses, in the order it checks them, with
+// the exact texts; the system items against files bound over /proc/stat and /proc/meminfo and a sized tmpfs.
 
 #include <stddef.h>
 #include <sys/mount.h>
@@ -33,8 +32,7 @@ constexpr int kChecked = -1, kOwn = Args::kOwn;  // kChecked: every item that ch
 // reason "": accepted; null: the marker, the result untouched. Empty params: the item's own.
 struct Refusal { int shape, argc; bool argv, context; const char* reason; itest::Params params; };
 const Refusal kRefusals[] = {
-    {kChecked, 0, false, false, kNumber, {}},
-    {kChecked, kOwn + 1, true, true, kNumber, {}},
+    {kChecked, 0, false, false, kNumber, {}}, {kChecked, kOwn + 1, true, true, kNumber, {}},
     {kChecked, kOwn, false, false, "Input parameter argv is NULL.", {}},
     {kChecked, kOwn, true, false, "Input parameter context is NULL.", {}},
     // Names are compared whole, in order, before the context is looked at.
@@ -44,17 +42,13 @@ const Refusal kRefusals[] = {
     {itest::kPreCmd, kOwn, true, true, kNames, {{"ProcessName", "x"}, {"PreCmd", "c"}, {"RetKeyWord", "k"}}},
     {itest::kPreCmd, kOwn, true, true, kNames, {{"ProcessNameX", "x"}, {"PreCmd", "c"}, {"RetKeyWords", "k"}}},
     {itest::kDisk, kOwn, true, true, "Get Disk Usage Fault, Return -1.000000.", {{"Path", "/no/such"}}},
-    {itest::kSysCtx, kOwn, true, false, nullptr, {}},
-    {itest::kSysCtx, -4, false, true, "", {}},
-    {itest::kSys, -4, false, false, "", {}},
-    {itest::kClear, -4, false, false, "", {}},
-    {itest::kHeartbeat, -1, true, false, kNumber, {}},
-    {itest::kHeartbeat, kOwn, false, true, kNumber, {}},
+    {itest::kSysCtx, kOwn, true, false, nullptr, {}}, {itest::kSysCtx, -4, false, true, "", {}},
+    {itest::kSys, -4, false, false, "", {}}, {itest::kClear, -4, false, false, "", {}},
+    {itest::kHeartbeat, -1, true, false, kNumber, {}}, {itest::kHeartbeat, kOwn, false, true, kNumber, {}},
     {itest::kHeartbeat, kOwn, true, false, "Input parameter context error.", {}},
     {itest::kHeartbeat, kOwn, true, true, kNoName, {{"ProcessMoudleId", "7"}}},
     {itest::kHeartbeat, kOwn, true, true, kNoModule, {{"ProcessName", "w"}}},
-    {itest::kReport, -1, true, false, kNumber, {}},
-    {itest::kReport, kOwn, false, false, kNumber, {}},
+    {itest::kReport, -1, true, false, kNumber, {}}, {itest::kReport, kOwn, false, false, kNumber, {}},
     {itest::kReport, kOwn, true, false, kNoCode, {{"ProcessMoudleId", "1"}}},
     {itest::kReport, kOwn, true, false, kNoCode, {{"ErrCode", "0xFFFFFFFF"}}},
     {itest::kReport, kOwn, true, false, "ErrCode 0xF000020E is not supported.", {{"ErrCode", "0xf000020e"}}},
@@ -87,30 +81,24 @@ SANDBOX_TEST(ItemArguments, EveryItemRefusesInItsOrderWithExactTexts) {
             EXPECT_TRUE(code == 0 || std::string(a.context.contextbuff, 1024) == std::string(1024, '\0'));
         }
     }
-    EXPECT_EQ(ZADI_AgentSubCallCount(ZADI_SUB_CALL_CREATE), 0);
-    EXPECT_EQ(kt::SyslogCount("DiagCode"), 0);
+    EXPECT_EQ(ZADI_AgentSubCallCount(ZADI_SUB_CALL_CREATE) + kt::SyslogCount("DiagCode"), 0);
 }
 
-// The item list, the C header and the exports lists name the same items.
 TEST(ItemList, HeaderExportsAndListAgree) {
-    std::set<std::string> listed, declared, exported;
+    std::set<std::string> listed, exported;
 #define ITEST_NAME(name, ...) listed.insert(#name);
     ZADI_ITEM_LIST(ITEST_NAME)
 #undef ITEST_NAME
     const std::string header = kt::ReadFile(KIRA_SOURCE_DIR "/plugin/linux/zadi_items.h");
     const std::regex declaration(R"(KIRA_EXPORT float (\w+)\(int argc)");
-    for (std::sregex_iterator it(header.begin(), header.end(), declaration), end; it != end; ++it) {
-        declared.insert((*it)[1]);
-    }
-    for (const char* list : {"plugin_items.txt", "plugin_census.txt"}) {
-        std::istringstream lines(kt::ReadFile(KIRA_SOURCE_DIR "/exports/" + std::string(list)));
-        for (std::string line; std::getline(lines, line);) {
-            if (listed.count(line) != 0) exported.insert(line);
-        }
+    const std::set<std::string> declared(std::sregex_token_iterator(header.begin(), header.end(), declaration, 1), {});
+    std::istringstream lines(kt::ReadFile(KIRA_SOURCE_DIR "/exports/plugin_items.txt") + "\n" +
+                             kt::ReadFile(KIRA_SOURCE_DIR "/exports/plugin_census.txt"));
+    for (std::string line; std::getline(lines, line);) {
+        if (listed.count(line) != 0) exported.insert(line);
     }
     EXPECT_EQ(listed.size(), 25u);
-    EXPECT_EQ(declared, listed);
-    EXPECT_EQ(exported, listed);
+    EXPECT_EQ(std::make_pair(declared, exported), std::make_pair(listed, listed));
 }
 
 SANDBOX_TEST(SystemItems, ReasonsPeriodsCountersLinesByPositionAndTheDiskFiguresDoubleRounding) {
@@ -126,8 +114,7 @@ SANDBOX_TEST(SystemItems, ReasonsPeriodsCountersLinesByPositionAndTheDiskFigures
     // clang-format on
     for (const auto& p : periods) EXPECT_EQ(ConvertStr2PeriodUS(p.first), p.second) << p.first;
 
-    // user nice system idle iowait irq softirq steal: steal is not counted,
-    // only idle is idle, and the user share leaves nice out.
+    // user nice system idle iowait irq softirq steal: steal not counted, only idle is idle, the user share omits nice.
     kt::BindFileOver("/proc/stat", "cpu  100 20 30 800 10 5 35 999 0 0\ncpu0 1 2 3 4 5 6 7 8 0 0\n");
     Args cpu, usr, mem;
     EXPECT_EQ(std::make_pair(cpu.Call(GetSysCPU), usr.Call(GetSysUsrCPU)), std::make_pair(20.0f, 10.0f));
@@ -151,15 +138,13 @@ SANDBOX_TEST(SystemItems, ReasonsPeriodsCountersLinesByPositionAndTheDiskFigures
     }
     EXPECT_EQ(std::make_pair(proc.Call(GetDiskUsage), proc.result.result), std::make_pair(0.0f, 0));  // no blocks
 
-    // An empty /proc (gone again before leak checking reads it at exit): zero
-    // successes, each with its log line, spelling included.
+    // An empty /proc (gone before leak checking reads it at exit): zero successes, each logged, spelling included.
     ASSERT_EQ(mount("tmpfs", "/proc", "tmpfs", 0, nullptr), 0) << strerror(errno);
     for (FI_ITEM_FN fn : {GetSysCPU, GetSysUsrCPU, GetSysMemory, GetSysFreeMemory}) {
         EXPECT_EQ(std::make_pair(mem.Call(fn), mem.result.result), std::make_pair(0.0f, 0));
     }
-    const unsigned long long zero = ZADI_Linux_Plugin::get_cpu_total_occupy() +
-                                    ZADI_Linux_Plugin::get_cpu_process_occupy(1) +
-                                    ZADI_Linux_Plugin().get_handle_max(1);
+    const auto zero = ZADI_Linux_Plugin::get_cpu_total_occupy() + ZADI_Linux_Plugin::get_cpu_process_occupy(1) +
+                      ZADI_Linux_Plugin().get_handle_max(1);
     umount("/proc");
     EXPECT_EQ(zero, 0u);
     for (const char* text :

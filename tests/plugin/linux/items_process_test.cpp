@@ -1,6 +1,5 @@
-// Process items: lookups by command line against real processes, figures
-// from files bound over their /proc entries, the match a group reports, the
-// pre-command gate, and what a call with a stored pid costs.
+// Process items: lookups by command line against real processes, figures from files bound over their /proc entries,
+// the match a group reports, the pre-command gate, and what a call with a stored pid costs.
 
 #include <sys/sysinfo.h>
 #include <sys/wait.h>
@@ -65,9 +64,8 @@ SANDBOX_TEST(ProcessItems, LookupsFiguresAndTheMatchAGroupReports) {
     int pids[4] = {0, 0, 0, 0};
     EXPECT_TRUE(GetProcessPid(srv.c_str(), pids) == 0 && pids[0] == first);
     unsigned int used = 0, one = 0;
-    EXPECT_EQ(GetProcessPidExtern((u + "/").c_str(), pids, 3, &used) +
-                  GetProcessPidFuzzy(("*" + u.substr(5) + "/s?v*").c_str(), pids + 3, 1, &one),
-              0);
+    EXPECT_EQ(0, GetProcessPidExtern((u + "/").c_str(), pids, 3, &used) +
+                     GetProcessPidFuzzy(("*" + u.substr(5) + "/s?v*").c_str(), pids + 3, 1, &one));
     EXPECT_EQ(std::vector<int>(pids, pids + used + one), (std::vector<int>{first, last, gap.pid(), first}));
     EXPECT_EQ(GetProcessPid(nullptr, pids) + GetProcessPid("x", nullptr) + GetProcessPidExtern("x", pids, 0, &used) +
                   GetProcessPidFuzzy(nullptr, pids, 1, &used) + GetProcessPidExtern("x", nullptr, 1, &used) +
@@ -109,13 +107,11 @@ SANDBOX_TEST(ProcessItems, LookupsFiguresAndTheMatchAGroupReports) {
 
     // First: 5 MB, 3 handles of 7; last: 7 MB, no limit. Exact (pid -5) stores the first.
     const auto check = [&](std::vector<std::tuple<FI_ITEM_FN, std::string, float, pid_t>> rows) {
-        for (const auto& r : rows) {
-            Args a{{"ProcessName", std::get<1>(r)}};
-            const float v = a.Call(std::get<0>(r));
-            EXPECT_EQ(std::make_tuple(v, a.result.result, a.result.pid),
-                      std::make_tuple(std::get<2>(r), 0, std::get<3>(r)))
-                << std::get<1>(r);
-            EXPECT_TRUE(std::get<3>(r) != -5 || a.StoredPid() == (v > 0 ? first : 0)) << std::get<1>(r);
+        for (const auto& [fn, name, value, named] : rows) {
+            Args a{{"ProcessName", name}};
+            const float v = a.Call(fn);
+            EXPECT_EQ(std::make_tuple(v, a.result.result, a.result.pid), std::make_tuple(value, 0, named)) << name;
+            EXPECT_TRUE(named != -5 || a.StoredPid() == (v > 0 ? first : 0)) << name;
         }
     };
     Figures(first, 5120, "7");
@@ -172,8 +168,7 @@ SANDBOX_TEST(ProcessItems, LookupsFiguresAndTheMatchAGroupReports) {
         kt::FaultDisarm();
     }
 
-    // A stored pid keeps its samples while it runs the same command line;
-    // otherwise /proc is walked again and the samples dropped.
+    // A stored pid running the same command line keeps its samples; else /proc is walked again, the samples dropped.
     int pid = last;
     unsigned long long sys = 5, proc = 6;
     EXPECT_EQ(std::make_tuple(P::get_pid_byname(srv.c_str(), pid, sys, proc), pid, sys, proc),

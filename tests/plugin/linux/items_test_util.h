@@ -1,8 +1,7 @@
 #ifndef TESTS_PLUGIN_LINUX_ITEMS_TEST_UTIL_H
 #define TESTS_PLUGIN_LINUX_ITEMS_TEST_UTIL_H
 
-// Helpers of the plugin tests: an item's arguments as the agent hands them in, a
-// spinning process, and every item and census function aimed at one process.
+// Helpers: an item's arguments as the agent hands them in, a spinning process, every function aimed at one process.
 
 #include <signal.h>
 #include <string.h>
@@ -103,8 +102,7 @@ inline Params ParamsFor(Shape shape, const std::string& name) {
     return all[shape];
 }
 
-// A census into a list holding a sentinel: a success hands back a list of its
-// own (freed again), a failure leaves the list as it was.
+// A census into a list holding a sentinel: success hands back its own list (freed again), failure leaves the list.
 inline int Listed(int (*scan)(struct list_head*)) {
     struct list_head head, sentinel;
     head.next = head.prev = &sentinel;
@@ -114,7 +112,6 @@ inline int Listed(int (*scan)(struct list_head*)) {
     return rc;
 }
 
-// The shape follows from what the item reads.
 inline Shape ShapeOf(const std::string& name, const std::string& params, bool primes, bool wildcard) {
     if (name == "ClearHeartBeatFile") return kClear;
     if (params.empty()) return primes ? kSysCtx : kSys;
@@ -124,17 +121,14 @@ inline Shape ShapeOf(const std::string& name, const std::string& params, bool pr
     if (params.rfind("ProcessName PreCmd", 0) == 0) return kPreCmd;
     return params.rfind("ProcessName ProcessMoudleId", 0) == 0 ? kHeartbeat : kReport;
 }
-struct ItemCase {
-    const char* name;
-    FI_ITEM_FN fn;
-    Shape shape;
-};
+
+// clang-format off
+struct ItemCase { const char* name; FI_ITEM_FN fn; Shape shape; };
 #define ITEST_ITEM(name, unit, params, match, pid, primes, meaning) \
     {#name, name, ShapeOf(#name, params, primes, std::string(#match) == "Wildcard")},
 inline const ItemCase kItems[] = {ZADI_ITEM_LIST(ITEST_ITEM)};
 #undef ITEST_ITEM
 
-// clang-format off
 // lowest: statuses run from this failure code up to 0.
 struct CensusCase { const char* name; int (*call)(const Watched& w); int lowest; };
 inline const CensusCase kCensus[] = {

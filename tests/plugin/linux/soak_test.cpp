@@ -1,9 +1,7 @@
-// Every item and census function called round after round on a live process
-// (100,000 calls; KIRA_SOAK_CALLS sets another count, as the valgrind stage
-// does): descriptors stay as they were and resident memory grows by less than
-// 64 KiB after a warm-up. Sleeps are skipped, the measurements are not. It
-// fails for a leak, a descriptor or a hang, never for a slow machine: its time
-// limit is ten times the pace of its first 1,000 calls.
+// Every item and census function called round after round on a live process (100,000 calls; KIRA_SOAK_CALLS sets
+// another count, as the valgrind stage does): descriptors stay as they were and resident memory grows by less than
+// 64 KiB after a warm-up. Sleeps are skipped, the measurements are not. It fails for a leak, a descriptor or a hang,
+// never for a slow machine: its time limit is ten times the pace of its first 1,000 calls.
 
 #include <stdio.h>
 #include <stdlib.h>
@@ -23,15 +21,10 @@ long ResidentKb() {
     return at == std::string::npos ? -1 : strtol(status.c_str() + at + 6, nullptr, 10);
 }
 
-// One call of the n-th function of the round: items first, then the census.
 void CallOne(size_t n, const itest::Watched& w) {
-    constexpr size_t kItemCount = sizeof(itest::kItems) / sizeof(itest::kItems[0]);
-    if (n < kItemCount) {
-        itest::Args a(itest::ParamsFor(itest::kItems[n].shape, w.name));
-        a.Call(itest::kItems[n].fn);
-        return;
-    }
-    (void)itest::kCensus[n - kItemCount].call(w);
+    constexpr size_t kItemCount = std::size(itest::kItems);
+    if (n >= kItemCount) return (void)itest::kCensus[n - kItemCount].call(w);
+    itest::Args(itest::ParamsFor(itest::kItems[n].shape, w.name)).Call(itest::kItems[n].fn);
 }
 
 }  // namespace
@@ -41,15 +34,11 @@ TEST(Soak, EveryFunctionOnLiveProcessesSlow) {
     const long calls = env != nullptr ? atol(env) : 100000;
     kt::RunSandboxed([calls] {
         itest::Watched w;
-        const std::string beat = w.Beat();
-        constexpr size_t kRound =
-            sizeof(itest::kItems) / sizeof(itest::kItems[0]) + sizeof(itest::kCensus) / sizeof(itest::kCensus[0]);
+        constexpr size_t kRound = std::size(itest::kItems) + std::size(itest::kCensus);
         const long warmUp = calls / 10;
-        int fds = -1;
-        long rss = -1;
+        long fds = -1, rss = -1;
         kt::FaultArm({kt::Fault::kOpen, 0});  // nothing fails; sleeps are skipped
-        // A hang is ended by SIGALRM: 120 s for the first calls, then ten
-        // times what the rest would take at their pace.
+        // A hang is ended by SIGALRM: 120 s for the first calls, then ten times what the rest would take at their pace.
         constexpr long kPaceCalls = 1000;
         alarm(120);
         const auto start = std::chrono::steady_clock::now();
@@ -63,7 +52,7 @@ TEST(Soak, EveryFunctionOnLiveProcessesSlow) {
                 rss = ResidentKb();
             }
             if (i % kRound == 0) {
-                kt::WriteFile(beat, std::to_string(i) + "\n");
+                kt::WriteFile(w.Beat(), std::to_string(i) + "\n");
                 kt::SyslogClear();  // the capture's store would count as the library's memory
             }
             CallOne(static_cast<size_t>(i) % kRound, w);
