@@ -33,9 +33,7 @@ constexpr int kReadyFd = 3;  // the sleeper closes it once loaded
     sigprocmask(SIG_SETMASK, &none, nullptr);
     struct sigaction dfl = {};
     dfl.sa_handler = SIG_DFL;
-    for (int sig = 1; sig < 32; ++sig) {
-        if (sig != SIGKILL && sig != SIGSTOP) sigaction(sig, &dfl, nullptr);
-    }
+    for (int sig = 1; sig < 32; ++sig) sigaction(sig, &dfl, nullptr);  // refused for SIGKILL and SIGSTOP alone
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     // Only 0, 1 and 2 stay open past the sleeper's start, so tests counting
     // a child's descriptors see the same figure everywhere.

@@ -1,7 +1,7 @@
 // Failure injection for the library code linked into a test executable: the
 // replacements of the calls named in fault_inject.h (the allocator's are in
-// fault_alloc.cpp), the per-thread plan
-// they consult, and the walk over a call's failure paths.
+// fault_alloc.cpp), the per-thread plan they consult, and the walk over a
+// call's failure paths.
 //
 // Each goes on to the next definition found after this executable, which
 // under a sanitizer is the sanitizer's own, so its bookkeeping (shadow
@@ -43,6 +43,13 @@ int Decide(Fault kind) {
     return t.plan.mode == FaultMode::kShort ? 2 : 1;
 }
 
+// True, with errno set to error, when the armed thread's call of kind must fail.
+bool Fail(Fault kind, int error) {
+    const bool fail = Decide(kind) != 0;
+    if (fail) errno = error;
+    return fail;
+}
+
 bool SkipSleeps() { return t_plan.armed && t_plan.plan.skip_sleeps; }
 
 template <typename Fn>
@@ -57,13 +64,7 @@ const char* FaultName(Fault kind) {
     return kNames[static_cast<int>(kind)];
 }
 
-void FaultArm(const FaultPlan& plan) {
-    ThreadPlan& t = t_plan;
-    t.plan = plan;
-    t.seen = 0;
-    t.fired = false;
-    t.armed = true;
-}
+void FaultArm(const FaultPlan& plan) { t_plan = ThreadPlan{true, false, plan, 0}; }
 
 bool FaultDisarm() {
     t_plan.armed = false;
@@ -99,63 +100,44 @@ int FaultWalk(Fault kind, FaultMode mode, const std::function<void()>& call, con
 
 }  // namespace kt
 
-bool KtFaultOpen() {
-    if (kt::Decide(kt::Fault::kOpen) == 0) return false;
-    errno = ENOENT;
-    return true;
-}
-
-bool KtFaultAlloc() {
-    if (kt::Decide(kt::Fault::kAlloc) == 0) return false;
-    errno = ENOMEM;
-    return true;
-}
+bool KtFaultOpen() { return kt::Fail(kt::Fault::kOpen, ENOENT); }
+bool KtFaultAlloc() { return kt::Fail(kt::Fault::kAlloc, ENOMEM); }
 
 #define KT_INTERPOSED __attribute__((visibility("hidden")))
 
 extern "C" {
 
+// The real call, found after this executable: a sanitizer's own when there is one.
+#define KT_NEXT(name) static auto real = kt::Next<decltype(&name)>(#name)
+
 KT_INTERPOSED ssize_t read(int fd, void* buf, size_t count) {
-    switch (kt::Decide(kt::Fault::kRead)) {
-        case 1:
-            errno = kt::t_plan.plan.mode == kt::FaultMode::kInterrupt ? EINTR : EIO;
-            return -1;
-        case 2:
-            if (count > 1) count = 1;
-            break;
-        default:
-            break;
+    const int decided = kt::Decide(kt::Fault::kRead);
+    if (decided == 1) {
+        errno = kt::t_plan.plan.mode == kt::FaultMode::kInterrupt ? EINTR : EIO;
+        return -1;
     }
-    static auto real = kt::Next<ssize_t (*)(int, void*, size_t)>("read");
-    return real(fd, buf, count);
+    KT_NEXT(read);
+    return real(fd, buf, decided == 2 && count > 1 ? 1 : count);
 }
 
-// Each replacement fails when the plan says so and otherwise goes on to the
-// next definition.
-#define KT_FAIL_OR_NEXT(kind, error, failed, type, name, ...) \
-    if (kt::Decide(kt::Fault::kind) != 0) {                   \
-        errno = error;                                        \
-        return failed;                                        \
-    }                                                         \
-    static auto real = kt::Next<type>(#name);                 \
+#define KT_FAIL_OR_NEXT(kind, error, failed, name, ...) \
+    if (kt::Fail(kt::Fault::kind, error)) {             \
+        return failed;                                  \
+    }                                                   \
+    KT_NEXT(name);                                      \
     return real(__VA_ARGS__)
 
 KT_INTERPOSED FILE* fopen(const char* path, const char* mode) {
-    KT_FAIL_OR_NEXT(kOpen, ENOENT, nullptr, FILE * (*)(const char*, const char*), fopen, path, mode);
+    KT_FAIL_OR_NEXT(kOpen, ENOENT, nullptr, fopen, path, mode);
 }
-KT_INTERPOSED FILE* popen(const char* command, const char* mode) {
-    KT_FAIL_OR_NEXT(kOpen, ENOENT, nullptr, FILE * (*)(const char*, const char*), popen, command, mode);
+KT_INTERPOSED FILE* popen(const char* cmd, const char* mode) {
+    KT_FAIL_OR_NEXT(kOpen, ENOENT, nullptr, popen, cmd, mode);
 }
-KT_INTERPOSED DIR* opendir(const char* path) {
-    KT_FAIL_OR_NEXT(kDir, EMFILE, nullptr, DIR * (*)(const char*), opendir, path);
-}
-KT_INTERPOSED DIR* fdopendir(int fd) { KT_FAIL_OR_NEXT(kDir, EMFILE, nullptr, DIR * (*)(int), fdopendir, fd); }
-KT_INTERPOSED struct dirent* readdir(DIR* dir) {
-    KT_FAIL_OR_NEXT(kDir, EBADF, nullptr, struct dirent * (*)(DIR*), readdir, dir);
-}
+KT_INTERPOSED DIR* opendir(const char* path) { KT_FAIL_OR_NEXT(kDir, EMFILE, nullptr, opendir, path); }
+KT_INTERPOSED DIR* fdopendir(int fd) { KT_FAIL_OR_NEXT(kDir, EMFILE, nullptr, fdopendir, fd); }
+KT_INTERPOSED struct dirent* readdir(DIR* dir) { KT_FAIL_OR_NEXT(kDir, EBADF, nullptr, readdir, dir); }
 KT_INTERPOSED void* mmap(void* addr, size_t length, int prot, int flags, int fd, off_t offset) {
-    KT_FAIL_OR_NEXT(kMmap, ENOMEM, MAP_FAILED, void* (*)(void*, size_t, int, int, int, off_t), mmap, addr, length, prot,
-                    flags, fd, offset);
+    KT_FAIL_OR_NEXT(kMmap, ENOMEM, MAP_FAILED, mmap, addr, length, prot, flags, fd, offset);
 }
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wdeprecated-declarations"
@@ -164,21 +146,19 @@ KT_INTERPOSED int readdir_r(DIR* dir, struct dirent* entry, struct dirent** resu
         *result = nullptr;
         return EBADF;
     }
-    static auto real = kt::Next<int (*)(DIR*, struct dirent*, struct dirent**)>("readdir_r");
+    KT_NEXT(readdir_r);
     return real(dir, entry, result);
 }
 #pragma GCC diagnostic pop
 
 KT_INTERPOSED unsigned int sleep(unsigned int seconds) {
-    if (kt::SkipSleeps()) return 0;
     struct timespec ts = {static_cast<time_t>(seconds), 0};
-    return nanosleep(&ts, &ts) == 0 ? 0 : static_cast<unsigned int>(ts.tv_sec);
+    return kt::SkipSleeps() || nanosleep(&ts, &ts) == 0 ? 0 : static_cast<unsigned int>(ts.tv_sec);
 }
 
 KT_INTERPOSED int usleep(useconds_t us) {
-    if (kt::SkipSleeps()) return 0;
     struct timespec ts = {static_cast<time_t>(us / 1000000), static_cast<long>(us % 1000000) * 1000};
-    return nanosleep(&ts, nullptr);
+    return kt::SkipSleeps() ? 0 : nanosleep(&ts, nullptr);
 }
 
 }  // extern "C"

@@ -21,7 +21,7 @@
 namespace kt {
 namespace {
 
-constexpr char kArgSeparator = '\x1f';
+const std::string kArgSeparator = "\x1f";
 
 std::string ShellQuote(const std::string& s) {
     std::string out = "'";
@@ -80,16 +80,14 @@ void BindFileOver(const std::string& target, const std::string& content) {
 }
 
 FakeCommand::FakeCommand(const std::string& name, int exit_status, const std::string& stdout_text,
-                         const std::string& fail_on)
-    : name_(name) {
+                         const std::string& fail_on) {
     if (!internal::RequireSandbox("FakeCommand")) return;
     const std::string binDir = std::string(internal::kScratchDir) + "/bin";
     const bool onPath = name.find('/') == std::string::npos;
     record_ = internal::ScratchPath("calls");
     WriteFile(record_, "");
-    std::string script = "#!/bin/sh\nsep=''\nline=''\nfor a in \"$@\"; do line=\"$line$sep$a\"; sep='";
-    script += kArgSeparator;
-    script += "'; done\nprintf '%s\\n' \"$line\" >> " + ShellQuote(record_) + "\n";
+    std::string script = "#!/bin/sh\nsep=''\nline=''\nfor a in \"$@\"; do line=\"$line$sep$a\"; sep='" + kArgSeparator +
+                         "'; done\nprintf '%s\\n' \"$line\" >> " + ShellQuote(record_) + "\n";
     if (!stdout_text.empty()) script += "printf '%s' " + ShellQuote(stdout_text) + "\n";
     if (!fail_on.empty()) script += "for a in \"$@\"; do [ \"$a\" = " + ShellQuote(fail_on) + " ] && exit 1; done\n";
     WriteFile(onPath ? binDir + "/" + name : name, script + "exit " + std::to_string(exit_status) + "\n", 0755);
@@ -101,11 +99,10 @@ FakeCommand::FakeCommand(const std::string& name, int exit_status, const std::st
 
 std::vector<std::vector<std::string>> FakeCommand::Calls() const {
     std::vector<std::vector<std::string>> calls;
-    if (record_.empty()) return calls;
     std::vector<std::string> lines = SplitOn(ReadFile(record_), '\n');
     lines.pop_back();  // after the last newline: empty, or a call still being written
     for (const std::string& line : lines) {
-        calls.push_back(line.empty() ? std::vector<std::string>() : SplitOn(line, kArgSeparator));
+        calls.push_back(line.empty() ? std::vector<std::string>() : SplitOn(line, kArgSeparator[0]));
     }
     return calls;
 }

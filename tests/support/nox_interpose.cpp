@@ -82,21 +82,18 @@ int OpenAt(int dirfd, const char* path, int flags, mode_t mode) {
 }  // namespace
 
 void NoxSetHandler(const std::string& path, NoxHandler handler) {
-    Registry& r = TheRegistry();
-    std::lock_guard<std::mutex> hold(r.mu);
-    r.handlers[path] = std::move(handler);
+    std::lock_guard<std::mutex> hold(TheRegistry().mu);
+    TheRegistry().handlers[path] = std::move(handler);
 }
 
 void NoxRemove(const std::string& path) {
-    Registry& r = TheRegistry();
-    std::lock_guard<std::mutex> hold(r.mu);
-    r.handlers.erase(path);
+    std::lock_guard<std::mutex> hold(TheRegistry().mu);
+    TheRegistry().handlers.erase(path);
 }
 
 int NoxOpenCount(const std::string& path) {
-    Registry& r = TheRegistry();
-    std::lock_guard<std::mutex> hold(r.mu);
-    return r.openCounts.count(path) != 0 ? r.openCounts[path] : 0;
+    std::lock_guard<std::mutex> hold(TheRegistry().mu);
+    return TheRegistry().openCounts[path];
 }
 
 }  // namespace kt
@@ -122,18 +119,12 @@ KT_INTERPOSED int open(const char* path, int flags, ...) {
     KT_MODE_ARG(flags)
     return kt::OpenAt(AT_FDCWD, path, flags, mode);
 }
-KT_INTERPOSED int open64(const char* path, int flags, ...) {
-    KT_MODE_ARG(flags)
-    return kt::OpenAt(AT_FDCWD, path, flags, mode);
-}
+KT_INTERPOSED int open64(const char* path, int flags, ...) __attribute__((alias("open")));
 KT_INTERPOSED int openat(int dirfd, const char* path, int flags, ...) {
     KT_MODE_ARG(flags)
     return kt::OpenAt(dirfd, path, flags, mode);
 }
-KT_INTERPOSED int openat64(int dirfd, const char* path, int flags, ...) {
-    KT_MODE_ARG(flags)
-    return kt::OpenAt(dirfd, path, flags, mode);
-}
+KT_INTERPOSED int openat64(int dirfd, const char* path, int flags, ...) __attribute__((alias("openat")));
 // Fortified builds call these when the flags need no mode.
 KT_INTERPOSED int __open_2(const char* path, int flags) { return kt::OpenAt(AT_FDCWD, path, flags, 0); }
 KT_INTERPOSED int __open64_2(const char* path, int flags) { return kt::OpenAt(AT_FDCWD, path, flags, 0); }
@@ -164,10 +155,9 @@ KT_INTERPOSED int ioctl(int fd, unsigned long request, ...) noexcept {
 }
 
 KT_INTERPOSED int close(int fd) {
-    kt::Registry& r = kt::TheRegistry();
     if (kt::g_fakeCount != 0) {
-        std::lock_guard<std::mutex> hold(r.mu);
-        kt::g_fakeCount -= static_cast<int>(r.fds.erase(fd));
+        std::lock_guard<std::mutex> hold(kt::TheRegistry().mu);
+        kt::g_fakeCount -= static_cast<int>(kt::TheRegistry().fds.erase(fd));
     }
     return static_cast<int>(syscall(SYS_close, fd));
 }

@@ -12,14 +12,12 @@
 #include <limits.h>
 #include <net/if.h>
 #include <sched.h>
-#include <signal.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/ioctl.h>
 #include <sys/mount.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
-#include <syslog.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -51,8 +49,7 @@ bool Mount(const char* source, const std::string& target, const char* type, unsi
 }
 
 bool MountOverlay(const std::string& lower, const std::string& name, const std::string& target) {
-    const std::string upper = std::string(kScratch) + "/" + name + ".upper";
-    const std::string work = std::string(kScratch) + "/" + name + ".work";
+    const std::string base = std::string(kScratch) + "/" + name, upper = base + ".upper", work = base + ".work";
     return MakeDirs(upper) && MakeDirs(work) && MakeDirs(target) &&
            Mount("overlay", target, "overlay", 0,
                  ("lowerdir=" + lower + ",upperdir=" + upper + ",workdir=" + work).c_str());
@@ -144,17 +141,11 @@ bool EnterSandbox(const SandboxOptions& opts) {
         ADD_FAILURE() << "one sandbox per process: run tests through ctest, or one at a time with --gtest_filter";
         return false;
     }
-    if (!Build(opts)) {
-        return false;
-    }
-    // A connection to the host's log socket made earlier would bypass the
-    // capture; the next syslog() connects to ours.
-    closelog();
-    return true;
+    return Build(opts);
 }
 
 void RunSandboxed(const std::function<void()>& body, const SandboxOptions& opts) {
-    if (!SandboxAvailable()) GTEST_SKIP() << "needs root and namespaces";
+    if (!SandboxAvailable()) GTEST_SKIP() << "needs root and mount namespaces";
     if (EnterSandbox(opts)) body();
 }
 

@@ -66,10 +66,8 @@ public:
     explicit FakeCommand(const std::string& name, int exit_status = 0, const std::string& stdout_text = "",
                          const std::string& fail_on = "");
     std::vector<std::vector<std::string>> Calls() const;
-    const std::string& name() const { return name_; }
 
 private:
-    std::string name_;
     std::string record_;
 };
 
@@ -82,9 +80,7 @@ class Child {
 public:
     Child(const std::string& kernel_name, const std::vector<std::string>& argv);
     ~Child() { Kill(); }
-    Child(Child&& other) noexcept : pid_(other.pid_) { other.pid_ = -1; }
-    Child& operator=(Child&&) = delete;
-    Child(const Child&) = delete;
+    Child(Child&& other) noexcept : pid_(other.pid_) { other.pid_ = -1; }  // and neither copied nor assigned
     pid_t pid() const { return pid_; }
     void Kill();  // SIGKILL and reap now
 
@@ -112,12 +108,9 @@ int NoxOpenCount(const std::string& path);  // successful opens so far
 
 // A TEST whose body runs inside the sandbox; skipped where namespaces are
 // not available.
-#define SANDBOX_TEST(suite, name)                                                       \
-    static void suite##_##name##_SandboxBody();                                         \
-    TEST(suite, name) {                                                                 \
-        if (!kt::SandboxAvailable()) GTEST_SKIP() << "needs root and mount namespaces"; \
-        if (kt::EnterSandbox()) suite##_##name##_SandboxBody();                         \
-    }                                                                                   \
+#define SANDBOX_TEST(suite, name)                                          \
+    static void suite##_##name##_SandboxBody();                            \
+    TEST(suite, name) { kt::RunSandboxed(&suite##_##name##_SandboxBody); } \
     static void suite##_##name##_SandboxBody()
 
 #endif

@@ -11,7 +11,6 @@
 #include <unistd.h>
 
 namespace kt {
-
 namespace {
 
 // getppid is never made by the code under test, so it can bracket it.
@@ -36,22 +35,17 @@ bool UnderEmulator() {
 
 // Number of the system call the child is entering, -1 at an exit stop.
 long EnteredSyscall(pid_t child) {
-    struct __ptrace_syscall_info info;
-    memset(&info, 0, sizeof(info));
-    if (ptrace(PTRACE_GET_SYSCALL_INFO, child, sizeof(info), &info) <= 0 || info.op != PTRACE_SYSCALL_INFO_ENTRY) {
-        return -1;
-    }
-    return static_cast<long>(info.entry.nr);
+    struct __ptrace_syscall_info info = {};
+    const bool entry =
+        ptrace(PTRACE_GET_SYSCALL_INFO, child, sizeof(info), &info) > 0 && info.op == PTRACE_SYSCALL_INFO_ENTRY;
+    return entry ? static_cast<long>(info.entry.nr) : -1;
 }
 
 }  // namespace
 
 long CountSyscalls(const std::function<void()>& body) {
-    if (UnderEmulator()) {
-        return -1;
-    }
     fflush(nullptr);
-    const pid_t child = fork();
+    const pid_t child = UnderEmulator() ? -1 : fork();
     if (child == 0) {
         RunTraced(body);
     }
@@ -60,22 +54,15 @@ long CountSyscalls(const std::function<void()>& body) {
         return -1;
     }
     (void)ptrace(PTRACE_SETOPTIONS, child, nullptr, PTRACE_O_TRACESYSGOOD | PTRACE_O_EXITKILL);
-    int markers = 0;
-    int deliver = 0;
+    int markers = 0, deliver = 0;
     long total = 0;
-    for (;;) {
-        if (ptrace(PTRACE_SYSCALL, child, nullptr, deliver) != 0 || waitpid(child, &status, 0) != child) {
-            break;
-        }
-        deliver = 0;
+    while (ptrace(PTRACE_SYSCALL, child, nullptr, deliver) == 0 && waitpid(child, &status, 0) == child) {
         if (WIFEXITED(status) || WIFSIGNALED(status)) {
             return markers == 2 && WIFEXITED(status) && WEXITSTATUS(status) == 0 ? total : -1;
         }
-        if (WSTOPSIG(status) != (SIGTRAP | 0x80)) {
-            deliver = WSTOPSIG(status);  // an ordinary signal goes on to the child
-            continue;
-        }
-        const long nr = EnteredSyscall(child);
+        // An ordinary signal goes on to the child; only system-call stops are counted.
+        deliver = WSTOPSIG(status) == (SIGTRAP | 0x80) ? 0 : WSTOPSIG(status);
+        const long nr = deliver == 0 ? EnteredSyscall(child) : -1;
         if (nr == kMarker) {
             ++markers;
         } else if (nr >= 0 && markers == 1) {

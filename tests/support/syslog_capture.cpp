@@ -18,8 +18,10 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
+#include <syslog.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <thread>
 
@@ -28,7 +30,6 @@
 namespace kt {
 namespace {
 
-constexpr const char* kLogSocket = "/dev/log";
 constexpr int kQuietMs = 2;
 constexpr int kMaxQuietRounds = 500;
 
@@ -47,16 +48,14 @@ constexpr size_t kCapacity = kStoreBytes - offsetof(Store, data);
 Store* g_store = nullptr;
 int g_fd = -1;
 
-class Locked {
-public:
+struct Locked {
     Locked() { pthread_mutex_lock(&g_store->mu); }
     ~Locked() { pthread_mutex_unlock(&g_store->mu); }
-    Locked(const Locked&) = delete;
-    Locked& operator=(const Locked&) = delete;
 };
 
-// Caller holds the lock. Returns the bytes stored.
-size_t DrainLocked() {
+// Returns the bytes stored.
+size_t Drain() {
+    Locked hold;
     for (;;) {
         char* slot = g_store->data + g_store->used;
         const bool fits = kCapacity - g_store->used >= sizeof(uint32_t) + kMaxDatagram;
@@ -67,11 +66,6 @@ size_t DrainLocked() {
         memcpy(slot, &len, sizeof len);
         g_store->used += sizeof len + len;
     }
-}
-
-size_t Drain() {
-    Locked hold;
-    return DrainLocked();
 }
 
 std::atomic<bool> g_draining{false};
@@ -112,14 +106,12 @@ SyslogLine Parse(const std::string& s) {
 namespace internal {
 
 bool StartSyslogCapture() {
-    unlink(kLogSocket);
+    struct sockaddr_un addr = {AF_UNIX, "/dev/log"};
+    unlink(addr.sun_path);
     g_fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    struct sockaddr_un addr = {};
-    addr.sun_family = AF_UNIX;
-    memcpy(addr.sun_path, kLogSocket, strlen(kLogSocket) + 1);
     void* store = mmap(nullptr, kStoreBytes, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
     if (!Done(g_fd >= 0 && bind(g_fd, reinterpret_cast<struct sockaddr*>(&addr), sizeof addr) == 0 &&
-                  chmod(kLogSocket, 0666) == 0 && store != MAP_FAILED,
+                  chmod(addr.sun_path, 0666) == 0 && store != MAP_FAILED,
               "bind /dev/log")) {
         return false;
     }
@@ -132,6 +124,9 @@ bool StartSyslogCapture() {
     // lock of the sanitizers' allocator that nobody there will release.
     std::thread(DrainForever).detach();
     while (!g_draining.load()) sched_yield();
+    // A connection to the host's log socket made earlier would bypass the
+    // capture; the next syslog() connects to ours.
+    closelog();
     return true;
 }
 
@@ -153,17 +148,16 @@ std::vector<SyslogLine> SyslogLines() {
 
 void SyslogClear() {
     if (!internal::RequireSandbox("SyslogClear")) return;
+    Drain();  // what was sent before this call goes too
     Locked hold;
-    DrainLocked();
     g_store->used = 0;
 }
 
 int SyslogCount(const std::string& needle, int priority) {
-    int count = 0;
-    for (const SyslogLine& line : SyslogLines()) {
-        if (line.message.find(needle) != std::string::npos && (priority < 0 || line.priority == priority)) ++count;
-    }
-    return count;
+    const std::vector<SyslogLine> lines = SyslogLines();
+    return static_cast<int>(std::count_if(lines.begin(), lines.end(), [&](const SyslogLine& line) {
+        return line.message.find(needle) != std::string::npos && (priority < 0 || line.priority == priority);
+    }));
 }
 
 }  // namespace kt
