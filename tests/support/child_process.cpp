@@ -31,8 +31,7 @@ constexpr int kReadyFd = 3;  // the sleeper closes it once loaded
     sigset_t none;
     sigemptyset(&none);
     sigprocmask(SIG_SETMASK, &none, nullptr);
-    struct sigaction dfl = {};
-    dfl.sa_handler = SIG_DFL;
+    struct sigaction dfl = {};                                         // SIG_DFL
     for (int sig = 1; sig < 32; ++sig) sigaction(sig, &dfl, nullptr);  // refused for SIGKILL and SIGSTOP alone
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     // Only 0, 1 and 2 stay open past the sleeper's start, so tests counting
@@ -65,8 +64,7 @@ Child::Child(const std::string& kernel_name, const std::vector<std::string>& arg
     raw.push_back(nullptr);
     int ready[2] = {-1, -1};
     if (symlink(KIRA_SLEEPER_PATH, link.c_str()) == 0 && pipe2(ready, O_CLOEXEC) == 0) {
-        kira::UniqueFd readyRd(ready[0]);
-        kira::UniqueFd readyWr(ready[1]);
+        kira::UniqueFd readyRd(ready[0]), readyWr(ready[1]);
         pid_ = fork();
         if (pid_ == 0) ExecSleeper(link.c_str(), raw.data(), readyWr.get());
         readyWr.reset();
@@ -87,9 +85,10 @@ Child::Child(const std::string& kernel_name, const std::vector<std::string>& arg
 }
 
 void Child::Kill() {
-    if (pid_ <= 0) return;
-    kill(pid_, SIGKILL);
-    while (waitpid(pid_, nullptr, 0) < 0 && errno == EINTR) {
+    if (pid_ > 0) {
+        kill(pid_, SIGKILL);
+        while (waitpid(pid_, nullptr, 0) < 0 && errno == EINTR) {
+        }
     }
     pid_ = -1;
 }

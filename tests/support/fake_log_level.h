@@ -33,24 +33,25 @@ public:
     FakeLogLevel() {
         NoxSetHandler(kPath, [this](unsigned long request, void* arg) { return Answer(request, arg); });
     }
-    ~FakeLogLevel() { NoxRemove(kPath); }
-    FakeLogLevel(const FakeLogLevel&) = delete;
-    FakeLogLevel& operator=(const FakeLogLevel&) = delete;
+    ~FakeLogLevel() { NoxRemove(kPath); }  // never copied: its mutex forbids it
 
     void SetLevel(uint32_t pid, uint8_t level) {
-        std::lock_guard<std::mutex> hold(mu_);
-        levels_[pid] = level;
+        Locked([&] { levels_[pid] = level; });
     }
     int Calls(unsigned long request) {
-        std::lock_guard<std::mutex> hold(mu_);
-        return calls_[request];
+        return Locked([&] { return calls_[request]; });
     }
-    uint32_t LastCapacity() {  // `num` of the last 804 request
-        std::lock_guard<std::mutex> hold(mu_);
-        return lastCapacity_;
-    }
+    uint32_t LastCapacity() {
+        return Locked([&] { return lastCapacity_; });
+    }  // `num` of the last 804 request
 
 private:
+    template <typename Fn>
+    auto Locked(Fn fn) -> decltype(fn()) {
+        std::lock_guard<std::mutex> hold(mu_);
+        return fn();
+    }
+
     static constexpr const char* kPath = "/proc/nox/log_level";
     struct WireRequest {
         uint32_t pid;

@@ -8,31 +8,23 @@
 
 bool KtFaultAlloc();
 
-namespace {
-
-template <typename Fn>
-Fn Next(const char* name) {
-    return reinterpret_cast<Fn>(dlsym(RTLD_NEXT, name));
-}
-
-}  // namespace
-
 #define KT_INTERPOSED __attribute__((visibility("hidden")))
+#define KT_NEXT(name) static auto real = reinterpret_cast<decltype(&name)>(dlsym(RTLD_NEXT, #name))
 
 extern "C" {
 
 KT_INTERPOSED void* malloc(size_t size) {
-    static auto real = Next<void* (*)(size_t)>("malloc");
+    KT_NEXT(malloc);
     return KtFaultAlloc() ? nullptr : real(size);
 }
 
 KT_INTERPOSED void* calloc(size_t n, size_t size) {
-    static auto real = Next<void* (*)(size_t, size_t)>("calloc");
+    KT_NEXT(calloc);
     return KtFaultAlloc() ? nullptr : real(n, size);
 }
 
 KT_INTERPOSED void* realloc(void* p, size_t size) {
-    static auto real = Next<void* (*)(void*, size_t)>("realloc");
+    KT_NEXT(realloc);
     return KtFaultAlloc() ? nullptr : real(p, size);
 }
 

@@ -15,7 +15,6 @@
 #include <dlfcn.h>
 #include <errno.h>
 #include <stdio.h>
-#include <stdlib.h>
 #include <sys/mman.h>
 #include <time.h>
 #include <unistd.h>
@@ -37,10 +36,9 @@ thread_local ThreadPlan t_plan;
 // What the armed thread's next call of `kind` must do: 0 go on, 1 fail,
 // 2 read short.
 int Decide(Fault kind) {
-    ThreadPlan& t = t_plan;
-    if (!t.armed || t.plan.kind != kind || ++t.seen != t.plan.nth) return 0;
-    t.fired = true;
-    return t.plan.mode == FaultMode::kShort ? 2 : 1;
+    if (!t_plan.armed || t_plan.plan.kind != kind || ++t_plan.seen != t_plan.plan.nth) return 0;
+    t_plan.fired = true;
+    return t_plan.plan.mode == FaultMode::kShort ? 2 : 1;
 }
 
 // True, with errno set to error, when the armed thread's call of kind must fail.

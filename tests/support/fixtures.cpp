@@ -73,10 +73,10 @@ std::string ReadFile(const std::string& path) {
 }
 
 void BindFileOver(const std::string& target, const std::string& content) {
-    if (!internal::RequireSandbox("BindFileOver")) return;
     const std::string source = internal::ScratchPath("bind");
-    WriteFile(source, content);
-    internal::Done(mount(source.c_str(), target.c_str(), nullptr, MS_BIND, nullptr) == 0, "bind over " + target);
+    if (internal::RequireSandbox("BindFileOver") && WriteFile(source, content)) {
+        internal::Done(mount(source.c_str(), target.c_str(), nullptr, MS_BIND, nullptr) == 0, "bind over " + target);
+    }
 }
 
 FakeCommand::FakeCommand(const std::string& name, int exit_status, const std::string& stdout_text,
@@ -88,7 +88,7 @@ FakeCommand::FakeCommand(const std::string& name, int exit_status, const std::st
     WriteFile(record_, "");
     std::string script = "#!/bin/sh\nsep=''\nline=''\nfor a in \"$@\"; do line=\"$line$sep$a\"; sep='" + kArgSeparator +
                          "'; done\nprintf '%s\\n' \"$line\" >> " + ShellQuote(record_) + "\n";
-    if (!stdout_text.empty()) script += "printf '%s' " + ShellQuote(stdout_text) + "\n";
+    script += "printf '%s' " + ShellQuote(stdout_text) + "\n";
     if (!fail_on.empty()) script += "for a in \"$@\"; do [ \"$a\" = " + ShellQuote(fail_on) + " ] && exit 1; done\n";
     WriteFile(onPath ? binDir + "/" + name : name, script + "exit " + std::to_string(exit_status) + "\n", 0755);
     const std::string path = getenv("PATH") != nullptr ? getenv("PATH") : "/usr/sbin:/usr/bin:/sbin:/bin";

@@ -136,17 +136,15 @@ KT_INTERPOSED int ioctl(int fd, unsigned long request, ...) noexcept {
     va_start(ap, request);
     void* arg = va_arg(ap, void*);
     va_end(ap);
-    kt::Registry& r = kt::TheRegistry();
-    kt::NoxHandler handler;
     if (kt::g_fakeCount == 0) return static_cast<int>(syscall(SYS_ioctl, fd, request, arg));
-    {
-        std::lock_guard<std::mutex> hold(r.mu);
-        auto it = r.fds.find(fd);
-        if (it == r.fds.end() || it->second.ino != kt::InodeOf(fd)) {
-            return static_cast<int>(syscall(SYS_ioctl, fd, request, arg));
-        }
-        handler = r.handlers.count(it->second.path) != 0 ? r.handlers[it->second.path] : nullptr;
+    kt::Registry& r = kt::TheRegistry();
+    std::unique_lock<std::mutex> hold(r.mu);
+    const auto it = r.fds.find(fd);
+    if (it == r.fds.end() || it->second.ino != kt::InodeOf(fd)) {
+        return static_cast<int>(syscall(SYS_ioctl, fd, request, arg));
     }
+    const kt::NoxHandler handler = r.handlers.count(it->second.path) != 0 ? r.handlers[it->second.path] : nullptr;
+    hold.unlock();  // a handler may open, log or take its own locks
     if (!handler) {
         errno = ENOTTY;  // the handler was removed while the file was open
         return -1;

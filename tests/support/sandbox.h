@@ -35,6 +35,11 @@ bool InSandbox();
 // process); false, its failures printed, when it failed, crashed, left early
 // or ran past timeout_s.
 bool RunInChild(const std::function<void()>& body, int timeout_s = 60);
+// System calls body makes, counted rather than timed: a forked copy of this
+// process (so whatever the caller warmed up is warm) runs it under ptrace
+// between two marker calls. -1 where tracing is unavailable (an emulator, no
+// permission).
+long CountSyscalls(const std::function<void()>& body);
 
 // ---- syslog capture (inside the sandbox) ----
 struct SyslogLine {

@@ -72,9 +72,10 @@ std::atomic<bool> g_draining{false};
 
 [[noreturn]] void DrainForever() {
     g_draining.store(true);
+    struct pollfd p = {g_fd, POLLIN, 0};
     for (;;) {
-        struct pollfd p = {g_fd, POLLIN, 0};
-        if (poll(&p, 1, -1) > 0) Drain();
+        poll(&p, 1, -1);
+        Drain();
     }
 }
 
@@ -93,12 +94,9 @@ void WaitQuiet() {
 // glibc's form: "<PRI>Mmm dd hh:mm:ss ident[pid]: text"; the time stamp
 // holds no ": ".
 SyslogLine Parse(const std::string& s) {
-    SyslogLine line{-1, s};
-    const size_t close = s.find('>');
-    if (!s.empty() && s[0] == '<' && close != std::string::npos) line.priority = atoi(s.c_str() + 1) & 7;
-    const size_t colon = s.find(": ", close == std::string::npos ? 0 : close);
-    if (colon != std::string::npos) line.message = s.substr(colon + 2);
-    return line;
+    const size_t close = s.find('>'), colon = s.find(": ", close == std::string::npos ? 0 : close);
+    const int priority = !s.empty() && s[0] == '<' && close != std::string::npos ? atoi(s.c_str() + 1) & 7 : -1;
+    return {priority, colon == std::string::npos ? s : s.substr(colon + 2)};
 }
 
 }  // namespace

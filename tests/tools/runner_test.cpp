@@ -236,8 +236,7 @@ SANDBOX_TEST(Runner, SignalsReloadAndStop) {
         usleep(1500000);
         kill(run, sig);
         kill(demo, sig);
-        EXPECT_EQ(WaitStatus(run), 0);
-        EXPECT_EQ(WaitStatus(demo), 1);
+        EXPECT_EQ(std::make_pair(WaitStatus(run), WaitStatus(demo)), std::make_pair(0, 1));
         ExpectPatterns(kt::ReadFile("/tmp/run.out"),
                        {"\"GetSysMemory\"", "!GetSysCPU", "configuration read again: 1 items\n",
                         "line 2: unknown item \"GetNothing\".*\n.*keeping the previous configuration\n",
@@ -269,7 +268,6 @@ int main(void) {
     return result.result == 0 && GetProcessPid("/no/such", &pid) == 0 && pid == 0 ? 0 : 1;
 }
 )";
-    kt::MakeDirs("/tmp/use");
     kt::WriteFile("/tmp/use/prog.c", kProgram);
     kt::WriteFile("/tmp/use/CMakeLists.txt",
                   "cmake_minimum_required(VERSION 3.25)\nproject(use LANGUAGES CXX)\n"

@@ -9,7 +9,6 @@
 #include "plugin/linux/plugin_internal.h"
 #include "tests/plugin/linux/items_test_util.h"
 #include "tests/support/fault_inject.h"
-#include "tests/support/syscall_count.h"
 
 using itest::Args;
 using P = ZADI_Linux_Plugin;
