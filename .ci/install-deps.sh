@@ -9,7 +9,7 @@ set -euo pipefail
 run_packages=(g++ cmake ninja-build pkg-config libcpp-httplib-dev)
 test_packages=(
   googletest libgtest-dev libbenchmark-dev valgrind
-  clang-14 libclang-rt-14-dev
+  clang-14 libclang-rt-14-dev clang-format-16
   g++-aarch64-linux-gnu qemu-user
   tzdata iproute2 curl
 )

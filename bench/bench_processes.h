@@ -19,8 +19,12 @@ namespace bench {
 class Sleepers {
 public:
     ~Sleepers() {
-        for (pid_t pid : pids_) kill(pid, SIGKILL);
-        for (pid_t pid : pids_) waitpid(pid, nullptr, 0);
+        for (pid_t pid : pids_) {
+            kill(pid, SIGKILL);
+        }
+        for (pid_t pid : pids_) {
+            waitpid(pid, nullptr, 0);
+        }
     }
     // Command line (argv[0]) of sleeper i.
     std::string Name(int i) const {
@@ -41,7 +45,9 @@ public:
             }
             pids_.push_back(pid);
         }
-        if (pids_.size() != before) usleep(500000);  // let every exec finish
+        if (pids_.size() != before) {
+            usleep(500000);  // let every exec finish
+        }
     }
 
 private:

@@ -67,7 +67,9 @@ void StartWatchedProcesses() {
         pid_t pid = fork();
         if (pid == 0) {
             prctl(PR_SET_NAME, kName);
-            for (;;) pause();
+            for (;;) {
+                pause();
+            }
         }
         g_children.push_back(pid);
     }
@@ -92,9 +94,13 @@ void BM_ProcessHeartBeatSevenChanged(benchmark::State& state) {
     strcpy(argv[1].value, "1");
     FI_CONTEXT_S seen = {};
     FI_RESULT_S result = {};
-    for (pid_t pid : g_children) WriteHeartbeat(pid, "old\n1\n");
+    for (pid_t pid : g_children) {
+        WriteHeartbeat(pid, "old\n1\n");
+    }
     ProcessHeartBeat(2, argv, &seen, &result);
-    for (pid_t pid : g_children) WriteHeartbeat(pid, "new\n2\n");
+    for (pid_t pid : g_children) {
+        WriteHeartbeat(pid, "new\n2\n");
+    }
 
     FI_CONTEXT_S ctx;
     for (auto _ : state) {
@@ -103,7 +109,9 @@ void BM_ProcessHeartBeatSevenChanged(benchmark::State& state) {
         memcpy(&ctx, &seen, sizeof(ctx));
         benchmark::DoNotOptimize(ProcessHeartBeat(2, argv, &ctx, &result));
     }
-    if (result.result != 0) state.SkipWithError("ProcessHeartBeat failed");
+    if (result.result != 0) {
+        state.SkipWithError("ProcessHeartBeat failed");
+    }
 }
 BENCHMARK(BM_ProcessHeartBeatSevenChanged);
 
@@ -128,7 +136,9 @@ BENCHMARK(BM_GetAllProcessRssMem)->Unit(benchmark::kMillisecond);
 // User plus system CPU seconds of one run of argv, its output discarded.
 double ChildCpuSeconds(std::vector<std::string> args) {
     std::vector<char*> argv;
-    for (std::string& a : args) argv.push_back(&a[0]);
+    for (std::string& a : args) {
+        argv.push_back(&a[0]);
+    }
     argv.push_back(nullptr);
     posix_spawn_file_actions_t fa;
     posix_spawn_file_actions_init(&fa);
@@ -136,10 +146,14 @@ double ChildCpuSeconds(std::vector<std::string> args) {
     pid_t pid;
     const int rc = posix_spawnp(&pid, argv[0], &fa, nullptr, argv.data(), environ);
     posix_spawn_file_actions_destroy(&fa);
-    if (rc != 0) return -1.0;
+    if (rc != 0) {
+        return -1.0;
+    }
     int status = 0;
     struct rusage usage;
-    if (wait4(pid, &status, 0, &usage) != pid || !WIFEXITED(status) || WEXITSTATUS(status) != 0) return -1.0;
+    if (wait4(pid, &status, 0, &usage) != pid || !WIFEXITED(status) || WEXITSTATUS(status) != 0) {
+        return -1.0;
+    }
     return static_cast<double>(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) +
            static_cast<double>(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) * 1e-6;
 }
@@ -174,7 +188,9 @@ BENCHMARK(BM_CensusRssVsPs)->UseManualTime()->Iterations(60)->Unit(benchmark::kM
 
 int main(int argc, char** argv) {
     g_privateTmp = EnterPrivateHeartbeatDir();
-    if (g_privateTmp) StartWatchedProcesses();
+    if (g_privateTmp) {
+        StartWatchedProcesses();
+    }
     benchmark::Initialize(&argc, argv);
     benchmark::RunSpecifiedBenchmarks();
     benchmark::Shutdown();

@@ -43,13 +43,17 @@ int RunPgrep(const std::vector<std::string>& args) {
     std::string prog = "pgrep";
     argv.push_back(&prog[0]);
     std::vector<std::string> copy = args;
-    for (std::string& a : copy) argv.push_back(&a[0]);
+    for (std::string& a : copy) {
+        argv.push_back(&a[0]);
+    }
     argv.push_back(nullptr);
     pid_t pid;
     posix_spawn_file_actions_t fa;
     posix_spawn_file_actions_init(&fa);
     posix_spawn_file_actions_addopen(&fa, 1, "/dev/null", O_WRONLY, 0);
-    if (posix_spawnp(&pid, "pgrep", &fa, nullptr, argv.data(), environ) != 0) return -1;
+    if (posix_spawnp(&pid, "pgrep", &fa, nullptr, argv.data(), environ) != 0) {
+        return -1;
+    }
     posix_spawn_file_actions_destroy(&fa);
     int status = 0;
     waitpid(pid, &status, 0);
@@ -61,19 +65,25 @@ void BM_ExactLookupNoStoredPid(benchmark::State& state) {
     for (auto _ : state) {
         int pid = 0;
         benchmark::DoNotOptimize(ZADI_Linux_Plugin::get_pid_byname(name.c_str(), pid));
-        if (pid == 0) state.SkipWithError("target not found");
+        if (pid == 0) {
+            state.SkipWithError("target not found");
+        }
     }
 }
 
 void BM_PgrepExact(benchmark::State& state) {
     const std::string name = Target();
     for (auto _ : state) {
-        if (RunPgrep({"-f", "-x", name}) != 0) state.SkipWithError("pgrep found nothing");
+        if (RunPgrep({"-f", "-x", name}) != 0) {
+            state.SkipWithError("pgrep found nothing");
+        }
     }
 }
 
 void BM_PgrepStartupOnly(benchmark::State& state) {
-    for (auto _ : state) RunPgrep({"--version"});
+    for (auto _ : state) {
+        RunPgrep({"--version"});
+    }
 }
 
 FI_PARAM_S Param(const char* name, const std::string& value) {
@@ -91,14 +101,18 @@ void BM_FuzzyMemoryItem(benchmark::State& state) {
     FI_RESULT_S res;
     for (auto _ : state) {
         benchmark::DoNotOptimize(GetProcessMemoryFuzzyMatch(1, &param, &ctx, &res));
-        if (res.pid == 0) state.SkipWithError("no match");
+        if (res.pid == 0) {
+            state.SkipWithError("no match");
+        }
     }
 }
 
 void BM_PgrepPattern(benchmark::State& state) {
     const std::string pattern = ProcName(kProcesses - 1).substr(5) + " ";
     for (auto _ : state) {
-        if (RunPgrep({"-f", pattern}) != 0) state.SkipWithError("pgrep found nothing");
+        if (RunPgrep({"-f", pattern}) != 0) {
+            state.SkipWithError("pgrep found nothing");
+        }
     }
 }
 
@@ -136,11 +150,15 @@ pid_t FloorLookup(const std::string& raw) {
         for (long off = 0; off < n && found == 0;) {
             const struct dirent64* e = reinterpret_cast<const struct dirent64*>(entries + off);
             off += e->d_reclen;
-            if (e->d_type != DT_DIR || e->d_name[0] < '0' || e->d_name[0] > '9') continue;
+            if (e->d_type != DT_DIR || e->d_name[0] < '0' || e->d_name[0] > '9') {
+                continue;
+            }
             char leaf[300];
             snprintf(leaf, sizeof(leaf), "%s/cmdline", e->d_name);
             const int fd = openat(dirFd, leaf, O_RDONLY | O_CLOEXEC);
-            if (fd < 0) continue;
+            if (fd < 0) {
+                continue;
+            }
             const ssize_t got = read(fd, data, sizeof(data));
             close(fd);
             if (got == static_cast<ssize_t>(raw.size()) && memcmp(data, raw.data(), raw.size()) == 0) {
@@ -232,15 +250,21 @@ void BM_StoredPidCpuVsFloor(benchmark::State& state) {
 }  // namespace
 
 extern "C" void* malloc(size_t n) {
-    if (g_counting) ++g_allocs;
+    if (g_counting) {
+        ++g_allocs;
+    }
     return __libc_malloc(n);
 }
 extern "C" void* calloc(size_t n, size_t m) {
-    if (g_counting) ++g_allocs;
+    if (g_counting) {
+        ++g_allocs;
+    }
     return __libc_calloc(n, m);
 }
 extern "C" void* realloc(void* p, size_t n) {
-    if (g_counting) ++g_allocs;
+    if (g_counting) {
+        ++g_allocs;
+    }
     return __libc_realloc(p, n);
 }
 

@@ -49,12 +49,16 @@ constexpr uint32_t kLimitedModule = 500;
 constexpr uint32_t kLimitedGroup = 77;
 
 bool IsolateSharedBlock() {
-    if (getgid() != 0) return false;
+    if (getgid() != 0) {
+        return false;
+    }
     if (unshare(CLONE_NEWNS) == 0 && mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
         mount("tmpfs", "/dev/shm", "tmpfs", 0, nullptr) == 0) {
         return true;
     }
-    if (setgid(65534) != 0) abort();
+    if (setgid(65534) != 0) {
+        abort();
+    }
     return false;
 }
 
@@ -70,7 +74,9 @@ void StartListener() {
     memset(&addr, 0, sizeof(addr));
     addr.sun_family = AF_UNIX;
     (void)strcpy_s(addr.sun_path, sizeof(addr.sun_path), "/dev/log");
-    if (fd < 0 || bind(fd, reinterpret_cast<struct sockaddr*>(&addr), sizeof(addr)) != 0) abort();
+    if (fd < 0 || bind(fd, reinterpret_cast<struct sockaddr*>(&addr), sizeof(addr)) != 0) {
+        abort();
+    }
     std::thread([fd] {
         char buf[2048];
         while (recv(fd, buf, sizeof(buf), 0) >= 0) {
@@ -98,19 +104,25 @@ void ReportAllocations(benchmark::State& state, uint64_t before) {
 
 void BM_LevelDropped(benchmark::State& state) {
     const uint64_t before = g_allocations.load();
-    for (auto _ : state) DBG_Log(kModule, DBG_LOG_DEBUG, __func__, __LINE__, 0, "dropped %d", 5);
+    for (auto _ : state) {
+        DBG_Log(kModule, DBG_LOG_DEBUG, __func__, __LINE__, 0, "dropped %d", 5);
+    }
     ReportAllocations(state, before);
 }
 
 void BM_RateLimitDropped(benchmark::State& state) {
     const uint64_t before = g_allocations.load();
-    for (auto _ : state) DBG_Log(kLimitedModule, DBG_LOG_ERROR, __func__, __LINE__, 0, "dropped %d", 5);
+    for (auto _ : state) {
+        DBG_Log(kLimitedModule, DBG_LOG_ERROR, __func__, __LINE__, 0, "dropped %d", 5);
+    }
     ReportAllocations(state, before);
 }
 
 void BM_Emitted(benchmark::State& state) {
     const uint64_t before = g_allocations.load();
-    for (auto _ : state) DBG_Log(kModule, DBG_LOG_ERROR, "BM_Emitted", 77, 0, "emitted %d", 5);
+    for (auto _ : state) {
+        DBG_Log(kModule, DBG_LOG_ERROR, "BM_Emitted", 77, 0, "emitted %d", 5);
+    }
     ReportAllocations(state, before);
 }
 
@@ -149,7 +161,9 @@ extern "C" void* realloc(void* p, size_t size) {
 extern "C" void free(void* p) { __libc_free(p); }
 void* operator new(size_t size) {
     void* p = malloc(size);
-    if (p == nullptr) abort();
+    if (p == nullptr) {
+        abort();
+    }
     return p;
 }
 void* operator new[](size_t size) { return operator new(size); }
@@ -160,10 +174,14 @@ void operator delete[](void* p, size_t) noexcept { free(p); }
 
 int main(int argc, char** argv) {
     const char* listener = getenv("LOG_BENCH_LISTENER");
-    if (IsolateSharedBlock() && listener != nullptr && strcmp(listener, "1") == 0) StartListener();
+    if (IsolateSharedBlock() && listener != nullptr && strcmp(listener, "1") == 0) {
+        StartListener();
+    }
     SetUpTables();
     benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
+    if (benchmark::ReportUnrecognizedArguments(argc, argv)) {
+        return 1;
+    }
     benchmark::RunSpecifiedBenchmarks();
     benchmark::Shutdown();
     return 0;

@@ -25,7 +25,9 @@ std::string g_path;
 
 void WriteModuleFile() {
     char dir[] = "/tmp/log_conf_bench.XXXXXX";
-    if (mkdtemp(dir) == nullptr) abort();
+    if (mkdtemp(dir) == nullptr) {
+        abort();
+    }
     g_path = std::string(dir) + "/pid_bench.conf";
     std::string text;
     for (int i = 1; i <= kLines; ++i) {
@@ -33,7 +35,9 @@ void WriteModuleFile() {
                 ",gid=" + std::to_string(1 + i % 50) + "\n";
     }
     const int fd = open(g_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-    if (fd < 0 || write(fd, text.data(), text.size()) != static_cast<ssize_t>(text.size())) abort();
+    if (fd < 0 || write(fd, text.data(), text.size()) != static_cast<ssize_t>(text.size())) {
+        abort();
+    }
     close(fd);
 }
 
@@ -56,7 +60,9 @@ void BM_LoadModuleFile(benchmark::State& state) {
         int status = 0;
         waitpid(child, &status, 0);
         clock_gettime(CLOCK_MONOTONIC, &end);
-        if (status != 0) state.SkipWithError("the load lost lines");
+        if (status != 0) {
+            state.SkipWithError("the load lost lines");
+        }
         state.SetIterationTime(Seconds(start, end));
     }
 }
@@ -65,9 +71,13 @@ void BM_ReadLinesBuffered(benchmark::State& state) {
     char line[DBG_CONF_LINE_SIZE];
     for (auto _ : state) {
         kira::LineReader reader;
-        if (!reader.OpenPlain(g_path.c_str())) abort();
+        if (!reader.OpenPlain(g_path.c_str())) {
+            abort();
+        }
         int n = 0;
-        while (reader.ReadLine(line, sizeof(line))) ++n;
+        while (reader.ReadLine(line, sizeof(line))) {
+            ++n;
+        }
         benchmark::DoNotOptimize(n);
     }
 }
@@ -77,7 +87,9 @@ void BM_ReadLinesBytePerRead(benchmark::State& state) {
     for (auto _ : state) {
         const int fd = open(g_path.c_str(), O_RDONLY);
         int n = 0;
-        while (KIRA_readline(fd, line, sizeof(line)) != nullptr) ++n;
+        while (KIRA_readline(fd, line, sizeof(line)) != nullptr) {
+            ++n;
+        }
         close(fd);
         benchmark::DoNotOptimize(n);
     }
@@ -92,7 +104,9 @@ BENCHMARK(BM_ReadLinesBytePerRead)->Unit(benchmark::kMillisecond)->Iterations(3)
 int main(int argc, char** argv) {
     WriteModuleFile();
     benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
+    if (benchmark::ReportUnrecognizedArguments(argc, argv)) {
+        return 1;
+    }
     benchmark::RunSpecifiedBenchmarks();
     benchmark::Shutdown();
     (void)unlink(g_path.c_str());

@@ -56,7 +56,9 @@ uint64_t NowNs() {
 class MutexPool {
 public:
     explicit MutexPool(int threads) {
-        for (int i = 0; i < threads; i++) workers_.emplace_back([this] { Run(); });
+        for (int i = 0; i < threads; i++) {
+            workers_.emplace_back([this] { Run(); });
+        }
     }
     ~MutexPool() {
         {
@@ -64,7 +66,9 @@ public:
             stop_ = true;
         }
         ready_.notify_all();
-        for (auto& t : workers_) t.join();
+        for (auto& t : workers_) {
+            t.join();
+        }
     }
     void Post(KIRA_SCHED_WORK_S* work) {
         {
@@ -81,7 +85,9 @@ private:
             {
                 std::unique_lock<std::mutex> lock(mutex_);
                 ready_.wait(lock, [this] { return stop_ || !queue_.empty(); });
-                if (queue_.empty()) return;
+                if (queue_.empty()) {
+                    return;
+                }
                 work = queue_.front();
                 queue_.pop_front();
             }
@@ -120,7 +126,9 @@ void EnsurePools() {
             w.handler = CountDone;
             KIRA_SchedWork(&w);
         }
-        while (g_done.load() < warm.size()) std::this_thread::yield();
+        while (g_done.load() < warm.size()) {
+            std::this_thread::yield();
+        }
     }
     int threads = static_cast<int>(atomic_read(&g_stSchedWorkAlive));
     if (threads != g_baselineThreads) {
@@ -137,19 +145,29 @@ void BM_Throughput(benchmark::State& state) {
     EnsurePools();
     int posters = static_cast<int>(state.range(0));
     std::vector<std::vector<KIRA_SCHED_WORK_S>> items(posters, std::vector<KIRA_SCHED_WORK_S>(kItemsPerPoster));
-    for (auto& v : items)
-        for (auto& w : v) w.handler = CountDone;
+    for (auto& v : items) {
+        for (auto& w : v) {
+            w.handler = CountDone;
+        }
+    }
     uint64_t started = g_threadsStarted.load();
     for (auto _ : state) {
         g_done.store(0);
         std::vector<std::thread> threads;
-        for (int p = 0; p < posters; p++)
+        for (int p = 0; p < posters; p++) {
             threads.emplace_back([&, p] {
-                for (auto& w : items[p]) kKira ? (void)KIRA_SchedWork(&w) : g_baseline->Post(&w);
+                for (auto& w : items[p]) {
+                    kKira ? (void)KIRA_SchedWork(&w) : g_baseline->Post(&w);
+                }
             });
-        for (auto& t : threads) t.join();
+        }
+        for (auto& t : threads) {
+            t.join();
+        }
         uint64_t total = static_cast<uint64_t>(posters) * kItemsPerPoster;
-        while (g_done.load(std::memory_order_relaxed) < total) std::this_thread::yield();
+        while (g_done.load(std::memory_order_relaxed) < total) {
+            std::this_thread::yield();
+        }
     }
     state.SetItemsProcessed(state.iterations() * posters * kItemsPerPoster);
     state.counters["threads"] = g_baselineThreads;
@@ -197,12 +215,16 @@ size_t ReadWhole(const char* path, char* buf, size_t size) {
 
 void ParseCounters(const char* p, uint64_t* out, int n) {
     char* end;
-    for (int i = 0; i < n; i++, p = end) out[i] = strtoull(p, &end, 10);
+    for (int i = 0; i < n; i++, p = end) {
+        out[i] = strtoull(p, &end, 10);
+    }
 }
 
 void BM_ProcessorStats(benchmark::State& state) {
     processor_stat_t s;
-    for (auto _ : state) benchmark::DoNotOptimize(KIRA_get_all_processor_stats(&s));
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(KIRA_get_all_processor_stats(&s));
+    }
 }
 
 void BM_ProcessorStatsByHand(benchmark::State& state) {
@@ -217,7 +239,9 @@ void BM_ProcessorStatsByHand(benchmark::State& state) {
 
 void BM_Netdev(benchmark::State& state) {
     netdev_info_t s;
-    for (auto _ : state) benchmark::DoNotOptimize(KIRA_get_netdev_info("lo", &s));
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(KIRA_get_netdev_info("lo", &s));
+    }
 }
 
 void BM_NetdevByHand(benchmark::State& state) {
@@ -226,7 +250,9 @@ void BM_NetdevByHand(benchmark::State& state) {
     for (auto _ : state) {
         ReadWhole("/proc/net/dev", buf, sizeof(buf));
         const char* line = strstr(buf, "lo:");
-        if (line != nullptr) ParseCounters(line + 3, v, 9);
+        if (line != nullptr) {
+            ParseCounters(line + 3, v, 9);
+        }
         benchmark::DoNotOptimize(v);
     }
 }
@@ -244,10 +270,14 @@ public:
             std::string name = r.benchmark_name();
             times_[name] = r.GetAdjustedRealTime();
             auto ips = r.counters.find("items_per_second");
-            if (ips != r.counters.end()) rates_[name] = ips->second;
+            if (ips != r.counters.end()) {
+                rates_[name] = ips->second;
+            }
             for (const char* c : {"p50_us", "p99_us"}) {
                 auto it = r.counters.find(c);
-                if (it != r.counters.end()) rates_[name + "/" + c] = it->second;
+                if (it != r.counters.end()) {
+                    rates_[name + "/" + c] = it->second;
+                }
             }
         }
         ConsoleReporter::ReportRuns(runs);
@@ -257,22 +287,25 @@ public:
         for (const char* n : {"1", "2", "4"}) {
             std::string k = std::string("Pool/Throughput/kira/") + n + "/real_time";
             std::string m = std::string("Pool/Throughput/mutex/") + n + "/real_time";
-            if (rates_.count(k) && rates_.count(m))
+            if (rates_.count(k) && rates_.count(m)) {
                 printf("  throughput, %s posting: %.2fx (goal >= 1.0)\n", n, rates_.at(k) / rates_.at(m));
+            }
         }
         for (const char* c : {"p50_us", "p99_us"}) {
             std::string k = std::string("Pool/Latency/kira/iterations:20000/real_time/") + c;
             std::string m = std::string("Pool/Latency/mutex/iterations:20000/real_time/") + c;
-            if (rates_.count(k) && rates_.count(m))
+            if (rates_.count(k) && rates_.count(m)) {
                 printf("  latency %s: %.2fx (%.1f vs %.1f us)\n", c, rates_.at(k) / rates_.at(m), rates_.at(k),
                        rates_.at(m));
+            }
         }
         for (const char* r : {"ProcessorStats", "Netdev"}) {
             std::string k = std::string("Reader/") + r + "/kira";
             std::string h = std::string("Reader/") + r + "/hand";
-            if (times_.count(k) && times_.count(h))
+            if (times_.count(k) && times_.count(h)) {
                 printf("  %s time per call: %.2fx (%.2f vs %.2f us)\n", r, times_.at(k) / times_.at(h),
                        times_.at(k) / 1000.0, times_.at(h) / 1000.0);
+            }
         }
     }
 

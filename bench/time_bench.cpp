@@ -24,7 +24,9 @@ std::vector<int64_t> Instants(int64_t last) {
     std::mt19937_64 gen(42);
     std::uniform_int_distribution<int64_t> dist(0, last);
     std::vector<int64_t> v(4096);
-    for (int64_t& t : v) t = dist(gen);
+    for (int64_t& t : v) {
+        t = dist(gen);
+    }
     return v;
 }
 
@@ -90,7 +92,9 @@ BENCHMARK(BM_gmtime_r_snprintf);
 class RatioReporter : public benchmark::ConsoleReporter {
 public:
     void ReportRuns(const std::vector<Run>& runs) override {
-        for (const Run& r : runs) ns_[r.benchmark_name()] = r.GetAdjustedCPUTime();
+        for (const Run& r : runs) {
+            ns_[r.benchmark_name()] = r.GetAdjustedCPUTime();
+        }
         ConsoleReporter::ReportRuns(runs);
     }
     void PrintRatios() const {
@@ -103,7 +107,9 @@ public:
 private:
     void Ratio(const char* what, const std::string& ours, const std::string& theirs, double goal) const {
         auto a = ns_.find(ours), b = ns_.find(theirs);
-        if (a == ns_.end() || b == ns_.end() || b->second <= 0) return;
+        if (a == ns_.end() || b == ns_.end() || b->second <= 0) {
+            return;
+        }
         const double ratio = a->second / b->second;
         printf("%-36s %.3f (goal <= %.1f) %s\n", what, ratio, goal, ratio <= goal ? "ok" : "MISSED");
     }
@@ -114,7 +120,9 @@ private:
 
 int main(int argc, char** argv) {
     benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
+    if (benchmark::ReportUnrecognizedArguments(argc, argv)) {
+        return 1;
+    }
     RatioReporter reporter;
     benchmark::RunSpecifiedBenchmarks(&reporter);
     reporter.PrintRatios();

@@ -18,21 +18,33 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
 
     char* fields[3] = {nullptr, nullptr, nullptr};
     SpliteHeartFileName(name, sizeof(name), fields);
-    if (fields[0] != name) __builtin_trap();
+    if (fields[0] != name) {
+        __builtin_trap();
+    }
 
     std::string joined;
     for (int i = 0; i < 3; ++i) {
         if (fields[i] == nullptr) {
             for (int j = i; j < 3; ++j) {
-                if (fields[j] != nullptr) __builtin_trap();  // fields fill from the front
+                if (fields[j] != nullptr) {
+                    __builtin_trap();  // fields fill from the front
+                }
             }
             break;
         }
-        if (fields[i] < name || fields[i] > name + len) __builtin_trap();
-        if (strstr(fields[i], "___") != nullptr) __builtin_trap();
-        if (i != 0) joined += "___";
+        if (fields[i] < name || fields[i] > name + len) {
+            __builtin_trap();
+        }
+        if (strstr(fields[i], "___") != nullptr) {
+            __builtin_trap();
+        }
+        if (i != 0) {
+            joined += "___";
+        }
         joined += fields[i];
     }
-    if (original.compare(0, joined.size(), joined) != 0) __builtin_trap();
+    if (original.compare(0, joined.size(), joined) != 0) {
+        __builtin_trap();
+    }
     return 0;
 }

@@ -8,7 +8,9 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    if (size == 0) return 0;
+    if (size == 0) {
+        return 0;
+    }
     char line[DBG_CONF_LINE_SIZE];
     CopyConfLine(data, size, line);
     if (data[0] & 1u) {

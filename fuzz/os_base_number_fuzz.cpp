@@ -23,9 +23,15 @@ extern "C" void __syslog_chk(int, int, const char*, ...) { g_reports++; }
 namespace {
 
 int Digit(char c, bool hex) {
-    if (c >= '0' && c <= '9') return c - '0';
-    if (hex && c >= 'a' && c <= 'f') return c - 'a' + 10;
-    if (hex && c >= 'A' && c <= 'F') return c - 'A' + 10;
+    if (c >= '0' && c <= '9') {
+        return c - '0';
+    }
+    if (hex && c >= 'a' && c <= 'f') {
+        return c - 'a' + 10;
+    }
+    if (hex && c >= 'A' && c <= 'F') {
+        return c - 'A' + 10;
+    }
     return -1;
 }
 
@@ -55,13 +61,19 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     uint64_t expected = Reference(s, &stray);
     g_reports = 0;
     uint64_t got = KIRA_StrToU64(s);
-    if (got != expected || g_reports != (stray ? 1 : 0)) abort();
-    if ((KIRA_IsUnsignedNumbericStr(s) == 0) == stray) abort();
+    if (got != expected || g_reports != (stray ? 1 : 0)) {
+        abort();
+    }
+    if ((KIRA_IsUnsignedNumbericStr(s) == 0) == stray) {
+        abort();
+    }
 
     int64_t sgot = KIRA_StrToS64(s);
     if (s[0] == '-') {
         bool rest = false;
-        if (static_cast<uint64_t>(sgot) != 0 - Reference(s + 1, &rest)) abort();
+        if (static_cast<uint64_t>(sgot) != 0 - Reference(s + 1, &rest)) {
+            abort();
+        }
     } else if (static_cast<uint64_t>(sgot) != expected) {
         abort();
     }
@@ -71,7 +83,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     for (size_t i = 0; i < lower.size(); i++) {
         char c = s[i];
         char want = (c >= 'A' && c <= 'Z') ? static_cast<char>(c - 'A' + 'a') : c;
-        if (lower[i] != want) abort();
+        if (lower[i] != want) {
+            abort();
+        }
     }
     return 0;
 }

@@ -12,7 +12,9 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     // First byte splits the input into text and pattern.
-    if (size < 1) return 0;
+    if (size < 1) {
+        return 0;
+    }
     const size_t cut = data[0] % (size);
     std::string text(reinterpret_cast<const char*>(data + 1), cut > 0 ? cut - 1 : 0);
     std::string pattern(reinterpret_cast<const char*>(data + 1 + text.size()), size - 1 - text.size());
@@ -25,6 +27,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         abort();
     }
     // A trailing '*' only widens a match.
-    if (m && !ZADI_Linux_Plugin::str_fuzzy_match(text.c_str(), (pattern + "*").c_str())) abort();
+    if (m && !ZADI_Linux_Plugin::str_fuzzy_match(text.c_str(), (pattern + "*").c_str())) {
+        abort();
+    }
     return 0;
 }

@@ -11,6 +11,8 @@
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const std::string text(reinterpret_cast<const char*>(data), size);
     const int us = ConvertStr2PeriodUS(text.c_str());
-    if (us < 500000 || us > 240000000) abort();
+    if (us < 500000 || us > 240000000) {
+        abort();
+    }
     return 0;
 }

@@ -18,14 +18,18 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     (void)zadi::ParseLimitSoft(line.data());
     for (int n = -1; n < 20; ++n) {
         const char* p = ZADI_Linux_Plugin::get_items(line.data(), n);
-        if (p < line.data() || p > line.data() + strlen(line.data())) abort();
+        if (p < line.data() || p > line.data() + strlen(line.data())) {
+            abort();
+        }
     }
     // The conversion never touches the last byte and never runs past it.
     std::vector<char> raw(data, data + size);
     if (!raw.empty()) {
         const char last = raw.back();
         ZADI_Linux_Plugin::change_cmdlie_to_str(raw.data(), static_cast<unsigned int>(raw.size()));
-        if (raw.back() != last) abort();
+        if (raw.back() != last) {
+            abort();
+        }
     }
     return 0;
 }

@@ -17,12 +17,18 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     zadi_runner::Config config;
     std::string error;
     if (!zadi_runner::ParseConfigText(text, &config, &error)) {
-        if (error.empty()) abort();
+        if (error.empty()) {
+            abort();
+        }
         return 0;
     }
-    if (config.items.empty()) abort();
+    if (config.items.empty()) {
+        abort();
+    }
     for (const zadi_runner::ConfiguredItem& item : config.items) {
-        if (zadi_runner::FindItemInfo(item.item) == nullptr || item.period_s == 0 || item.line <= 0) abort();
+        if (zadi_runner::FindItemInfo(item.item) == nullptr || item.period_s == 0 || item.line <= 0) {
+            abort();
+        }
         for (const zadi_runner::Param& p : item.params) {
             if (p.name.empty() || p.name.size() >= sizeof(FI_PARAM_S::name) ||
                 p.value.size() >= sizeof(FI_PARAM_S::value)) {

@@ -26,8 +26,12 @@ struct Field {
 };
 
 void CheckTerminated(const Field& f, int ret, int fields) {
-    if (ret < -1 || ret > fields) abort();
-    if (f.size > 0 && ret >= 1 && strnlen(f.data, f.size) == f.size) abort();
+    if (ret < -1 || ret > fields) {
+        abort();
+    }
+    if (f.size > 0 && ret >= 1 && strnlen(f.data, f.size) == f.size) {
+        abort();
+    }
 }
 
 void ScanNarrow(const char* text) {
@@ -38,12 +42,16 @@ void ScanNarrow(const char* text) {
     r = sscanf_s(text, "%u %u %u %u %u", &u[0], &u[1], &u[2], &u[3], &u[4]);
     r = sscanf_s(text, "gid=%u,num=%u,interval=%u,burst=%u,resume=%u\n", &u[0], &u[1], &u[2], &u[3], &u[4]);
     r = sscanf_s(text, "pid=%u pid_name=%31s gid=%u\n", &u[0], name.data, name.size, &u[1]);
-    if (r >= 2 && strlen(name.data) > 31) abort();
+    if (r >= 2 && strlen(name.data) > 31) {
+        abort();
+    }
     unsigned long long t[7];
     r = sscanf_s(text, "%*s %llu %llu %llu %llu %llu %llu %llu", &t[0], &t[1], &t[2], &t[3], &t[4], &t[5], &t[6]);
     int n = 0;
     r = sscanf_s(text, "%3c%[a-z]%n%[^]-]", four.data, 3u, name.data, name.size, &n, one.data, one.size);
-    if (n < 0 || static_cast<size_t>(n) > strlen(text)) abort();
+    if (n < 0 || static_cast<size_t>(n) > strlen(text)) {
+        abort();
+    }
     double d;
     long double ld;
     float f;
@@ -63,7 +71,9 @@ void ScanNarrow(const char* text) {
 
 void ScanWide(const char* text, size_t size) {
     std::vector<wchar_t> wtext(size + 1, 0);
-    for (size_t k = 0; k < size; ++k) wtext[k] = static_cast<unsigned char>(text[k]);
+    for (size_t k = 0; k < size; ++k) {
+        wtext[k] = static_cast<unsigned char>(text[k]);
+    }
     Field four(4);
     wchar_t wide[4];
     unsigned u[3];
@@ -74,12 +84,16 @@ void ScanWide(const char* text, size_t size) {
 
 void ScanStream(const uint8_t* data, size_t size) {
     FILE* f = fmemopen(const_cast<uint8_t*>(data), size, "r");
-    if (f == nullptr) return;
+    if (f == nullptr) {
+        return;
+    }
     Field four(4);
     unsigned u[2];
     int r;
     while ((r = fscanf_s(f, "%u %3s %u\n", &u[0], four.data, four.size, &u[1])) > 0) {
-        if (r >= 2 && strnlen(four.data, four.size) == four.size) abort();
+        if (r >= 2 && strnlen(four.data, four.size) == four.size) {
+            abort();
+        }
     }
     fclose(f);
 }
@@ -94,6 +108,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     ScanNarrow(text);
     ScanWide(text, size);
     free(text);
-    if (size > 0) ScanStream(data, size);
+    if (size > 0) {
+        ScanStream(data, size);
+    }
     return 0;
 }

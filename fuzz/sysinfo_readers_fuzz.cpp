@@ -16,19 +16,29 @@
 using namespace kira_sysinfo;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    if (size < 2) return 0;
+    if (size < 2) {
+        return 0;
+    }
     uint32_t processor = data[0] % 4;
     std::string file(reinterpret_cast<const char*>(data + 1), size - 1);
     FILE* fp = fmemopen(&file[0], file.size(), "r");
-    if (fp == nullptr) return 0;
+    if (fp == nullptr) {
+        return 0;
+    }
     FileLines loaded;
-    if (read_file(fp, &loaded.lines, &loaded.count) != 0) return 0;
+    if (read_file(fp, &loaded.lines, &loaded.count) != 0) {
+        return 0;
+    }
     for (uint32_t i = 0; i < loaded.count; i++) {
-        if (loaded.lines[i] == nullptr) abort();
+        if (loaded.lines[i] == nullptr) {
+            abort();
+        }
         char* value = copy_string_part_after_delim(loaded.lines[i], ": ");
         if (value != nullptr) {
             size_t len = strlen(value);
-            if (len == 0 || (len > 1 && strchr(" \f\n\r\t\v", value[len - 1]) != nullptr)) abort();
+            if (len == 0 || (len > 1 && strchr(" \f\n\r\t\v", value[len - 1]) != nullptr)) {
+                abort();
+            }
             free(value);
         }
     }
@@ -36,7 +46,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     ParseLscpu(loaded.lines, loaded.count, &l);
     cpuinfo_t c = {};
     (void)ParseCpuinfo(loaded.lines, loaded.count, processor, &c);
-    if (strnlen(c.modelName, sizeof(c.modelName)) == sizeof(c.modelName)) abort();
+    if (strnlen(c.modelName, sizeof(c.modelName)) == sizeof(c.modelName)) {
+        abort();
+    }
     netdev_info_t n = {};
     (void)ParseNetdev(loaded.lines, loaded.count, "lo", &n);
     disk_stats_t d = {};

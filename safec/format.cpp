@@ -21,7 +21,9 @@ int FormatInto(wchar_t* dest, size_t size, const wchar_t* format, va_list args) 
 // or dest is emptied (sprintf_s).
 template <typename CharT>
 int FormatBounded(CharT* dest, size_t destsz, size_t count, const CharT* format, va_list args, bool keepCut) {
-    if (dest == nullptr || destsz == 0 || destsz > safec::Limits<CharT>::kString) return -1;
+    if (dest == nullptr || destsz == 0 || destsz > safec::Limits<CharT>::kString) {
+        return -1;
+    }
     if (format == nullptr) {
         dest[0] = 0;
         return -1;
@@ -33,7 +35,9 @@ int FormatBounded(CharT* dest, size_t destsz, size_t count, const CharT* format,
         return -1;
     }
     if (static_cast<size_t>(written) > limit) {
-        if (!keepCut) dest[0] = 0;
+        if (!keepCut) {
+            dest[0] = 0;
+        }
         return -1;
     }
     return written;

@@ -15,11 +15,21 @@ errno_t Refuse(T* dest, size_t destsz, errno_t code) {
 
 template <typename T>
 errno_t CopyBlock(T* dest, size_t destsz, const T* src, size_t count, bool mayOverlap) {
-    if (destsz == 0 || destsz > safec::Limits<T>::kMem) return ERANGE;
-    if (dest == nullptr) return EINVAL;
-    if (src == nullptr) return Refuse(dest, destsz, EINVAL);
-    if (count > destsz) return Refuse(dest, destsz, ERANGE);
-    if (count == 0) return 0;
+    if (destsz == 0 || destsz > safec::Limits<T>::kMem) {
+        return ERANGE;
+    }
+    if (dest == nullptr) {
+        return EINVAL;
+    }
+    if (src == nullptr) {
+        return Refuse(dest, destsz, EINVAL);
+    }
+    if (count > destsz) {
+        return Refuse(dest, destsz, ERANGE);
+    }
+    if (count == 0) {
+        return 0;
+    }
     if (mayOverlap) {
         memmove(dest, src, count * sizeof(T));
         return 0;

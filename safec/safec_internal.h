@@ -54,10 +54,18 @@ errno_t ResetText(CharT* dest, errno_t code) {
 // refusal once the destination is known usable leaves it empty.
 template <typename CharT>
 errno_t CheckTextArgs(CharT* dest, size_t destsz, const CharT* src, size_t count) {
-    if (destsz == 0 || destsz > Limits<CharT>::kString) return ERANGE;
-    if (dest == nullptr) return EINVAL;
-    if (src == nullptr) return ResetText(dest, EINVAL);
-    if (count > Limits<CharT>::kString) return ResetText(dest, ERANGE);
+    if (destsz == 0 || destsz > Limits<CharT>::kString) {
+        return ERANGE;
+    }
+    if (dest == nullptr) {
+        return EINVAL;
+    }
+    if (src == nullptr) {
+        return ResetText(dest, EINVAL);
+    }
+    if (count > Limits<CharT>::kString) {
+        return ResetText(dest, ERANGE);
+    }
     return 0;
 }
 
@@ -65,9 +73,13 @@ errno_t CheckTextArgs(CharT* dest, size_t destsz, const CharT* src, size_t count
 template <typename CharT>
 errno_t CopyText(CharT* dest, size_t destsz, const CharT* src, size_t count) {
     const errno_t bad = CheckTextArgs(dest, destsz, src, count);
-    if (bad != 0) return bad;
+    if (bad != 0) {
+        return bad;
+    }
     const size_t n = BoundedLength(src, Smaller(count, destsz));
-    if (n == destsz) return ResetText(dest, ERANGE);
+    if (n == destsz) {
+        return ResetText(dest, ERANGE);
+    }
     if (RangesOverlap(dest, (n + 1) * sizeof(CharT), src, SourceSpan(n, count) * sizeof(CharT))) {
         return ResetText(dest, EINVAL);
     }
@@ -81,12 +93,18 @@ errno_t CopyText(CharT* dest, size_t destsz, const CharT* src, size_t count) {
 template <typename CharT>
 errno_t AppendText(CharT* dest, size_t destsz, const CharT* src, size_t count) {
     const errno_t bad = CheckTextArgs(dest, destsz, src, count);
-    if (bad != 0) return bad;
+    if (bad != 0) {
+        return bad;
+    }
     const size_t used = BoundedLength(dest, destsz);
-    if (used == destsz) return ResetText(dest, EINVAL);
+    if (used == destsz) {
+        return ResetText(dest, EINVAL);
+    }
     const size_t room = destsz - used;
     const size_t n = BoundedLength(src, Smaller(count, room));
-    if (n == room) return ResetText(dest, ERANGE);
+    if (n == room) {
+        return ResetText(dest, ERANGE);
+    }
     if (RangesOverlap(dest, (used + n + 1) * sizeof(CharT), src, SourceSpan(n, count) * sizeof(CharT))) {
         return ResetText(dest, EINVAL);
     }
@@ -98,7 +116,9 @@ errno_t AppendText(CharT* dest, size_t destsz, const CharT* src, size_t count) {
 template <typename CharT>
 bool IsDelimiter(CharT c, const CharT* delim) {
     for (; *delim != 0; ++delim) {
-        if (*delim == c) return true;
+        if (*delim == c) {
+            return true;
+        }
     }
     return false;
 }
@@ -106,17 +126,27 @@ bool IsDelimiter(CharT c, const CharT* delim) {
 // strtok_r: the context keeps the position after the last token.
 template <typename CharT>
 CharT* NextToken(CharT* token, const CharT* delim, CharT** context) {
-    if (delim == nullptr || context == nullptr) return nullptr;
+    if (delim == nullptr || context == nullptr) {
+        return nullptr;
+    }
     CharT* p = token != nullptr ? token : *context;
-    if (p == nullptr) return nullptr;
-    while (*p != 0 && IsDelimiter(*p, delim)) ++p;
+    if (p == nullptr) {
+        return nullptr;
+    }
+    while (*p != 0 && IsDelimiter(*p, delim)) {
+        ++p;
+    }
     if (*p == 0) {
         *context = p;
         return nullptr;
     }
     CharT* const start = p;
-    while (*p != 0 && !IsDelimiter(*p, delim)) ++p;
-    if (*p != 0) *p++ = 0;
+    while (*p != 0 && !IsDelimiter(*p, delim)) {
+        ++p;
+    }
+    if (*p != 0) {
+        *p++ = 0;
+    }
     *context = p;
     return start;
 }

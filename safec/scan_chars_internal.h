@@ -20,9 +20,15 @@ inline unsigned long Code(wchar_t c) { return static_cast<uint32_t>(c); }
 // Value of a digit in any base up to 36; 99 for a non-digit.
 template <typename CharT>
 int DigitValue(CharT c) {
-    if (c >= '0' && c <= '9') return static_cast<int>(c - '0');
-    if (c >= 'a' && c <= 'z') return static_cast<int>(c - 'a') + 10;
-    if (c >= 'A' && c <= 'Z') return static_cast<int>(c - 'A') + 10;
+    if (c >= '0' && c <= '9') {
+        return static_cast<int>(c - '0');
+    }
+    if (c >= 'a' && c <= 'z') {
+        return static_cast<int>(c - 'a') + 10;
+    }
+    if (c >= 'A' && c <= 'Z') {
+        return static_cast<int>(c - 'A') + 10;
+    }
     return 99;
 }
 

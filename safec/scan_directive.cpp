@@ -58,9 +58,15 @@ const CharT* ParseSet(const CharT* p, Directive<CharT>* directive) {
         ++p;
     }
     directive->setBegin = p;
-    if (*p == ']') ++p;
-    while (*p != 0 && *p != ']') ++p;
-    if (*p == 0) return nullptr;
+    if (*p == ']') {
+        ++p;
+    }
+    while (*p != 0 && *p != ']') {
+        ++p;
+    }
+    if (*p == 0) {
+        return nullptr;
+    }
     directive->setEnd = p;
     return p + 1;
 }
@@ -84,13 +90,21 @@ const CharT* ParseDirective(const CharT* p, Directive<CharT>* directive) {
         ++p;
     }
     for (; *p >= '0' && *p <= '9'; ++p) {
-        if (directive->width < kWidthCap) directive->width = directive->width * 10 + static_cast<size_t>(*p - '0');
+        if (directive->width < kWidthCap) {
+            directive->width = directive->width * 10 + static_cast<size_t>(*p - '0');
+        }
     }
-    if (directive->width >= kWidthCap) directive->width = 0;
+    if (directive->width >= kWidthCap) {
+        directive->width = 0;
+    }
     p = ParseLength(p, &directive->length);
-    if (!IsConversion(*p)) return nullptr;
+    if (!IsConversion(*p)) {
+        return nullptr;
+    }
     directive->conversion = *p;
-    if (*p == '[') return ParseSet(p + 1, directive);
+    if (*p == '[') {
+        return ParseSet(p + 1, directive);
+    }
     return p + 1;
 }
 

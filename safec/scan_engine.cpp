@@ -83,10 +83,14 @@ private:
     }
     void Advance(Cursor<CharT>* cur) {
         cur->have = cur->left != 0 && input_.Next(&cur->c);
-        if (cur->have) --cur->left;
+        if (cur->have) {
+            --cur->left;
+        }
     }
     void Release(const Cursor<CharT>& cur) {
-        if (cur.have) input_.Unget(cur.c);
+        if (cur.have) {
+            input_.Unget(cur.c);
+        }
     }
     void Keep(Cursor<CharT>* cur, FloatText* text) {
         text->Append(Code(cur->c));
@@ -124,7 +128,9 @@ int Scanner<CharT, Input>::Run(const CharT* format) {
     while (*f != 0) {
         Outcome outcome;
         if (IsSpace(*f)) {
-            while (IsSpace(*f)) ++f;
+            while (IsSpace(*f)) {
+                ++f;
+            }
             SkipSpace();
             continue;
         }
@@ -133,7 +139,9 @@ int Scanner<CharT, Input>::Run(const CharT* format) {
         } else {
             Directive<CharT> directive;
             f = ParseDirective(f + 1, &directive);
-            if (f == nullptr) return assigned_;
+            if (f == nullptr) {
+                return assigned_;
+            }
             outcome = Convert(directive);
         }
         switch (outcome) {
@@ -167,8 +175,12 @@ void Scanner<CharT, Input>::SkipSpace() {
 template <typename CharT, typename Input>
 Outcome Scanner<CharT, Input>::MatchLiteral(CharT expected) {
     CharT c;
-    if (!input_.Next(&c)) return Outcome::kInputEnd;
-    if (c == expected) return Outcome::kNoted;
+    if (!input_.Next(&c)) {
+        return Outcome::kInputEnd;
+    }
+    if (c == expected) {
+        return Outcome::kNoted;
+    }
     input_.Unget(c);
     return Outcome::kMismatch;
 }
@@ -214,9 +226,13 @@ Outcome Scanner<CharT, Input>::Convert(const Directive<CharT>& directive) {
 template <typename CharT, typename Input>
 Outcome Scanner<CharT, Input>::ScanInteger(const Directive<CharT>& directive, int base, bool isSigned) {
     Cursor<CharT> cur;
-    if (!Begin(directive.width != 0 ? directive.width : SIZE_MAX, &cur)) return Outcome::kInputEnd;
+    if (!Begin(directive.width != 0 ? directive.width : SIZE_MAX, &cur)) {
+        return Outcome::kInputEnd;
+    }
     const bool negative = cur.c == '-';
-    if (IsSign(cur.c)) Advance(&cur);
+    if (IsSign(cur.c)) {
+        Advance(&cur);
+    }
     bool sawDigit = false;
     if (cur.have && cur.c == '0' && (base == 0 || base == 16)) {
         sawDigit = true;
@@ -228,23 +244,31 @@ Outcome Scanner<CharT, Input>::ScanInteger(const Directive<CharT>& directive, in
             base = 8;
         }
     }
-    if (base == 0) base = 10;
+    if (base == 0) {
+        base = 10;
+    }
     const unsigned long long ubase = static_cast<unsigned long long>(base);
     unsigned long long value = 0;
     bool overflow = false;
     for (; cur.have && DigitValue(cur.c) < base; Advance(&cur)) {
         const unsigned long long digit = static_cast<unsigned long long>(DigitValue(cur.c));
         sawDigit = true;
-        if (value > (ULLONG_MAX - digit) / ubase) overflow = true;
+        if (value > (ULLONG_MAX - digit) / ubase) {
+            overflow = true;
+        }
         value = value * ubase + digit;
     }
     Release(cur);
-    if (!sawDigit) return Outcome::kMismatch;
+    if (!sawDigit) {
+        return Outcome::kMismatch;
+    }
     // Out-of-range values saturate as strtoll/strtoull do, then the store
     // keeps the low bits of the target type.
     if (isSigned) {
         const unsigned long long limit = negative ? 1ULL + LLONG_MAX : static_cast<unsigned long long>(LLONG_MAX);
-        if (overflow || value > limit) value = limit;
+        if (overflow || value > limit) {
+            value = limit;
+        }
     } else if (overflow) {
         return StoreInteger(directive, ULLONG_MAX);
     }
@@ -257,11 +281,17 @@ Outcome Scanner<CharT, Input>::ScanInteger(const Directive<CharT>& directive, in
 template <typename CharT, typename Input>
 Outcome Scanner<CharT, Input>::ScanFloat(const Directive<CharT>& directive) {
     Cursor<CharT> cur;
-    if (!Begin(directive.width != 0 ? directive.width : SIZE_MAX, &cur)) return Outcome::kInputEnd;
+    if (!Begin(directive.width != 0 ? directive.width : SIZE_MAX, &cur)) {
+        return Outcome::kInputEnd;
+    }
     FloatText text;
-    if (IsSign(cur.c)) Keep(&cur, &text);
+    if (IsSign(cur.c)) {
+        Keep(&cur, &text);
+    }
     if (cur.have && Lower(cur.c) == 'i') {
-        if (CollectWord("inf", &cur, &text)) CollectWord("inity", &cur, &text);
+        if (CollectWord("inf", &cur, &text)) {
+            CollectWord("inity", &cur, &text);
+        }
     } else if (cur.have && Lower(cur.c) == 'n') {
         CollectNan(&cur, &text);
     } else {
@@ -277,7 +307,9 @@ Outcome Scanner<CharT, Input>::ScanFloat(const Directive<CharT>& directive) {
 template <typename CharT, typename Input>
 bool Scanner<CharT, Input>::CollectWord(const char* word, Cursor<CharT>* cur, FloatText* text) {
     for (; *word != 0; ++word) {
-        if (!cur->have || Lower(cur->c) != static_cast<CharT>(*word)) return false;
+        if (!cur->have || Lower(cur->c) != static_cast<CharT>(*word)) {
+            return false;
+        }
         Keep(cur, text);
     }
     return true;
@@ -286,10 +318,16 @@ bool Scanner<CharT, Input>::CollectWord(const char* word, Cursor<CharT>* cur, Fl
 // "nan" with an optional "(letters, digits, underscores)".
 template <typename CharT, typename Input>
 void Scanner<CharT, Input>::CollectNan(Cursor<CharT>* cur, FloatText* text) {
-    if (!CollectWord("nan", cur, text) || !cur->have || cur->c != '(') return;
+    if (!CollectWord("nan", cur, text) || !cur->have || cur->c != '(') {
+        return;
+    }
     Keep(cur, text);
-    while (cur->have && (cur->c == '_' || DigitValue(cur->c) < 36)) Keep(cur, text);
-    if (cur->have && cur->c == ')') Keep(cur, text);
+    while (cur->have && (cur->c == '_' || DigitValue(cur->c) < 36)) {
+        Keep(cur, text);
+    }
+    if (cur->have && cur->c == ')') {
+        Keep(cur, text);
+    }
 }
 
 // Digits, an optional point and digits, and an exponent (p for hex).
@@ -310,9 +348,13 @@ void Scanner<CharT, Input>::CollectNumber(Cursor<CharT>* cur, FloatText* text) {
         Keep(cur, text);
         sawDigit = CollectDigits(base, cur, text) || sawDigit;
     }
-    if (!sawDigit || !cur->have || Lower(cur->c) != (base == 16 ? 'p' : 'e')) return;
+    if (!sawDigit || !cur->have || Lower(cur->c) != (base == 16 ? 'p' : 'e')) {
+        return;
+    }
     Keep(cur, text);
-    if (cur->have && IsSign(cur->c)) Keep(cur, text);
+    if (cur->have && IsSign(cur->c)) {
+        Keep(cur, text);
+    }
     CollectDigits(10, cur, text);
 }
 
@@ -337,8 +379,12 @@ Outcome Scanner<CharT, Input>::ScanText(const Directive<CharT>& directive, TextK
     }
     void* buffer = va_arg(args_, void*);
     const size_t size = va_arg(args_, unsigned int);
-    if (buffer == nullptr) return Outcome::kMismatch;
-    if (wideOut) return ScanTextInto(directive, kind, static_cast<wchar_t*>(buffer), size);
+    if (buffer == nullptr) {
+        return Outcome::kMismatch;
+    }
+    if (wideOut) {
+        return ScanTextInto(directive, kind, static_cast<wchar_t*>(buffer), size);
+    }
     return ScanTextInto(directive, kind, static_cast<char*>(buffer), size);
 }
 
@@ -361,7 +407,9 @@ Outcome Scanner<CharT, Input>::ScanTextInto(const Directive<CharT>& directive, T
     FieldWriter<CharT, OutT> out(buffer, size, kind != TextKind::kChars);
     const size_t width = directive.width != 0 ? directive.width : (kind == TextKind::kChars ? 1 : SIZE_MAX);
     Cursor<CharT> cur;
-    if (!Begin(width, &cur)) return Outcome::kInputEnd;
+    if (!Begin(width, &cur)) {
+        return Outcome::kInputEnd;
+    }
     size_t taken = 0;
     for (; cur.have && Accepts(directive, kind, cur.c); Advance(&cur), ++taken) {
         const PutResult put = out.Put(cur.c);
@@ -376,29 +424,41 @@ Outcome Scanner<CharT, Input>::ScanTextInto(const Directive<CharT>& directive, T
         }
     }
     Release(cur);
-    if (taken == 0) return Outcome::kMismatch;
+    if (taken == 0) {
+        return Outcome::kMismatch;
+    }
     // %c needs all of its width; the input ended before.
-    if (kind == TextKind::kChars && taken != width) return Outcome::kInputEnd;
+    if (kind == TextKind::kChars && taken != width) {
+        return Outcome::kInputEnd;
+    }
     if (!out.Complete()) {
         out.Empty();
         return Outcome::kMismatch;
     }
-    if (kind != TextKind::kChars) out.Terminate();
+    if (kind != TextKind::kChars) {
+        out.Terminate();
+    }
     return directive.suppress ? Outcome::kSkipped : Outcome::kAssigned;
 }
 
 template <typename CharT, typename Input>
 Outcome Scanner<CharT, Input>::StoreCount(const Directive<CharT>& directive) {
-    if (directive.suppress) return Outcome::kNoted;
+    if (directive.suppress) {
+        return Outcome::kNoted;
+    }
     const Outcome stored = StoreInteger(directive, input_.Consumed());
     return stored == Outcome::kAssigned ? Outcome::kNoted : stored;
 }
 
 template <typename CharT, typename Input>
 Outcome Scanner<CharT, Input>::StoreInteger(const Directive<CharT>& directive, unsigned long long bits) {
-    if (directive.suppress) return Outcome::kSkipped;
+    if (directive.suppress) {
+        return Outcome::kSkipped;
+    }
     void* target = va_arg(args_, void*);
-    if (target == nullptr) return Outcome::kMismatch;
+    if (target == nullptr) {
+        return Outcome::kMismatch;
+    }
     if (directive.conversion == 'p') {
         *static_cast<void**>(target) = reinterpret_cast<void*>(static_cast<uintptr_t>(bits));
         return Outcome::kAssigned;
@@ -451,10 +511,16 @@ Outcome Scanner<CharT, Input>::StoreParsed(const Directive<CharT>& directive, co
                                            T (*parse)(const char*, char**)) {
     char* end = nullptr;
     const T value = parse(text.text, &end);
-    if (!text.Whole(end)) return Outcome::kMismatch;
-    if (directive.suppress) return Outcome::kSkipped;
+    if (!text.Whole(end)) {
+        return Outcome::kMismatch;
+    }
+    if (directive.suppress) {
+        return Outcome::kSkipped;
+    }
     T* target = va_arg(args_, T*);
-    if (target == nullptr) return Outcome::kMismatch;
+    if (target == nullptr) {
+        return Outcome::kMismatch;
+    }
     *target = value;
     return Outcome::kAssigned;
 }

@@ -18,7 +18,9 @@ class StringInput {
 public:
     explicit StringInput(const CharT* text) : next_(text) {}
     bool Next(CharT* c) {
-        if (*next_ == 0) return false;
+        if (*next_ == 0) {
+            return false;
+        }
         *c = *next_++;
         ++consumed_;
         return true;
@@ -54,7 +56,9 @@ class StreamInput {
 public:
     explicit StreamInput(FILE* stream) : stream_(stream) {}
     bool Next(CharT* c) {
-        if (!ReadStream(stream_, c)) return false;
+        if (!ReadStream(stream_, c)) {
+            return false;
+        }
         ++consumed_;
         return true;
     }

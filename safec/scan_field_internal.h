@@ -24,15 +24,21 @@ public:
     PutResult Put(InT c) { return buffer_ == nullptr ? PutResult::kOk : Convert(c); }
     bool Complete() const { return buffer_ == nullptr || mbsinit(&state_) != 0; }
     void Terminate() {
-        if (buffer_ != nullptr) buffer_[used_] = 0;
+        if (buffer_ != nullptr) {
+            buffer_[used_] = 0;
+        }
     }
     void Empty() {
-        if (buffer_ != nullptr && size_ > 0) buffer_[0] = 0;
+        if (buffer_ != nullptr && size_ > 0) {
+            buffer_[0] = 0;
+        }
     }
 
 private:
     PutResult Store(OutT c) {
-        if (used_ >= capacity_) return PutResult::kNoRoom;
+        if (used_ >= capacity_) {
+            return PutResult::kNoRoom;
+        }
         buffer_[used_++] = c;
         return PutResult::kOk;
     }
@@ -61,8 +67,12 @@ template <>
 inline PutResult FieldWriter<char, wchar_t>::Convert(char c) {
     wchar_t wc = 0;
     const size_t r = mbrtowc(&wc, &c, 1, &state_);
-    if (r == static_cast<size_t>(-2)) return PutResult::kOk;
-    if (r == static_cast<size_t>(-1)) return PutResult::kBadChar;
+    if (r == static_cast<size_t>(-2)) {
+        return PutResult::kOk;
+    }
+    if (r == static_cast<size_t>(-1)) {
+        return PutResult::kBadChar;
+    }
     return Store(wc);
 }
 
@@ -71,9 +81,15 @@ template <>
 inline PutResult FieldWriter<wchar_t, char>::Convert(wchar_t c) {
     char bytes[MB_LEN_MAX];
     const size_t n = wcrtomb(bytes, c, &state_);
-    if (n == static_cast<size_t>(-1)) return PutResult::kBadChar;
-    if (n > capacity_ - used_) return PutResult::kNoRoom;
-    for (size_t i = 0; i < n; ++i) buffer_[used_++] = bytes[i];
+    if (n == static_cast<size_t>(-1)) {
+        return PutResult::kBadChar;
+    }
+    if (n > capacity_ - used_) {
+        return PutResult::kNoRoom;
+    }
+    for (size_t i = 0; i < n; ++i) {
+        buffer_[used_++] = bytes[i];
+    }
     return PutResult::kOk;
 }
 

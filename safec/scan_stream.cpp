@@ -9,7 +9,9 @@ namespace {
 
 template <typename CharT>
 int ScanStream(FILE* stream, const CharT* format, va_list args) {
-    if (stream == nullptr || format == nullptr) return EOF;
+    if (stream == nullptr || format == nullptr) {
+        return EOF;
+    }
     flockfile(stream);
     safec::StreamInput<CharT> input(stream);
     const int ret = safec::ScanInput(input, format, args);

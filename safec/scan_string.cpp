@@ -7,7 +7,9 @@ namespace {
 
 template <typename CharT>
 int ScanText(const CharT* buffer, const CharT* format, va_list args) {
-    if (buffer == nullptr || format == nullptr) return EOF;
+    if (buffer == nullptr || format == nullptr) {
+        return EOF;
+    }
     safec::StringInput<CharT> input(buffer);
     return safec::ScanInput(input, format, args);
 }

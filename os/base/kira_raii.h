@@ -22,7 +22,9 @@ public:
     ~UniqueFd() { reset(); }
     UniqueFd(UniqueFd&& o) noexcept : fd_(o.release()) {}
     UniqueFd& operator=(UniqueFd&& o) noexcept {
-        if (this != &o) reset(o.release());
+        if (this != &o) {
+            reset(o.release());
+        }
         return *this;
     }
     UniqueFd(const UniqueFd&) = delete;
@@ -37,7 +39,9 @@ public:
     }
     // close() is never retried: on Linux the descriptor is gone even on EINTR.
     void reset(int fd = -1) {
-        if (fd_ >= 0) ::close(fd_);
+        if (fd_ >= 0) {
+            ::close(fd_);
+        }
         fd_ = fd;
     }
 
@@ -54,7 +58,9 @@ public:
     ~UniqueHandle() { reset(); }
     UniqueHandle(UniqueHandle&& o) noexcept : p_(o.release()) {}
     UniqueHandle& operator=(UniqueHandle&& o) noexcept {
-        if (this != &o) reset(o.release());
+        if (this != &o) {
+            reset(o.release());
+        }
         return *this;
     }
     UniqueHandle(const UniqueHandle&) = delete;
@@ -68,7 +74,9 @@ public:
         return p;
     }
     void reset(T* p = nullptr) {
-        if (p_ != nullptr) Closer(p_);
+        if (p_ != nullptr) {
+            Closer(p_);
+        }
         p_ = p;
     }
 
@@ -105,9 +113,7 @@ public:
     HeapList(const HeapList&) = delete;
     HeapList& operator=(const HeapList&) = delete;
 
-    struct list_head* get() {
-        return &head_;
-    }
+    struct list_head* get() { return &head_; }
 
 private:
     struct list_head head_;

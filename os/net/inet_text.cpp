@@ -23,8 +23,12 @@ constexpr uint8_t kOther = 19;
 struct ClassTable {
     uint8_t of[256] = {};
     constexpr ClassTable() {
-        for (int c = 0; c < 256; c++) of[c] = kOther;
-        for (int c = 0; c < 10; c++) of['0' + c] = static_cast<uint8_t>(c);
+        for (int c = 0; c < 256; c++) {
+            of[c] = kOther;
+        }
+        for (int c = 0; c < 10; c++) {
+            of['0' + c] = static_cast<uint8_t>(c);
+        }
         for (int c = 0; c < 6; c++) {
             of['a' + c] = static_cast<uint8_t>(10 + c);
             of['A' + c] = static_cast<uint8_t>(10 + c);
@@ -40,15 +44,21 @@ constexpr ClassTable kClass;
 // 255; src is left on the first byte after the part.
 inline bool Ip4Part(const unsigned char*& src, uint8_t* part) {
     unsigned value = static_cast<unsigned>(*src - '0');
-    if (value > 9) return false;
+    if (value > 9) {
+        return false;
+    }
     unsigned digit = static_cast<unsigned>(*++src - '0');
     if (digit <= 9) {
-        if (value == 0) return false;
+        if (value == 0) {
+            return false;
+        }
         value = value * 10 + digit;
         digit = static_cast<unsigned>(*++src - '0');
         if (digit <= 9) {
             value = value * 10 + digit;
-            if (value > 255) return false;
+            if (value > 255) {
+                return false;
+            }
             ++src;
         }
     }
@@ -59,8 +69,12 @@ inline bool Ip4Part(const unsigned char*& src, uint8_t* part) {
 int32_t ParseIp4(const unsigned char* src, uint8_t* dst) {
     uint8_t parts[4];
     for (int i = 0; i < 4; i++) {
-        if (!Ip4Part(src, &parts[i])) return 0;
-        if (*src != (i < 3 ? '.' : '\0')) return 0;
+        if (!Ip4Part(src, &parts[i])) {
+            return 0;
+        }
+        if (*src != (i < 3 ? '.' : '\0')) {
+            return 0;
+        }
         ++src;
     }
     memcpy(dst, parts, sizeof parts);
@@ -77,7 +91,9 @@ int32_t ParseIp6(const unsigned char* src, uint8_t* dst) {
     int filled = 0;
     int gap = -1;  // where "::" stands, in bytes
     // A leading ':' is only allowed as the first half of "::".
-    if (*src == ':' && *++src != ':') return 0;
+    if (*src == ':' && *++src != ':') {
+        return 0;
+    }
     const unsigned char* token = src;
     for (;;) {
         uint8_t cls = kClass.of[*src];
@@ -85,40 +101,60 @@ int32_t ParseIp6(const unsigned char* src, uint8_t* dst) {
             // A whole group at once; its separator decides what follows.
             const unsigned char* start = src;
             unsigned value = cls;
-            while ((cls = kClass.of[*++src]) < kColon) value = (value << 4) | cls;
-            if (src - start > 4) return 0;
+            while ((cls = kClass.of[*++src]) < kColon) {
+                value = (value << 4) | cls;
+            }
+            if (src - start > 4) {
+                return 0;
+            }
             if (cls == kDot) {
-                if (filled + 4 > kIp6Bytes || ParseIp4(token, bytes + filled) <= 0) return 0;
+                if (filled + 4 > kIp6Bytes || ParseIp4(token, bytes + filled) <= 0) {
+                    return 0;
+                }
                 filled += 4;
                 break;
             }
-            if (filled + 2 > kIp6Bytes) return 0;
+            if (filled + 2 > kIp6Bytes) {
+                return 0;
+            }
             PutGroup(bytes + filled, value);
             filled += 2;
-            if (cls == kEnd) break;
-            if (cls != kColon) return 0;
+            if (cls == kEnd) {
+                break;
+            }
+            if (cls != kColon) {
+                return 0;
+            }
             // A colon right before the end is not refused: "1::2:" reads as
             // "1::2", as callers have always had it.
             token = ++src;
             continue;
         }
         if (cls == kColon) {
-            if (gap >= 0) return 0;
+            if (gap >= 0) {
+                return 0;
+            }
             gap = filled;
             token = ++src;
             continue;
         }
-        if (cls == kEnd) break;
+        if (cls == kEnd) {
+            break;
+        }
         return 0;
     }
     if (gap >= 0) {
-        if (filled == kIp6Bytes) return 0;
+        if (filled == kIp6Bytes) {
+            return 0;
+        }
         int tail = filled - gap;
         memmove(bytes + kIp6Bytes - tail, bytes + gap, static_cast<size_t>(tail));
         memset(bytes + gap, 0, static_cast<size_t>(kIp6Bytes - tail - gap));
         filled = kIp6Bytes;
     }
-    if (filled != kIp6Bytes) return 0;
+    if (filled != kIp6Bytes) {
+        return 0;
+    }
     memcpy(dst, bytes, sizeof bytes);
     return 1;
 }
@@ -130,8 +166,12 @@ struct ByteTexts {
     constexpr ByteTexts() {
         for (int v = 0; v < 256; v++) {
             int n = 0;
-            if (v >= 100) text[v][n++] = static_cast<char>('0' + v / 100);
-            if (v >= 10) text[v][n++] = static_cast<char>('0' + v / 10 % 10);
+            if (v >= 100) {
+                text[v][n++] = static_cast<char>('0' + v / 100);
+            }
+            if (v >= 10) {
+                text[v][n++] = static_cast<char>('0' + v / 10 % 10);
+            }
             text[v][n++] = static_cast<char>('0' + v % 10);
             length[v] = static_cast<uint8_t>(n);
         }
@@ -162,25 +202,37 @@ KIRA_EXPORT char* KIRA_inet_ntoa(uint32_t addr, char* buf) {
 }
 
 KIRA_EXPORT int32_t KIRA_inet_pton4(const char* src, uint8_t* dst) {
-    if (src == nullptr || dst == nullptr) return -1;
+    if (src == nullptr || dst == nullptr) {
+        return -1;
+    }
     return ParseIp4(reinterpret_cast<const unsigned char*>(src), dst);
 }
 
 KIRA_EXPORT int32_t KIRA_inet_pton6(const char* src, uint8_t* dst) {
-    if (src == nullptr || dst == nullptr) return -1;
+    if (src == nullptr || dst == nullptr) {
+        return -1;
+    }
     return ParseIp6(reinterpret_cast<const unsigned char*>(src), dst);
 }
 
 KIRA_EXPORT int32_t KIRA_inet_pton(int32_t family, const char* src, void* dst) {
-    if (src == nullptr || dst == nullptr) return -1;
-    if (family == kFamilyIp4) return KIRA_inet_pton4(src, static_cast<uint8_t*>(dst));
-    if (family == kFamilyIp6) return KIRA_inet_pton6(src, static_cast<uint8_t*>(dst));
+    if (src == nullptr || dst == nullptr) {
+        return -1;
+    }
+    if (family == kFamilyIp4) {
+        return KIRA_inet_pton4(src, static_cast<uint8_t*>(dst));
+    }
+    if (family == kFamilyIp6) {
+        return KIRA_inet_pton6(src, static_cast<uint8_t*>(dst));
+    }
     return 0;
 }
 
 KIRA_EXPORT uint32_t KIRA_inet_addr(const char* text) {
     struct in_addr addr = {};
-    if (text == nullptr || inet_aton(text, &addr) == 0) return 0xFFFFFFFFu;
+    if (text == nullptr || inet_aton(text, &addr) == 0) {
+        return 0xFFFFFFFFu;
+    }
     return addr.s_addr;
 }
 

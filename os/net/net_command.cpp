@@ -15,10 +15,18 @@ namespace {
 struct SafeSet {
     uint64_t bits[4] = {};
     constexpr SafeSet() {
-        for (int c = '0'; c <= '9'; c++) Add(c);
-        for (int c = 'a'; c <= 'z'; c++) Add(c);
-        for (int c = 'A'; c <= 'Z'; c++) Add(c);
-        for (char c : {'.', ':', '-', '_', '@', '/', '%', '+'}) Add(c);
+        for (int c = '0'; c <= '9'; c++) {
+            Add(c);
+        }
+        for (int c = 'a'; c <= 'z'; c++) {
+            Add(c);
+        }
+        for (int c = 'A'; c <= 'Z'; c++) {
+            Add(c);
+        }
+        for (char c : {'.', ':', '-', '_', '@', '/', '%', '+'}) {
+            Add(c);
+        }
     }
     constexpr void Add(int c) { bits[c >> 6] |= uint64_t{1} << (c & 63); }
     constexpr bool Has(unsigned char c) const { return (bits[c >> 6] >> (c & 63)) & 1; }
@@ -27,7 +35,9 @@ constexpr SafeSet kSafe;
 
 bool TextSafe(const char* text) {
     for (const unsigned char* p = reinterpret_cast<const unsigned char*>(text); *p != '\0'; p++) {
-        if (!kSafe.Has(*p)) return false;
+        if (!kSafe.Has(*p)) {
+            return false;
+        }
     }
     return true;
 }
@@ -41,7 +51,9 @@ void FormatInto(char (&command)[NET_COMMAND_SIZE], const char* format, va_list a
 
 bool AnyNull(std::initializer_list<const char*> args) {
     for (const char* arg : args) {
-        if (arg == nullptr) return true;
+        if (arg == nullptr) {
+            return true;
+        }
     }
     return false;
 }

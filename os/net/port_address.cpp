@@ -30,7 +30,9 @@ bool QueryInterface(int sock, unsigned long request, struct ifreq* req, uint32_t
     }
     struct sockaddr_in in;
     memcpy(&in, &req->ifr_addr, sizeof in);
-    if (in.sin_addr.s_addr == 0) return false;
+    if (in.sin_addr.s_addr == 0) {
+        return false;
+    }
     *out = in.sin_addr.s_addr;
     return true;
 }
@@ -70,24 +72,32 @@ KIRA_EXPORT int32_t KIRA_GetEthIPAddr(const char* name, uint32_t* addr, uint32_t
     memset(&req, 0, sizeof req);
     // A name of IFNAMSIZ characters or more leaves the request's name empty,
     // so the query below fails instead of asking about a cut name.
-    if (strlen(name) < IFNAMSIZ) (void)strcpy_s(req.ifr_name, sizeof req.ifr_name, name);
+    if (strlen(name) < IFNAMSIZ) {
+        (void)strcpy_s(req.ifr_name, sizeof req.ifr_name, name);
+    }
     kira::UniqueFd sock(socket(AF_INET, SOCK_DGRAM, 0));
     if (!sock.valid()) {
         syslog(LOG_INFO, "Create socket fail!\n");
         return -1;
     }
     uint32_t found = 0;
-    if (!QueryInterface(sock.get(), SIOCGIFADDR, &req, &found)) return -1;
+    if (!QueryInterface(sock.get(), SIOCGIFADDR, &req, &found)) {
+        return -1;
+    }
     *addr = found;
     if (mask != nullptr) {
-        if (!QueryInterface(sock.get(), SIOCGIFNETMASK, &req, &found)) return -1;
+        if (!QueryInterface(sock.get(), SIOCGIFNETMASK, &req, &found)) {
+            return -1;
+        }
         *mask = found;
     }
     return 0;
 }
 
 KIRA_EXPORT int32_t KIRA_GetPortIP(const char* name, char* addr, char* mask) {
-    if (name == nullptr || addr == nullptr || mask == nullptr) return -EINVAL;
+    if (name == nullptr || addr == nullptr || mask == nullptr) {
+        return -EINVAL;
+    }
     uint32_t address = 0;
     uint32_t netmask = 0;
     int32_t ret = KIRA_GetEthIPAddr(name, &address, &netmask);

@@ -17,7 +17,9 @@ constexpr int32_t kSendTimeout = 21;
 // Logs the first failure with its own message and returns its result.
 int SetIntOption(int sock, int level, int name, int32_t value, const char* failure) {
     int ret = setsockopt(sock, level, name, &value, sizeof value);
-    if (ret < 0) syslog(LOG_INFO, failure, ret);
+    if (ret < 0) {
+        syslog(LOG_INFO, failure, ret);
+    }
     return ret;
 }
 
@@ -31,8 +33,12 @@ KIRA_EXPORT int32_t KIRA_SetSockKeepAlive(int32_t sock, int32_t enable, int32_t 
         return -1;
     }
     int ret = SetIntOption(sock, SOL_SOCKET, SO_KEEPALIVE, enable, "set socket SO_KEEPALIVE fail, ret = (%d).\n");
-    if (ret < 0) return ret;
-    if (enable == 0) return 0;
+    if (ret < 0) {
+        return ret;
+    }
+    if (enable == 0) {
+        return 0;
+    }
     struct TcpOption {
         int name;
         int32_t value;
@@ -45,7 +51,9 @@ KIRA_EXPORT int32_t KIRA_SetSockKeepAlive(int32_t sock, int32_t enable, int32_t 
     };
     for (const TcpOption& option : options) {
         ret = SetIntOption(sock, IPPROTO_TCP, option.name, option.value, option.failure);
-        if (ret < 0) return ret;
+        if (ret < 0) {
+            return ret;
+        }
     }
     return 0;
 }
@@ -59,7 +67,9 @@ KIRA_EXPORT int32_t KIRA_SetSockSendRecvTimeout(int32_t sock, int32_t option, ui
     limit.tv_sec = static_cast<time_t>(ms / 1000);
     limit.tv_usec = static_cast<suseconds_t>((ms % 1000) * 1000);
     int ret = setsockopt(sock, SOL_SOCKET, option, &limit, sizeof limit);
-    if (ret < 0) syslog(LOG_INFO, "setsockopt error.\n");
+    if (ret < 0) {
+        syslog(LOG_INFO, "setsockopt error.\n");
+    }
     return ret;
 }
 

@@ -15,7 +15,9 @@
 namespace {
 
 std::ostream& operator<<(std::ostream& o, const wchar_t* w) {
-    for (; *w != 0; ++w) *w < 0x80 ? o << static_cast<char>(*w) : o << "U+" << std::hex << +*w << std::dec;
+    for (; *w != 0; ++w) {
+        *w < 0x80 ? o << static_cast<char>(*w) : o << "U+" << std::hex << +*w << std::dec;
+    }
     return o;
 }
 // "result|value|value...", the values read after the call.
@@ -38,7 +40,9 @@ void Check(std::initializer_list<std::tuple<const char*, int (*)(char*), const c
         memcpy(d.get(), "abcd\0fgh", size);
         const int rc = run(d.get());
         std::string got = rc == EINVAL ? "EINVAL:" : rc == ERANGE ? "ERANGE:" : std::to_string(rc) + ":";
-        for (size_t i = 0; i < size; i++) got += d[i] == '\0' ? '_' : d[i];
+        for (size_t i = 0; i < size; i++) {
+            got += d[i] == '\0' ? '_' : d[i];
+        }
         EXPECT_EQ(got, want) << call;
     }
 }
@@ -87,7 +91,9 @@ TEST(SafeC, CopiesAndFormats) {
     EXPECT_EQ(R(swprintf_s(w, 4, L"%d", 123), w), "3|123");
     char text[] = ",,a,,bc;d,", other[] = "x y", *ctx = nullptr, *none = nullptr;
     std::string got = strtok_s(text, ",;", &ctx);
-    while (char* t = strtok_s(nullptr, ",;", &ctx)) got += std::string("|") + t;
+    while (char* t = strtok_s(nullptr, ",;", &ctx)) {
+        got += std::string("|") + t;
+    }
     EXPECT_EQ(R(strtok_s(nullptr, ",;", &ctx) == nullptr, got), "1|a|bc|d");  // and stays finished
     // No delimiters, no context or no text to resume: nothing, and the text left alone.
     EXPECT_TRUE(!strtok_s(other, nullptr, &ctx) && !strtok_s(other, " ", nullptr) && !strtok_s(nullptr, " ", &none));
@@ -146,7 +152,9 @@ TEST(SafeC, Scans) {
         {SCAN(sscanf_s("xyz \xc3\xa9", "%ls %ls", v, 8u, w, 2u), v, w), "2|xyz|U+e9"},
         {SCAN(sscanf_s("\xc3", "%ls", v, 2u), sscanf_s("a\xff", "%ls", w, 2u), v, w), "0|0||"},  // cut, invalid
     };
-    for (const auto& c : cases) EXPECT_EQ(c.first(), c.second);
+    for (const auto& c : cases) {
+        EXPECT_EQ(c.first(), c.second);
+    }
     FILE* f = fmemopen(const_cast<char*>("pid=2 level=x"), 13, "r");
     unsigned pid = 0, level = 0;
     EXPECT_EQ(R(fscanf_s(f, "pid=%u level=%u", &pid, &level), pid), "1|2");

@@ -31,15 +31,21 @@ constexpr int kReadyFd = 3;  // the sleeper closes it once loaded
     sigset_t none;
     sigemptyset(&none);
     sigprocmask(SIG_SETMASK, &none, nullptr);
-    struct sigaction dfl = {};                                         // SIG_DFL
-    for (int sig = 1; sig < 32; ++sig) sigaction(sig, &dfl, nullptr);  // refused for SIGKILL and SIGSTOP alone
+    struct sigaction dfl = {};  // SIG_DFL
+    for (int sig = 1; sig < 32; ++sig) {
+        sigaction(sig, &dfl, nullptr);  // refused for SIGKILL and SIGSTOP alone
+    }
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     // Only 0, 1 and 2 stay open past the sleeper's start, so tests counting
     // a child's descriptors see the same figure everywhere.
-    if (readyFd != kReadyFd && dup2(readyFd, kReadyFd) != kReadyFd) _exit(127);
+    if (readyFd != kReadyFd && dup2(readyFd, kReadyFd) != kReadyFd) {
+        _exit(127);
+    }
     fcntl(kReadyFd, F_SETFD, 0);
     if (syscall(SYS_close_range, kReadyFd + 1, ~0U, 0) != 0) {
-        for (int fd = kReadyFd + 1; fd < 4096; ++fd) close(fd);
+        for (int fd = kReadyFd + 1; fd < 4096; ++fd) {
+            close(fd);
+        }
     }
     execv(link, argv);
     _exit(127);
@@ -66,7 +72,9 @@ Child::Child(const std::string& kernel_name, const std::vector<std::string>& arg
     if (symlink(KIRA_SLEEPER_PATH, link.c_str()) == 0 && pipe2(ready, O_CLOEXEC) == 0) {
         kira::UniqueFd readyRd(ready[0]), readyWr(ready[1]);
         pid_ = fork();
-        if (pid_ == 0) ExecSleeper(link.c_str(), raw.data(), readyWr.get());
+        if (pid_ == 0) {
+            ExecSleeper(link.c_str(), raw.data(), readyWr.get());
+        }
         readyWr.reset();
         // The pipe ends when the sleeper, loaded, closes it (or dies): the
         // kernel then shows the new name and command line.

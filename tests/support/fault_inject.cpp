@@ -36,7 +36,9 @@ thread_local ThreadPlan t_plan;
 // What the armed thread's next call of `kind` must do: 0 go on, 1 fail,
 // 2 read short.
 int Decide(Fault kind) {
-    if (!t_plan.armed || t_plan.plan.kind != kind || ++t_plan.seen != t_plan.plan.nth) return 0;
+    if (!t_plan.armed || t_plan.plan.kind != kind || ++t_plan.seen != t_plan.plan.nth) {
+        return 0;
+    }
     t_plan.fired = true;
     return t_plan.plan.mode == FaultMode::kShort ? 2 : 1;
 }
@@ -44,7 +46,9 @@ int Decide(Fault kind) {
 // True, with errno set to error, when the armed thread's call of kind must fail.
 bool Fail(Fault kind, int error) {
     const bool fail = Decide(kind) != 0;
-    if (fail) errno = error;
+    if (fail) {
+        errno = error;
+    }
     return fail;
 }
 
@@ -73,9 +77,13 @@ int FaultSeen() { return t_plan.seen; }
 
 int OpenFdCount() {
     DIR* dir = opendir("/proc/self/fd");
-    if (dir == nullptr) return -1;
+    if (dir == nullptr) {
+        return -1;
+    }
     int n = 0;
-    while (readdir(dir) != nullptr) ++n;
+    while (readdir(dir) != nullptr) {
+        ++n;
+    }
     closedir(dir);
     return n - 3;  // ".", ".." and the walk's own descriptor
 }
@@ -87,10 +95,14 @@ int FaultWalk(Fault kind, FaultMode mode, const std::function<void()>& call, con
         const int fds = OpenFdCount();
         FaultArm({kind, n, mode});
         call();
-        if (!FaultDisarm()) return n - 1;
+        if (!FaultDisarm()) {
+            return n - 1;
+        }
         EXPECT_EQ(OpenFdCount(), fds) << "descriptor leaked";
         check(n);
-        if (::testing::Test::HasFatalFailure()) return n;
+        if (::testing::Test::HasFatalFailure()) {
+            return n;
+        }
     }
     ADD_FAILURE() << FaultName(kind) << ": still failing after " << max_steps << " steps";
     return max_steps;

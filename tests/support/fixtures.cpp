@@ -25,7 +25,9 @@ const std::string kArgSeparator = "\x1f";
 
 std::string ShellQuote(const std::string& s) {
     std::string out = "'";
-    for (char ch : s) out += ch == '\'' ? std::string("'\\''") : std::string(1, ch);
+    for (char ch : s) {
+        out += ch == '\'' ? std::string("'\\''") : std::string(1, ch);
+    }
     return out + "'";
 }
 
@@ -45,14 +47,20 @@ std::vector<std::string> SplitOn(const std::string& text, char sep) {
 bool MakeDirs(const std::string& path) {
     for (size_t slash = path.find('/', 1);; slash = path.find('/', slash + 1)) {
         const std::string part = path.substr(0, slash);
-        if (!internal::Done(mkdir(part.c_str(), 0755) == 0 || errno == EEXIST, "mkdir " + part)) return false;
-        if (slash == std::string::npos) return true;
+        if (!internal::Done(mkdir(part.c_str(), 0755) == 0 || errno == EEXIST, "mkdir " + part)) {
+            return false;
+        }
+        if (slash == std::string::npos) {
+            return true;
+        }
     }
 }
 
 bool WriteFile(const std::string& path, const std::string& content, mode_t mode) {
     const size_t slash = path.rfind('/');
-    if (slash != std::string::npos && slash > 0 && !MakeDirs(path.substr(0, slash))) return false;
+    if (slash != std::string::npos && slash > 0 && !MakeDirs(path.substr(0, slash))) {
+        return false;
+    }
     kira::UniqueFd fd(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, mode));
     // The umask must not change what the test asked for.
     return internal::Done(fd.valid() &&
@@ -81,7 +89,9 @@ void BindFileOver(const std::string& target, const std::string& content) {
 
 FakeCommand::FakeCommand(const std::string& name, int exit_status, const std::string& stdout_text,
                          const std::string& fail_on) {
-    if (!internal::RequireSandbox("FakeCommand")) return;
+    if (!internal::RequireSandbox("FakeCommand")) {
+        return;
+    }
     const std::string binDir = std::string(internal::kScratchDir) + "/bin";
     const bool onPath = name.find('/') == std::string::npos;
     record_ = internal::ScratchPath("calls");
@@ -89,7 +99,9 @@ FakeCommand::FakeCommand(const std::string& name, int exit_status, const std::st
     std::string script = "#!/bin/sh\nsep=''\nline=''\nfor a in \"$@\"; do line=\"$line$sep$a\"; sep='" + kArgSeparator +
                          "'; done\nprintf '%s\\n' \"$line\" >> " + ShellQuote(record_) + "\n";
     script += "printf '%s' " + ShellQuote(stdout_text) + "\n";
-    if (!fail_on.empty()) script += "for a in \"$@\"; do [ \"$a\" = " + ShellQuote(fail_on) + " ] && exit 1; done\n";
+    if (!fail_on.empty()) {
+        script += "for a in \"$@\"; do [ \"$a\" = " + ShellQuote(fail_on) + " ] && exit 1; done\n";
+    }
     WriteFile(onPath ? binDir + "/" + name : name, script + "exit " + std::to_string(exit_status) + "\n", 0755);
     const std::string path = getenv("PATH") != nullptr ? getenv("PATH") : "/usr/sbin:/usr/bin:/sbin:/bin";
     if (onPath && path.compare(0, binDir.size() + 1, binDir + ":") != 0) {

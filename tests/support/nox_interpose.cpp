@@ -59,7 +59,9 @@ ino_t InodeOf(int fd) {
 }
 
 int OpenAt(int dirfd, const char* path, int flags, mode_t mode) {
-    if (KtFaultOpen()) return -1;
+    if (KtFaultOpen()) {
+        return -1;
+    }
     Registry& r = TheRegistry();
     if (path == nullptr || strncmp(path, kNoxPrefix, sizeof kNoxPrefix - 1) != 0) {
         return static_cast<int>(syscall(SYS_openat, dirfd, path, flags, mode));
@@ -136,7 +138,9 @@ KT_INTERPOSED int ioctl(int fd, unsigned long request, ...) noexcept {
     va_start(ap, request);
     void* arg = va_arg(ap, void*);
     va_end(ap);
-    if (kt::g_fakeCount == 0) return static_cast<int>(syscall(SYS_ioctl, fd, request, arg));
+    if (kt::g_fakeCount == 0) {
+        return static_cast<int>(syscall(SYS_ioctl, fd, request, arg));
+    }
     kt::Registry& r = kt::TheRegistry();
     std::unique_lock<std::mutex> hold(r.mu);
     const auto it = r.fds.find(fd);

@@ -63,15 +63,21 @@ bool MountTmpfs(const std::string& target, const char* mode) {
 std::vector<std::pair<std::string, kira::UniqueFd>> OpenBindBacks() {
     std::vector<std::string> paths;
     char exe[PATH_MAX] = {};
-    if (readlink("/proc/self/exe", exe, sizeof exe - 1) > 0) *strrchr(exe, '/') = '\0';
+    if (readlink("/proc/self/exe", exe, sizeof exe - 1) > 0) {
+        *strrchr(exe, '/') = '\0';
+    }
     for (const char* dir : {KIRA_SOURCE_DIR, KIRA_BINARY_DIR, static_cast<const char*>(exe)}) {
         char real[PATH_MAX];
-        if (dir[0] != '\0' && realpath(dir, real) != nullptr && strcmp(real, "/") != 0) paths.push_back(real);
+        if (dir[0] != '\0' && realpath(dir, real) != nullptr && strcmp(real, "/") != 0) {
+            paths.push_back(real);
+        }
     }
     std::sort(paths.begin(), paths.end());
     std::vector<std::pair<std::string, kira::UniqueFd>> out;
     for (const std::string& p : paths) {
-        if (!out.empty() && (p + "/").compare(0, out.back().first.size() + 1, out.back().first + "/") == 0) continue;
+        if (!out.empty() && (p + "/").compare(0, out.back().first.size() + 1, out.back().first + "/") == 0) {
+            continue;
+        }
         out.emplace_back(p, kira::UniqueFd(open(p.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC)));
     }
     return out;
@@ -98,7 +104,9 @@ bool BringLoopbackUp() {
 }
 
 bool Build(const SandboxOptions& opts) {
-    if (!internal::Done(unshare(CLONE_NEWNS | (opts.new_net ? CLONE_NEWNET : 0)) == 0, "unshare")) return false;
+    if (!internal::Done(unshare(CLONE_NEWNS | (opts.new_net ? CLONE_NEWNET : 0)) == 0, "unshare")) {
+        return false;
+    }
     auto bindBacks = OpenBindBacks();
     const std::string root = kRoot;
     if (!Mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE) || !Mount("tmpfs", kScratch, "tmpfs", 0, "mode=700") ||
@@ -117,7 +125,9 @@ bool Build(const SandboxOptions& opts) {
 
 bool ProbeNamespaces() {
     const pid_t pid = geteuid() == 0 ? fork() : -1;
-    if (pid == 0) _exit(unshare(CLONE_NEWNS) == 0 ? 0 : 1);
+    if (pid == 0) {
+        _exit(unshare(CLONE_NEWNS) == 0 ? 0 : 1);
+    }
     int status = 1;
     while (pid > 0 && waitpid(pid, &status, 0) < 0 && errno == EINTR) {
     }
@@ -193,7 +203,9 @@ bool RunInChild(const std::function<void()>& body, int timeout_s) {
     int status = -1;
     while (pid > 0 && waitpid(pid, &status, 0) < 0 && errno == EINTR) {
     }
-    if (WIFEXITED(status) && WEXITSTATUS(status) == 0) return true;
+    if (WIFEXITED(status) && WEXITSTATUS(status) == 0) {
+        return true;
+    }
     ADD_FAILURE() << "the body run in a child failed (" << (WIFSIGNALED(status) ? "signal " : "status ")
                   << (WIFSIGNALED(status) ? WTERMSIG(status) : WEXITSTATUS(status)) << ")";
     return false;
@@ -239,12 +251,16 @@ std::string ScratchPath(const std::string& stem) {
 
 bool Done(bool done, const std::string& what) {
     const int err = errno;
-    if (!done) ADD_FAILURE() << "test set-up: " << what << ": " << strerror(err) << " (errno " << err << ")";
+    if (!done) {
+        ADD_FAILURE() << "test set-up: " << what << ": " << strerror(err) << " (errno " << err << ")";
+    }
     return done;
 }
 
 bool RequireSandbox(const char* what) {
-    if (!InSandbox()) ADD_FAILURE() << what << " works inside a sandboxed test only";
+    if (!InSandbox()) {
+        ADD_FAILURE() << what << " works inside a sandboxed test only";
+    }
     return InSandbox();
 }
 

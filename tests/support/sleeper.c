@@ -6,5 +6,7 @@
 
 int main(void) {
     close(3);
-    for (;;) pause();
+    for (;;) {
+        pause();
+    }
 }

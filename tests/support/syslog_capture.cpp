@@ -60,8 +60,12 @@ size_t Drain() {
         char* slot = g_store->data + g_store->used;
         const bool fits = kCapacity - g_store->used >= sizeof(uint32_t) + kMaxDatagram;
         const ssize_t n = recv(g_fd, fits ? slot + sizeof(uint32_t) : nullptr, fits ? kMaxDatagram : 0, MSG_DONTWAIT);
-        if (n < 0 && errno == EINTR) continue;
-        if (n < 0 || !fits) return g_store->used;
+        if (n < 0 && errno == EINTR) {
+            continue;
+        }
+        if (n < 0 || !fits) {
+            return g_store->used;
+        }
         const uint32_t len = static_cast<uint32_t>(n);
         memcpy(slot, &len, sizeof len);
         g_store->used += sizeof len + len;
@@ -86,7 +90,9 @@ void WaitQuiet() {
         struct pollfd p = {g_fd, POLLIN, 0};
         const int ready = poll(&p, 1, kQuietMs);
         const size_t now = Drain();
-        if (ready == 0 && now == seen) return;
+        if (ready == 0 && now == seen) {
+            return;
+        }
         seen = now;
     }
 }
@@ -121,7 +127,9 @@ bool StartSyslogCapture() {
     // A fork while the thread is still starting would leave the child a
     // lock of the sanitizers' allocator that nobody there will release.
     std::thread(DrainForever).detach();
-    while (!g_draining.load()) sched_yield();
+    while (!g_draining.load()) {
+        sched_yield();
+    }
     // A connection to the host's log socket made earlier would bypass the
     // capture; the next syslog() connects to ours.
     closelog();
@@ -132,7 +140,9 @@ bool StartSyslogCapture() {
 
 std::vector<SyslogLine> SyslogLines() {
     std::vector<SyslogLine> lines;
-    if (!internal::RequireSandbox("SyslogLines")) return lines;
+    if (!internal::RequireSandbox("SyslogLines")) {
+        return lines;
+    }
     WaitQuiet();
     Locked hold;
     for (size_t pos = 0; pos < g_store->used;) {
@@ -145,7 +155,9 @@ std::vector<SyslogLine> SyslogLines() {
 }
 
 void SyslogClear() {
-    if (!internal::RequireSandbox("SyslogClear")) return;
+    if (!internal::RequireSandbox("SyslogClear")) {
+        return;
+    }
     Drain();  // what was sent before this call goes too
     Locked hold;
     g_store->used = 0;

@@ -33,9 +33,13 @@ int ExitCode(int st) { return WIFEXITED(st) ? WEXITSTATUS(st) : 128 + WTERMSIG(s
 Run Shell(const std::string& cmd, bool with_stderr = true) {
     Run r{-1, ""};
     FILE* p = popen((cmd + (with_stderr ? " 2>&1" : " 2>/dev/null")).c_str(), "r");
-    if (p == nullptr) return r;
+    if (p == nullptr) {
+        return r;
+    }
     char buf[4096];
-    for (size_t n; (n = fread(buf, 1, sizeof(buf), p)) > 0;) r.out.append(buf, n);
+    for (size_t n; (n = fread(buf, 1, sizeof(buf), p)) > 0;) {
+        r.out.append(buf, n);
+    }
     r.status = ExitCode(pclose(p));
     return r;
 }
@@ -55,7 +59,9 @@ int WaitStatus(pid_t pid) {
 std::string Command(const std::string& args) {
     const size_t space = args.find(' ');
     const std::string example = kExamples + args.substr(0, space);
-    if (access(example.c_str(), X_OK) != 0) return kRunner + " " + args;
+    if (access(example.c_str(), X_OK) != 0) {
+        return kRunner + " " + args;
+    }
     return kt::TargetCommand(example) + (space == std::string::npos ? "" : args.substr(space));
 }
 
@@ -94,8 +100,9 @@ SANDBOX_TEST(Runner, CommandLinesEndAsDocumented) {
     const std::string pid = std::to_string(proc.pid());
     kt::Child hb("hbz", {"hbz"});
     Shell("mkdir -p /tmp/heartbeat /tmp/tf /tmp/tfd/zadi.prom");
-    for (const std::string m : {"6", "7", "8", "9"})
+    for (const std::string m : {"6", "7", "8", "9"}) {
         kt::WriteFile("/tmp/heartbeat/hbz___" + m + "___" + std::to_string(hb.pid()), "beat\n1001\n");
+    }
     const std::string busy = "sh -c while :; do :; done " + u;
     const pid_t busy_pid = Start("exec timeout 120 sh -c 'while :; do :; done' " + u);
     const std::string once = "--config /tmp/t.conf --once", two = "--config /tmp/t.conf --rounds 2";
@@ -206,12 +213,18 @@ SANDBOX_TEST(Runner, CommandLinesEndAsDocumented) {
     for (const auto& c : cases) {
         // Under the emulator the runner's own arguments stay visible to a pattern; exec: no shell
         // stays behind holding them on its command line.
-        if (Cross() && Has(c.args, "*")) continue;
-        if (!c.conf.empty()) kt::WriteFile("/tmp/t.conf", c.conf);
+        if (Cross() && Has(c.args, "*")) {
+            continue;
+        }
+        if (!c.conf.empty()) {
+            kt::WriteFile("/tmp/t.conf", c.conf);
+        }
         const bool json = Has(c.args, "--json");
         const Run r = Shell("exec " + Command(c.args), !json);
         EXPECT_EQ(r.status, c.status) << c.args << ": " << r.out;
-        if (json) ExpectPatterns(r.out, {R"(!(^|\n)(?!$|\{"time":"20[^\n]*"host":[^\n]*\}\n))"}, c.args + ", records");
+        if (json) {
+            ExpectPatterns(r.out, {R"(!(^|\n)(?!$|\{"time":"20[^\n]*"host":[^\n]*\}\n))"}, c.args + ", records");
+        }
         ExpectPatterns(r.out + kt::ReadFile("/tmp/r.log") + kt::ReadFile("/tmp/tf/zadi.prom"), c.want, c.args);
         Shell("rm -f /tmp/r.log /tmp/tf/zadi.prom");
     }
@@ -251,7 +264,9 @@ SANDBOX_TEST(Runner, SignalsReloadAndStop) {
 }
 
 static void DeployBody() {
-    if (Cross()) GTEST_SKIP() << "the install is checked natively";
+    if (Cross()) {
+        GTEST_SKIP() << "the install is checked natively";
+    }
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)  // else programs would need its runtime
     // Valid C and C++ (then after the plug-in's C++ header).
     static const char kProgram[] = R"(#ifdef __cplusplus
@@ -307,7 +322,9 @@ int main(void) {
     std::vector<pid_t> pids = {Start("exec " + exec_start + " 2>/tmp/service.err")};
     const std::string labels = "{item=\"GetDiskUsage\",path=\"/tmp/dx\"}", url = "http://127.0.0.1:9731/metrics";
     std::string metrics;
-    for (int i = 0; i < 50 && !Has(metrics, "percent" + labels); ++i, usleep(100000)) metrics = Fetch(url);
+    for (int i = 0; i < 50 && !Has(metrics, "percent" + labels); ++i, usleep(100000)) {
+        metrics = Fetch(url);
+    }
     EXPECT_TRUE(Has(metrics, "zadi_item_value_percent" + labels + " ")) << metrics;
     rmdir("/tmp/dx");
     usleep(1500000);
@@ -330,7 +347,9 @@ int main(void) {
             Start("exec prometheus --config.file=/tmp/prom.yml --storage.tsdb.path=/tmp/promdata "
                   "--web.listen-address=127.0.0.1:9090 >/tmp/prometheus.log 2>&1"));
         // Two scrapes of each job, within half a minute; the same figures both ways.
-        for (int i = 0; i < 60 && !(Ask("min(count_over_time(up[1m]))") >= 2); ++i) usleep(500000);
+        for (int i = 0; i < 60 && !(Ask("min(count_over_time(up[1m]))") >= 2); ++i) {
+            usleep(500000);
+        }
         ASSERT_GE(Ask("min(count_over_time(up[1m]))"), 2) << kt::ReadFile("/tmp/node.log");
         const double used = Ask("zadi_item_value_percent{item=\"GetSysMemory\",job=\"zadi\"}");
         EXPECT_TRUE(used > 0 && used < 100) << used;
@@ -348,13 +367,18 @@ int main(void) {
     }
     kill(pids[0], SIGHUP);
     usleep(1000000);
-    for (pid_t pid : pids) kill(pid, SIGTERM);
+    for (pid_t pid : pids) {
+        kill(pid, SIGTERM);
+    }
     EXPECT_EQ(WaitStatus(pids[0]), 0);
-    for (pid_t pid : pids) WaitStatus(pid);
+    for (pid_t pid : pids) {
+        WaitStatus(pid);
+    }
     const std::string err = kt::ReadFile("/tmp/service.err");
     EXPECT_TRUE(Has(err, "configuration read again") && Has(err, "stopped by SIGTERM")) << err;
-    if (!engine)
+    if (!engine) {
         GTEST_SKIP() << "prometheus, its node exporter or promtool is missing (.ci/install-deps.sh installs them)";
+    }
 }
 
 TEST(Deploy, PrefixAloneBuildsServesAndIsScraped) { kt::RunSandboxed(&DeployBody, {true}); }

@@ -62,7 +62,9 @@ public:
 int CallFromName(const std::string& name) {
     static const char* const kNames[ZADI_SUB_CALL_BUTT] = {"create", "addparam", "getkey", "send"};
     for (int i = 0; i < ZADI_SUB_CALL_BUTT; ++i) {
-        if (name == kNames[i]) return i;
+        if (name == kNames[i]) {
+            return i;
+        }
     }
     return -1;
 }
@@ -72,7 +74,9 @@ void ParseFailPlan(SubState& s, const char* text) {
     size_t pos = 0;
     while (pos <= all.size()) {
         size_t comma = all.find(',', pos);
-        if (comma == std::string::npos) comma = all.size();
+        if (comma == std::string::npos) {
+            comma = all.size();
+        }
         std::string item = all.substr(pos, comma - pos);
         size_t eq = item.find('=');
         int call = CallFromName(item.substr(0, eq));
@@ -90,13 +94,17 @@ void ReadEnvironment(SubState& s) {
     const char* out = getenv("ZADI_AGENT_SUB_OUT");
     s.outPath = (out != nullptr) ? out : "";
     const char* fail = getenv("ZADI_AGENT_SUB_FAIL");
-    if (fail != nullptr) ParseFailPlan(s, fail);
+    if (fail != nullptr) {
+        ParseFailPlan(s, fail);
+    }
     s.envRead = true;
 }
 
 SubState& Ready() {
     SubState& s = State();
-    if (!s.envRead) ReadEnvironment(s);
+    if (!s.envRead) {
+        ReadEnvironment(s);
+    }
     return s;
 }
 
@@ -104,7 +112,9 @@ SubState& Ready() {
 bool ShouldFail(int call) {
     FailPlan& p = Ready().plan[call];
     ++p.calls;
-    if (p.nth < 0) return true;
+    if (p.nth < 0) {
+        return true;
+    }
     if (p.nth > 0 && p.calls == p.nth) {
         p.nth = 0;
         return true;
@@ -143,7 +153,9 @@ std::string RenderReport(const ZADI_ERRREPORT_S* rpt, const char* desc) {
     AppendQuoted(line, desc);
     line += " params={";
     for (size_t i = 0; i < rpt->params.size(); ++i) {
-        if (i != 0) line += ", ";
+        if (i != 0) {
+            line += ", ";
+        }
         line += rpt->params[i].first;
         line += '=';
         AppendQuoted(line, rpt->params[i].second.c_str());
@@ -165,7 +177,9 @@ void Emit(const std::string& path, const std::string& line) {
     // One write per record keeps lines from concurrent senders whole.
     ssize_t n = write(fd, rec.data(), rec.size());
     (void)n;
-    if (fd != STDERR_FILENO) close(fd);
+    if (fd != STDERR_FILENO) {
+        close(fd);
+    }
 }
 
 bool IsLive(const ZADI_ERRREPORT_S* rpt) { return rpt != nullptr && State().live.count(rpt) != 0; }
@@ -176,7 +190,9 @@ extern "C" {
 
 SUB_EXPORT ZADI_ERRREPORT_S* ZADI_CreateErrRptSub(ZADI_PRIMARY_KEY_S* pKey) {
     Locked guard;
-    if (ShouldFail(ZADI_SUB_CALL_CREATE) || pKey == nullptr) return nullptr;
+    if (ShouldFail(ZADI_SUB_CALL_CREATE) || pKey == nullptr) {
+        return nullptr;
+    }
     ZADI_ERRREPORT_S* rpt = new ZADI_ERRREPORT_S;
     rpt->key = *pKey;
     State().live.insert(rpt);
@@ -185,14 +201,18 @@ SUB_EXPORT ZADI_ERRREPORT_S* ZADI_CreateErrRptSub(ZADI_PRIMARY_KEY_S* pKey) {
 
 SUB_EXPORT int ZADI_AddParamToErrRptSub(const ZADI_ERRREPORT_S* errRpt, char* name, char* value) {
     Locked guard;
-    if (ShouldFail(ZADI_SUB_CALL_ADDPARAM) || !IsLive(errRpt) || name == nullptr || value == nullptr) return -1;
+    if (ShouldFail(ZADI_SUB_CALL_ADDPARAM) || !IsLive(errRpt) || name == nullptr || value == nullptr) {
+        return -1;
+    }
     const_cast<ZADI_ERRREPORT_S*>(errRpt)->params.emplace_back(name, value);
     return 0;
 }
 
 SUB_EXPORT int ZADI_GetPrimaryKeySub(const ZADI_ERRREPORT_S* errRpt, ZADI_PRIMARY_KEY_S* key) {
     Locked guard;
-    if (ShouldFail(ZADI_SUB_CALL_GETKEY) || !IsLive(errRpt) || key == nullptr) return -1;
+    if (ShouldFail(ZADI_SUB_CALL_GETKEY) || !IsLive(errRpt) || key == nullptr) {
+        return -1;
+    }
     *key = errRpt->key;
     return 0;
 }
@@ -206,7 +226,9 @@ SUB_EXPORT int ZADI_SendErrReportSub(const ZADI_ERRREPORT_S* errRpt, const char*
     std::string path;
     {
         Locked guard;
-        if (ShouldFail(ZADI_SUB_CALL_SEND) || !IsLive(errRpt)) return -1;
+        if (ShouldFail(ZADI_SUB_CALL_SEND) || !IsLive(errRpt)) {
+            return -1;
+        }
         SubState& s = State();
         line = RenderReport(errRpt, text);
         s.lastLine = line;
@@ -220,7 +242,9 @@ SUB_EXPORT int ZADI_SendErrReportSub(const ZADI_ERRREPORT_S* errRpt, const char*
 
 SUB_EXPORT void ZADI_DestoryErrRptSub(const ZADI_ERRREPORT_S* errRpt) {
     Locked guard;
-    if (errRpt == nullptr) return;
+    if (errRpt == nullptr) {
+        return;
+    }
     if (State().live.erase(errRpt) == 0) {
         fprintf(stderr, "zadi_agent_sub: destroy of unknown report %p\n", static_cast<const void*>(errRpt));
         return;
@@ -231,7 +255,9 @@ SUB_EXPORT void ZADI_DestoryErrRptSub(const ZADI_ERRREPORT_S* errRpt) {
 SUB_EXPORT void ZADI_AgentSubReset(void) {
     Locked guard;
     SubState& s = State();
-    for (FailPlan& p : s.plan) p = FailPlan();
+    for (FailPlan& p : s.plan) {
+        p = FailPlan();
+    }
     s.sent = 0;
     s.lastLine.clear();
     s.lastKey = ZADI_PRIMARY_KEY_S{};
@@ -239,7 +265,9 @@ SUB_EXPORT void ZADI_AgentSubReset(void) {
 }
 
 SUB_EXPORT void ZADI_AgentSubFailCall(int call, int nth) {
-    if (call < 0 || call >= ZADI_SUB_CALL_BUTT) return;
+    if (call < 0 || call >= ZADI_SUB_CALL_BUTT) {
+        return;
+    }
     Locked guard;
     FailPlan& p = Ready().plan[call];
     p.nth = nth;
@@ -262,7 +290,9 @@ SUB_EXPORT int ZADI_AgentSubSentReports(void) {
 }
 
 SUB_EXPORT int ZADI_AgentSubCallCount(int call) {
-    if (call < 0 || call >= ZADI_SUB_CALL_BUTT) return -1;
+    if (call < 0 || call >= ZADI_SUB_CALL_BUTT) {
+        return -1;
+    }
     Locked guard;
     return State().plan[call].calls;
 }
@@ -270,15 +300,21 @@ SUB_EXPORT int ZADI_AgentSubCallCount(int call) {
 SUB_EXPORT int ZADI_AgentSubLastSent(char* buf, size_t size) {
     Locked guard;
     const SubState& s = State();
-    if (s.sent == 0 || buf == nullptr || s.lastLine.size() >= size) return -1;
-    if (strcpy_s(buf, size, s.lastLine.c_str()) != 0) return -1;
+    if (s.sent == 0 || buf == nullptr || s.lastLine.size() >= size) {
+        return -1;
+    }
+    if (strcpy_s(buf, size, s.lastLine.c_str()) != 0) {
+        return -1;
+    }
     return static_cast<int>(s.lastLine.size());
 }
 
 SUB_EXPORT int ZADI_AgentSubLastSentKey(ZADI_PRIMARY_KEY_S* key) {
     Locked guard;
     const SubState& s = State();
-    if (s.sent == 0 || key == nullptr) return -1;
+    if (s.sent == 0 || key == nullptr) {
+        return -1;
+    }
     *key = s.lastKey;
     return 0;
 }

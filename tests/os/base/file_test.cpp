@@ -30,9 +30,13 @@ SANDBOX_TEST(KiraReadline, PiecesCarriageReturnsAndWhatIsLeft) {
         kt::WriteFile("/tmp/in", in);
         std::string got = "|", buffered = "|";
         const int fd = open("/tmp/in", O_RDONLY);
-        while (KIRA_readline(fd, buf, size) == buf) got += std::string(buf) + "|";
+        while (KIRA_readline(fd, buf, size) == buf) {
+            got += std::string(buf) + "|";
+        }
         ASSERT_TRUE(reader.OpenPlain("/tmp/in") && close(fd) == 0);
-        while (reader.ReadLine(buf, size)) buffered += std::string(buf) + "|";
+        while (reader.ReadLine(buf, size)) {
+            buffered += std::string(buf) + "|";
+        }
         EXPECT_EQ(got + buffered, "|" + pieces + "|" + pieces) << in;
     }
     kt::WriteFile("/tmp/in", "one\ntwo longer\n\nlast");
@@ -42,7 +46,9 @@ SANDBOX_TEST(KiraReadline, PiecesCarriageReturnsAndWhatIsLeft) {
     std::string pieces;
     ASSERT_TRUE(reader.Open("/tmp/in", kira::ReadEnd::kShortRead) && reader.Gets(buf, 1) && !buf[0] &&
                 !reader.Gets(buf, 0));
-    while (reader.Gets(buf, 8)) pieces += std::string(buf) + "|";
+    while (reader.Gets(buf, 8)) {
+        pieces += std::string(buf) + "|";
+    }
     EXPECT_EQ(pieces, "one\n|two lon|ger\n|\n|last|");
     EXPECT_TRUE(!reader.OpenPlain("/dev/null") && errno == EINVAL && !reader.Open("/none", kira::ReadEnd::kOneRead) &&
                 errno == ENOENT && !reader.Gets(buf, 8));
@@ -94,7 +100,9 @@ SANDBOX_TEST(KiraCopy, BlocksTruncationAndFailures) {
     kt::FaultDisarm();
     EXPECT_EQ(kt::OpenFdCount(), fds);
     std::string logged;
-    for (const auto& l : kt::SyslogLines()) logged += std::to_string(l.priority) + " " + l.message;
+    for (const auto& l : kt::SyslogLines()) {
+        logged += std::to_string(l.priority) + " " + l.message;
+    }
     EXPECT_EQ(logged,
               "6 Open source file (/tmp) error,return.\n6 Open dest file (/tmp/no/out) error,return.\n"
               "6 Input para null.\n6 Input para null.\n6 Copy write data from file (/tmp/src) to (/dev/full) Fail, "
@@ -135,7 +143,9 @@ TEST(KiraProcPath, FormsLimitsAndPidNames) {
                 !kira::ProcPidPath(buf, 100, nullptr, ""));
 
     EXPECT_TRUE(kira::IsAllDigits("0123456789") && !kira::IsAllDigits(nullptr));
-    for (const char* name : {"", "/", ":", "1a"}) EXPECT_FALSE(kira::IsAllDigits(name)) << name;
+    for (const char* name : {"", "/", ":", "1a"}) {
+        EXPECT_FALSE(kira::IsAllDigits(name)) << name;
+    }
 }
 
 // Mode 1 waits for a write lock, 2 tries for a read lock, 3 tries for a write
@@ -185,9 +195,13 @@ SANDBOX_TEST(KiraMmap, EndOfAreaTouchedAndRegistryLimits) {
         return std::distance(std::sregex_iterator(maps.begin(), maps.end(), area), std::sregex_iterator());
     };
     std::vector<void*> maps = {KIRA_mmap(-1, PROT_READ, INT64_MAX, 4096)};
-    while (maps.size() < 32) maps.push_back(KIRA_mmap(fd, PROT_READ, 0, 4096));
+    while (maps.size() < 32) {
+        maps.push_back(KIRA_mmap(fd, PROT_READ, 0, 4096));
+    }
     KIRA_MAP_DATA_S extra = {&extra, 1};
     EXPECT_TRUE(!KIRA_mmap(fd, PROT_READ, 0, 4096) && maps[0] == MAP_FAILED && mapped() == 31 && !AddMapData(&extra));
-    for (void* m : maps) EXPECT_EQ(KIRA_munmap(m), 0);  // from the front: each gap takes the last entry
+    for (void* m : maps) {
+        EXPECT_EQ(KIRA_munmap(m), 0);  // from the front: each gap takes the last entry
+    }
     EXPECT_TRUE(AddMapData(&extra) && FetchMapData(&extra) && extra.length == 1 && !FetchMapData(&extra) && !mapped());
 }

@@ -80,10 +80,14 @@ TEST(KiraAtomic, ConcurrentUpdatesLoseNothing) {
                 t % 2 == 0 ? atomic_inc(&v) : atomic_sub(1, &v);
                 (void)(t % 2 == 0 ? atomic_add_return(2, &v) : atomic_dec_return(&v));
             }
-            if (atomic_dec_and_test(&refs)) atomic_inc(&winners);
+            if (atomic_dec_and_test(&refs)) {
+                atomic_inc(&winners);
+            }
         });
     }
-    for (std::thread& thread : threads) thread.join();
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
     EXPECT_EQ(std::make_pair(atomic_read(&v), atomic_read(&winners)), std::make_pair(int64_t{40000}, int64_t{1}));
 }
 
@@ -97,7 +101,9 @@ static void Recount(rb_node* n, void*) { ItemOf(n)->count = 1 + CountOf(n->rb_le
 
 // Black height of the subtree; any broken rule fails; the keys go in order.
 static int Check(rb_node* n, rb_node* parent, std::vector<int>* keys) {
-    if (n == nullptr) return 1;
+    if (n == nullptr) {
+        return 1;
+    }
     const int key = ItemOf(n)->key, left = Check(n->rb_left, n, keys);
     EXPECT_TRUE(rb_parent(n) == parent && !(rb_is_red(n) && (parent == nullptr || rb_is_red(parent))) &&
                 ItemOf(n)->count == 1 + CountOf(n->rb_left) + CountOf(n->rb_right))
@@ -115,8 +121,12 @@ TEST(RbTree, RandomInsertEraseAgainstOrderedSet) {
     auto verify = [&] {
         std::vector<int> in, fwd, back;
         Check(root.rb_node, nullptr, &in);
-        for (rb_node* n = rb_first(&root); n != nullptr; n = rb_next(n)) fwd.push_back(ItemOf(n)->key);
-        for (rb_node* n = rb_last(&root); n != nullptr; n = rb_prev(n)) back.insert(back.begin(), ItemOf(n)->key);
+        for (rb_node* n = rb_first(&root); n != nullptr; n = rb_next(n)) {
+            fwd.push_back(ItemOf(n)->key);
+        }
+        for (rb_node* n = rb_last(&root); n != nullptr; n = rb_prev(n)) {
+            back.insert(back.begin(), ItemOf(n)->key);
+        }
         EXPECT_TRUE(in == std::vector<int>(model.begin(), model.end()) && fwd == in && back == in);
     };
     std::mt19937 rng(1);
@@ -125,7 +135,9 @@ TEST(RbTree, RandomInsertEraseAgainstOrderedSet) {
         it->key = static_cast<int>(it - items.data());
         if (model.insert(it->key).second) {
             rb_node **link = &root.rb_node, *parent = nullptr;  // the caller's walk by its own key
-            while (*link) parent = *link, link = it->key < ItemOf(parent)->key ? &parent->rb_left : &parent->rb_right;
+            while (*link) {
+                parent = *link, link = it->key < ItemOf(parent)->key ? &parent->rb_left : &parent->rb_right;
+            }
             it->count = 1;
             rb_link_node(&it->node, parent, link);
             rb_insert_color(&it->node, &root);
@@ -136,7 +148,9 @@ TEST(RbTree, RandomInsertEraseAgainstOrderedSet) {
             rb_augment_erase_end(deepest, Recount, nullptr);
             model.erase(it->key);
         }
-        if (step % 40 == 0) verify();
+        if (step % 40 == 0) {
+            verify();
+        }
     }
     TreeItem fresh = *ItemOf(root.rb_node);  // takes the place and the colour, without rebalancing
     rb_replace_node(root.rb_node, &fresh.node, &root);

@@ -75,7 +75,9 @@ SANDBOX_TEST(KiraShm, ModesSelectCreationAndAccess) {
                 read(zero, KIRA_shmget(1, 4096, 1), 1) == -1 && !shmctl(shmget(2, 0, 0), IPC_STAT, &ro) &&
                 !shmctl(shmget(1, 0, 0), IPC_STAT, &all) && (ro.shm_perm.mode & 0777) == 0444 &&
                 (all.shm_perm.mode & 0777) == 0666);
-    for (int again : {4, 3, 0, 5}) EXPECT_EQ(KIRA_shmget(again == 3 ? 2 : 1, 4096, again), nullptr) << again;
+    for (int again : {4, 3, 0, 5}) {
+        EXPECT_EQ(KIRA_shmget(again == 3 ? 2 : 1, 4096, again), nullptr) << again;
+    }
 }
 
 // Threads start detached; a null routine is refused with a log line.

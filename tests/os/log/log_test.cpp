@@ -20,7 +20,9 @@
 static thread_local int64_t t_frozenAt = -1;
 extern "C" int clock_gettime(clockid_t clock, struct timespec* ts) {
     const int rc = static_cast<int>(syscall(SYS_clock_gettime, clock, ts));
-    if (rc == 0 && clock == CLOCK_MONOTONIC && t_frozenAt >= 0) *ts = {static_cast<time_t>(t_frozenAt), 0};
+    if (rc == 0 && clock == CLOCK_MONOTONIC && t_frozenAt >= 0) {
+        *ts = {static_cast<time_t>(t_frozenAt), 0};
+    }
     return rc;
 }
 
@@ -39,20 +41,26 @@ std::string Block(uint32_t magic, uint8_t level, char fill, size_t size = 16) {
 // How many captured lines hold each needle (at that priority, unless -1), as "n,n,...".
 std::string Seen(int priority, std::initializer_list<std::string> needles) {
     std::string out;
-    for (const std::string& n : needles) out += (out.empty() ? "" : ",") + std::to_string(kt::SyslogCount(n, priority));
+    for (const std::string& n : needles) {
+        out += (out.empty() ? "" : ",") + std::to_string(kt::SyslogCount(n, priority));
+    }
     return out;
 }
 
 // Every captured message of that priority, in order.
 std::string Logged(int priority) {
     std::string out;
-    for (const auto& l : kt::SyslogLines()) out += l.priority == priority ? l.message : "";
+    for (const auto& l : kt::SyslogLines()) {
+        out += l.priority == priority ? l.message : "";
+    }
     return out;
 }
 
 // Lines printed so far with this tag, after logging n more for the module.
 int LogN(uint32_t pid, int n, const std::string& tag) {
-    for (int i = 0; i < n; ++i) DBG_Log(pid, DBG_LOG_ERROR, "f", 1, 0, "%s", tag.c_str());
+    for (int i = 0; i < n; ++i) {
+        DBG_Log(pid, DBG_LOG_ERROR, "f", 1, 0, "%s", tag.c_str());
+    }
     return kt::SyslogCount("[" + tag + "][");
 }
 
@@ -92,20 +100,26 @@ SANDBOX_TEST(LogOutput, LineFormatCutsAndLevels) {
     kt::RunInChild([] { KIRA_log(424, DBG_LOG_ERROR, "g", 1, 0, "z"); });
     // Level 4 goes out as LOG_NOTICE, levels outside 1..5 not at all; messages are cut at 159 characters, function
     // names of 33 or more to 29, "..", the last; the line id takes 16 bits of the module and of the code.
-    for (int level = -1; level <= 6; ++level) DBG_Log(425, level, "f", 1, 0, "lv%d", level);
+    for (int level = -1; level <= 6; ++level) {
+        DBG_Log(425, level, "f", 1, 0, "lv%d", level);
+    }
     DBG_Log(426, DBG_LOG_ERROR, "f", 1, 0, "quiet");
     const std::string a32(32, 'a'), id = "[os_log_tests]\n", pid = "[os_log_tests," + std::to_string(getpid()) + "]\n";
     DBG_Log(0x123401A8u, DBG_LOG_ERROR, a32.c_str(), 1, 0xABCD0005u, "%s", std::string(200, 'm').c_str());
     DBG_Log(424, DBG_LOG_ERROR, (std::string(32, 'b') + "Z").c_str(), 2, 0, "short");
     std::string got, lv = "[<425>][f,1]" + id;
-    for (auto& l : kt::SyslogLines()) got += std::to_string(l.priority) + l.message.substr(l.message.find("][") + 1);
+    for (auto& l : kt::SyslogLines()) {
+        got += std::to_string(l.priority) + l.message.substr(l.message.find("][") + 1);
+    }
     EXPECT_EQ(got, "3[1500001a80000][ERR][x][monitor][f,7]" + id + "3[1500001a80000][ERR][y5][monitor][f,7]" + pid +
                        "3[1500001a80000][ERR][z][monitor][g,1]" + pid + "0[1500001a90000][CRI][lv1]" + lv +
                        "3[1500001a90000][ERR][lv2]" + lv + "4[1500001a90000][WARN][lv3]" + lv +
                        "5[1500001a90000][INFO][lv4]" + lv + "7[1500001a90000][DBG][lv5]" + lv +
                        "3[1500001a80005][ERR][" + std::string(159, 'm') + "][<305398184>][" + a32 + ",1]" + id +
                        "3[1500001a80000][ERR][short][monitor][" + std::string(29, 'b') + "..Z,2]" + id);
-    for (int level = 0; level <= 6; ++level) lv += std::string(",") + DBG_GetLevelName(level);
+    for (int level = 0; level <= 6; ++level) {
+        lv += std::string(",") + DBG_GetLevelName(level);
+    }
     EXPECT_EQ(lv.substr(lv.find(",D")), ",Default,CRI,ERR,WARN,INFO,DBG,Default");
 }
 
@@ -149,7 +163,9 @@ SANDBOX_TEST(SharedBlock, OnlyAPlainFileOfItsOwnIsUsed) {
     };
     for (int i = 1; i < 16; ++i) {
         const int gid = i < 8 ? 0 : 1234, plant = i % 8;
-        if (gid == 0 && plant > 5) continue;
+        if (gid == 0 && plant > 5) {
+            continue;
+        }
         SCOPED_TRACE("gid " + std::to_string(gid) + ", plant " + std::to_string(plant));
         kt::SyslogClear();
         kt::RunInChild([gid, plant, &plants] {
@@ -194,7 +210,9 @@ SANDBOX_TEST(ConfigFiles, LoadedAsDesigned) {
                   "#pid=16,gid=3\npid=5,pid_name=five,gid=3\npid=7\r9,pid_name=cr,gid=3\npid=15,pid_name=" +
                       std::string(40, 'n') + ",gid=3\n" + std::string(255, 'x') + "pid=77,gid=3\n");
     kt::WriteFile("/etc/nox/pid/pid_b", "pid=17,pid_name=dir,gid=3\ngid=9,num=99,interval=9\n");
-    for (const char* f : {"/etc/nox/pid/pid_fifo", "/etc/nox/pid/log_fifo"}) ASSERT_EQ(mkfifo(f, 0666), 0);
+    for (const char* f : {"/etc/nox/pid/pid_fifo", "/etc/nox/pid/log_fifo"}) {
+        ASSERT_EQ(mkfifo(f, 0666), 0);
+    }
     ASSERT_EQ(symlink("/dev/zero", "/etc/nox/pid/pid_zero") + symlink("/dev/zero", "/etc/nox/pid/log_zero"), 0);
     kt::WriteFile(kLevels, "pid=5,level=261\npid=7 level=3\npid=8\n");  // only known modules keep a level
     // A group first met in a module line starts unlimited; a name cut at 31 comes without its group.
@@ -210,7 +228,9 @@ SANDBOX_TEST(ConfigFiles, LoadedAsDesigned) {
     DBG_PID_CONF_S rec = {};
     rec.pid = 424;
     const long before = static_cast<long>(mallinfo2().uordblks);
-    for (int i = 0; i < 1000; ++i) ASSERT_EQ(add_pid_conf(&rec), -22);
+    for (int i = 0; i < 1000; ++i) {
+        ASSERT_EQ(add_pid_conf(&rec), -22);
+    }
     EXPECT_LT(static_cast<long>(mallinfo2().uordblks) - before, 8000);
     EXPECT_EQ(KIRA_set_log_ratelimit(7, 2) + KIRA_set_log_ratelimit(11, 3), 0);
     EXPECT_EQ(Tables({}, {7, 11}), "40/4 0/1 ") << "a group known only locally has no default";
@@ -352,10 +372,14 @@ SANDBOX_TEST(LogConcurrency, PrintedPlusDroppedEqualsLogged) {
     for (int t = 0; t < 4; ++t) {
         loggers[t] = std::thread([t] {
             const uint32_t modules[] = {100, 101, 200, 300, 400};
-            for (int i = 0; i < 300; ++i) (i % 2 ? KIRA_log : DBG_Log)(modules[(t + i) % 5], 2, "f", i, 0, "conc");
+            for (int i = 0; i < 300; ++i) {
+                (i % 2 ? KIRA_log : DBG_Log)(modules[(t + i) % 5], 2, "f", i, 0, "conc");
+            }
         });
     }
-    for (auto& th : loggers) th.join();
+    for (auto& th : loggers) {
+        th.join();
+    }
     stop.store(true);
     controller.join();
     EXPECT_GT(kira_log::RateLimitedLines(), 0u);

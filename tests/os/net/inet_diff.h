@@ -22,8 +22,12 @@ inline std::string Compare(const char* text) {
         const int mine = family == AF_INET ? KIRA_inet_pton4(text, ours) : KIRA_inet_pton6(text, ours);
         const int libc = inet_pton(family, text, theirs);
         const size_t size = family == AF_INET ? 4 : 16, len = strlen(text);
-        if (mine == 0 && std::string(ours, ours + 16) != std::string(16, '\xA5')) return "a refused text was written";
-        if (mine == libc && (mine != 1 || memcmp(ours, theirs, size) == 0)) continue;
+        if (mine == 0 && std::string(ours, ours + 16) != std::string(16, '\xA5')) {
+            return "a refused text was written";
+        }
+        if (mine == libc && (mine != 1 || memcmp(ours, theirs, size) == 0)) {
+            continue;
+        }
         if (size == 16 && mine == 1 && len >= 2 && text[len - 1] == ':' &&
             isxdigit(static_cast<unsigned char>(text[len - 2])) &&
             inet_pton(AF_INET6, std::string(text, len - 1).c_str(), theirs) == 1 && memcmp(ours, theirs, 16) == 0) {

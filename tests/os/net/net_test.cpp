@@ -23,7 +23,9 @@ using Texts = std::vector<const char*>;
 // Texts logged since the last call (or kt::SyslogClear), marked unless at the layer's priority.
 Strings Messages() {
     Strings out;
-    for (const kt::SyslogLine& l : kt::SyslogLines()) out.push_back((l.priority == 6 ? "" : "not info: ") + l.message);
+    for (const kt::SyslogLine& l : kt::SyslogLines()) {
+        out.push_back((l.priority == 6 ? "" : "not info: ") + l.message);
+    }
     kt::SyslogClear();
     return out;
 }
@@ -74,7 +76,9 @@ const Entry kEntries[] = {
 }  // namespace
 
 TEST(NetText, ParsersAgreeWithTheCLibrary) {
-    for (const char* text : kTexts) EXPECT_EQ(inet_diff::Compare(text), "") << text;
+    for (const char* text : kTexts) {
+        EXPECT_EQ(inet_diff::Compare(text), "") << text;
+    }
     unsigned char out[16];
     EXPECT_EQ(
         (Ints{KIRA_inet_pton6("1::2:", out), KIRA_inet_pton(2, "1.2.3.4", out), KIRA_inet_pton(10, "1.2.3.4", out),

@@ -34,13 +34,17 @@ namespace {
 
 bool WaitUntil(const std::function<bool()>& done, int timeoutMs) {
     const auto end = Clock::now() + std::chrono::milliseconds(timeoutMs);
-    while (!done() && Clock::now() < end) usleep(5 * 1000);
+    while (!done() && Clock::now() < end) {
+        usleep(5 * 1000);
+    }
     return done();
 }
 
 Strings Logged() {  // since the last call
     Strings out;
-    for (const kt::SyslogLine& line : kt::SyslogLines()) out.push_back(line.message);
+    for (const kt::SyslogLine& line : kt::SyslogLines()) {
+        out.push_back(line.message);
+    }
     kt::SyslogClear();
     return out;
 }
@@ -118,9 +122,13 @@ bool Settled() { return Alive() == Spare() && Spare() >= 4 && Spare() <= 8; }
 void RunItem(KIRA_SCHED_WORK_S* work) {
     const size_t i = work->data;
     // Taken in posting order: the poster's previous item was unlinked (poisoned) first, under the queue lock.
-    if (i < kPosted && i % kPerPoster != 0 && g_items[i - 1].node.next != LIST_POISON1) g_outOfOrder++;
+    if (i < kPosted && i % kPerPoster != 0 && g_items[i - 1].node.next != LIST_POISON1) {
+        g_outOfOrder++;
+    }
     g_runs[i]++;
-    if (i < kPosted && i % 5 == 0) KIRA_SchedWork(&g_items[kPosted + i / 5]);
+    if (i < kPosted && i % 5 == 0) {
+        KIRA_SchedWork(&g_items[kPosted + i / 5]);
+    }
 }
 
 }  // namespace
@@ -247,8 +255,12 @@ SANDBOX_TEST(Readers, CountersBadArgumentsAndEveryAllocationAndOpenFailing) {
     std::set<std::string> messages;
     for (kt::Fault kind : {kt::Fault::kAlloc, kt::Fault::kOpen}) {
         kt::FaultWalk(kind, kt::FaultMode::kFail, readAll, [&](int) {
-            for (int i = 0; i < 4; i++) EXPECT_TRUE(rc[i] == normal[i] || rc[i] == -1) << i << ": " << rc[i];
-            for (const std::string& m : Logged()) messages.insert(m);
+            for (int i = 0; i < 4; i++) {
+                EXPECT_TRUE(rc[i] == normal[i] || rc[i] == -1) << i << ": " << rc[i];
+            }
+            for (const std::string& m : Logged()) {
+                messages.insert(m);
+            }
         });
     }
     EXPECT_EQ(messages,
@@ -319,7 +331,9 @@ TEST(Netlink, NotificationsReleaseMinusSixAndArguments) {
             sock = UserSocket();
             setsockopt(sock, SOL_SOCKET, SO_RCVBUF, &small, sizeof(small));
             listener = Listen(sock, [](void*) { usleep(100 * 1000); });
-            for (int i = 0; i < 200; i++) Send(sender, KIRA_NETLINK_EXT3_MAGIC, 64, 0, true);
+            for (int i = 0; i < 200; i++) {
+                Send(sender, KIRA_NETLINK_EXT3_MAGIC, 64, 0, true);
+            }
             bool ended = listener.wait_for(std::chrono::seconds(3)) == std::future_status::ready;
             KIRA_Netlink_ext3_release(sock);
             EXPECT_EQ(Ints({ended, listener.get()}), Ints({true, -6}));
@@ -329,9 +343,10 @@ TEST(Netlink, NotificationsReleaseMinusSixAndArguments) {
             sock = UserSocket();
             listener = Listen(sock, Record);
             ended = false;  // until one signal lands inside the wait rather than before it
-            for (int i = 0; i < 40 && !ended; ++i)
+            for (int i = 0; i < 40 && !ended; ++i) {
                 ended = !pthread_kill(g_listenerThread, SIGUSR1) &&
                         listener.wait_for(std::chrono::milliseconds(50)) == std::future_status::ready;
+            }
             KIRA_Netlink_ext3_release(sock);
             EXPECT_EQ(Ints({ended, listener.get()}), Ints({true, -6}));
 
@@ -359,23 +374,33 @@ SANDBOX_TEST(SchedWork, NullItemsStressAndTheSixtyFourThreadCap) {
     EXPECT_TRUE(WaitUntil([] { return kt::SyslogCount("Null sched work data handler, PID = (4242).\n", 6); }, 2000));
     EXPECT_EQ(Alive() * 10 + Spare(), 44);  // four started, all spare: a dropped item uses no thread
     // Several posters and handlers that post: every item run once, in posting order.
-    for (size_t i = 0; i < g_items.size(); i++) g_items[i] = {0, {}, i, RunItem};
+    for (size_t i = 0; i < g_items.size(); i++) {
+        g_items[i] = {0, {}, i, RunItem};
+    }
     std::vector<std::thread> posters;
     for (int p = 0; p < kPosters; p++) {
         posters.emplace_back([p] {
-            for (int i = 0; i < kPerPoster; i++) KIRA_SchedWork(&g_items[p * kPerPoster + i]);
+            for (int i = 0; i < kPerPoster; i++) {
+                KIRA_SchedWork(&g_items[p * kPerPoster + i]);
+            }
         });
     }
-    for (auto& t : posters) t.join();
+    for (auto& t : posters) {
+        t.join();
+    }
     auto notOnce = [] { return std::count_if(g_runs.begin(), g_runs.end(), [](auto& n) { return n.load() != 1; }); };
     ASSERT_TRUE(WaitUntil([&] { return notOnce() == 0; }, 60000)) << notOnce() << " items not run once";
     usleep(50 * 1000);
     EXPECT_EQ(notOnce() + g_outOfOrder.load(), 0);
     std::vector<KIRA_SCHED_WORK_S> blocked(100, {0, {}, 0, [](KIRA_SCHED_WORK_S*) {
                                                      g_blocked++;
-                                                     while (!g_open) usleep(1000);
+                                                     while (!g_open) {
+                                                         usleep(1000);
+                                                     }
                                                  }});
-    for (auto& w : blocked) KIRA_SchedWork(&w);
+    for (auto& w : blocked) {
+        KIRA_SchedWork(&w);
+    }
     ASSERT_TRUE(WaitUntil([] { return g_blocked.load() == 64 && Alive() == 64 && Spare() == 0; }, 20000))
         << g_blocked.load() << " blocked, " << Alive() << " alive, " << Spare() << " spare";
     usleep(100 * 1000);

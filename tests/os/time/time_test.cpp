@@ -23,7 +23,9 @@ KIRA_TZ_TRANSITIONS_S g_table;  // as the kernel module last received it
 
 void FakeKernel(int answer) {
     kt::NoxSetHandler("/proc/nox/timezone", [answer](unsigned long request, void* arg) {
-        if (request == KIRA_TZ_IOCTL_TRANSITIONS) memcpy(&g_table, arg, sizeof(g_table));
+        if (request == KIRA_TZ_IOCTL_TRANSITIONS) {
+            memcpy(&g_table, arg, sizeof(g_table));
+        }
         return answer;
     });
 }
@@ -183,8 +185,9 @@ SANDBOX_TEST(DstOracle, RealZonesAgreeWithTheCLibrary) {
             struct tm jan1 = {0, 0, 0, 1, 0, year - 1900, 0, 0, -1, 0, nullptr};
             for (time_t t = mktime(&jan1); At(t).tm_year == year - 1900; t += 6 * 3600) {
                 bool in = false;
-                for (uint32_t i = 0; i < config.count; i++)
+                for (uint32_t i = 0; i < config.count; i++) {
                     in |= config.periods[i].begin <= t && t < config.periods[i].end;
+                }
                 ASSERT_EQ(in, At(t).tm_isdst > 0) << key << " " << Wall(t, 0);
             }
         }
@@ -194,7 +197,9 @@ SANDBOX_TEST(DstOracle, RealZonesAgreeWithTheCLibrary) {
         EXPECT_TRUE(!literal.count(zone) ||
                     std::to_string(g_table.entries[g_table.count - 1].time) == literal.at(zone));
         for (uint32_t t = 0, i = 0; g_table.count > 0 && t <= 2145916799u; t += 6 * 3600) {
-            while (i + 1 < g_table.count && g_table.entries[i + 1].time <= t) i++;
+            while (i + 1 < g_table.count && g_table.entries[i + 1].time <= t) {
+                i++;
+            }
             ASSERT_EQ(g_table.entries[i].gmtoff, At(t).tm_gmtoff) << zone << " " << t;
         }
     }
@@ -204,7 +209,9 @@ SANDBOX_TEST(DstOracle, RealZonesAgreeWithTheCLibrary) {
 // planted or made, never refreshed and kept beside the directory (whose name it extends).
 SANDBOX_TEST(DstConfig, RefusedNamesCacheRulesAndDamagedCaches) {
     UseZone("UTC");
-    for (const char* name : {"Bad;x", "Za_z-0+9.A"}) kt::WriteFile(std::string("/usr/share/zoneinfo/") + name, "");
+    for (const char* name : {"Bad;x", "Za_z-0+9.A"}) {
+        kt::WriteFile(std::string("/usr/share/zoneinfo/") + name, "");
+    }
     {
         kt::FakeCommand zdump("zdump", 1, "half");
         KIRA_DST_CONFIG_S config = {};
@@ -232,8 +239,9 @@ SANDBOX_TEST(DstConfig, RefusedNamesCacheRulesAndDamagedCaches) {
     // Damaged caches never overrun; CR LF lines padded to 126 read the same (a kept CR would split them).
     UseZone(kPlanted);
     std::string many = nulls, crlf, table = nulls;
-    for (int i = 0; i < 24; i++)
+    for (int i = 0; i < 24; i++) {
         many += ZdumpPair(2024, 1 + i / 2, 2 + 7 * (i % 2), 0, i % 2 ? kDst : kStd, i % 2 ? kStd : kDst);
+    }
     for (size_t pos = 0, nl; (nl = (good + tail).find('\n', pos)) != std::string::npos; pos = nl + 1) {
         std::string line = (good + tail).substr(pos, nl - pos);
         crlf += line.insert(line.find(' '), 126 - line.size(), ' ') + "\r\n";
@@ -254,8 +262,9 @@ SANDBOX_TEST(DstConfig, RefusedNamesCacheRulesAndDamagedCaches) {
         EXPECT_EQ(got + (message.empty() || kt::SyslogCount(message, LOG_INFO) ? 0 : 100), periods) << text;
     }
     // The table: the first line at or after low opens it; garbage stops the reading.
-    for (int i = 0; i < 700; i++)
+    for (int i = 0; i < 700; i++) {
         table += ZdumpPair(1970, 1, 12 + i, 13, {60 * (i % 2), 0, "A"}, {60 - 60 * (i % 2), 0, "B"});
+    }
     for (const auto& [text, want] :
          {std::pair<std::string, std::string>{table, Join(0, 544, 997199, 997200 + 542 * 86400)},
           {crlf, Join(0, 3, 1711846799, 1711846800)},
@@ -345,9 +354,12 @@ SANDBOX_TEST(SetZoneAndTime, LinksEditsBacksUpRunsHwclockAndTellsTheKernel) {
     {
         kt::FakeCommand hwclock("hwclock");
         std::string got;
-        for (int64_t t : {0L, -1L, 3124224000L, 3124223999L, 1L, 951782400L + 45296})
+        for (int64_t t : {0L, -1L, 3124224000L, 3124223999L, 1L, 951782400L + 45296}) {
             got += std::to_string(KIRA_SetTime(&t));
-        for (const auto& call : hwclock.Calls()) got += " " + Join(call[0], call[1], call.size() > 2 ? call[2] : "");
+        }
+        for (const auto& call : hwclock.Calls()) {
+            got += " " + Join(call[0], call[1], call.size() > 2 ? call[2] : "");
+        }
         EXPECT_EQ(got,
                   "-1-1-1000 --set --utc --date=12/31/68 23:59:59 -0  --utc --hctosys   --set --utc --date=01/01/70 "
                   "00:00:01 -0  --utc --hctosys   --set --utc --date=02/29/00 12:34:56 -0  --utc --hctosys  ");

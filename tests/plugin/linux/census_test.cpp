@@ -33,7 +33,9 @@ SANDBOX_TEST(Census, SharesOfProcessesSeenInBothScansAndTheKernelNameCheck) {
     std::unique_ptr<kt::Child> late;
     // Two scans a second apart; meanwhile one process ends, one starts, one changes program, one gets 100 of 200 ticks.
     kt::BindFileOver("/proc/stat", "cpu  100 0 0 100 0 0 0 0 0 0\n");
-    for (const kt::Child* c : {&busy, &calm, &renamed}) Figures(c->pid(), "cn", 1000, 2048);
+    for (const kt::Child* c : {&busy, &calm, &renamed}) {
+        Figures(c->pid(), "cn", 1000, 2048);
+    }
     std::thread meanwhile([&] {
         usleep(300000);
         kt::BindFileOver("/proc/stat", "cpu  130 10 20 240 40 0 0 0 0 0\n");
@@ -54,7 +56,9 @@ SANDBOX_TEST(Census, SharesOfProcessesSeenInBothScansAndTheKernelNameCheck) {
     EXPECT_EQ(std::make_tuple(hot->corecpu, hot->rss, std::string(hot->name), std::string(hot->cmdline), hot->used),
               std::make_tuple(50 * get_nprocs(), 2, std::string("cn"), u + "b", false));
     EXPECT_EQ(Find(&head, calm.pid())->corecpu, 0);
-    for (pid_t gone : {ends.pid(), late->pid(), renamed.pid()}) EXPECT_EQ(Find(&head, gone), nullptr) << gone;
+    for (pid_t gone : {ends.pid(), late->pid(), renamed.pid()}) {
+        EXPECT_EQ(Find(&head, gone), nullptr) << gone;
+    }
     EXPECT_TRUE(kt::ReadFile("/proc/2/comm") != "kthreadd\n" || Find(&head, 2) == nullptr);  // no command line
     FreeAllProcessList(&head);
     FreeAllProcessList(nullptr);
@@ -71,7 +75,9 @@ SANDBOX_TEST(Census, SharesOfProcessesSeenInBothScansAndTheKernelNameCheck) {
     kt::Child child(full, {full}), bystander(full + "x", {"bystander"});
     // Only as many characters as the kernel kept (15) are compared.
     const std::pair<std::string, int> checks[] = {{full, 0}, {full + "longer", 0}, {full.substr(0, 5), -2}, {"x", -2}};
-    for (const auto& c : checks) EXPECT_EQ(CheckProcessExist(c.first.c_str(), child.pid()), c.second) << c.first;
+    for (const auto& c : checks) {
+        EXPECT_EQ(CheckProcessExist(c.first.c_str(), child.pid()), c.second) << c.first;
+    }
     EXPECT_EQ(CheckProcessExist(full.c_str(), 999999999) + CheckProcessExist(nullptr, 1) + KillProcess(nullptr, 1) +
                   KillProcess(full.c_str(), 999999999) + KillProcess("other", child.pid()),
               -6);  // -1 for no such pid or name, -2 for another program
@@ -80,7 +86,9 @@ SANDBOX_TEST(Census, SharesOfProcessesSeenInBothScansAndTheKernelNameCheck) {
         const std::string stat = kt::ReadFile("/proc/" + std::to_string(pid) + "/stat");
         return stat.substr(stat.rfind(')') + 2, 1);
     };
-    for (int i = 0; i < 500 && state(child.pid()) != "Z"; ++i) usleep(10000);
+    for (int i = 0; i < 500 && state(child.pid()) != "Z"; ++i) {
+        usleep(10000);
+    }
     EXPECT_EQ(state(child.pid()) + state(bystander.pid()), "ZS") << "kill -9 of that pid alone";
     EXPECT_TRUE(zadi::ZADI_ExecuteCmd("exit 3") == 3 << 8 && !zadi::IsUserProcess("/proc/999999999/cmdline"));
     EXPECT_EQ(kt::SyslogCount("Open failed(/proc/999999999/cmdline), errno(2, No such file or directory)."), 1);

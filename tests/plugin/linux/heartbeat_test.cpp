@@ -27,8 +27,9 @@ struct Item : itest::Args {
     auto table() const { return reinterpret_cast<const ZADI_PROCESS_HEARTBEAT_CONTEXT*>(context.contextbuff); }
     std::vector<uint32_t> Tracked() const {
         std::vector<uint32_t> pids;
-        for (const auto* n = table()->stNode; n < table()->stNode + 7 && n->uiProcessId != 0; ++n)
+        for (const auto* n = table()->stNode; n < table()->stNode + 7 && n->uiProcessId != 0; ++n) {
             pids.push_back(n->uiProcessId);
+        }
         return pids;
     }
 };
@@ -54,8 +55,12 @@ SANDBOX_TEST(Heartbeat, TokensDecideTheVerdictForSevenPidsAtMost) {
     std::unique_ptr<Item> item;
     std::string text;
     for (const auto& st : steps) {
-        if (st.fresh) item.reset(new Item(name));
-        if (st.text != "=") kt::WriteFile(file, text = st.text);
+        if (st.fresh) {
+            item.reset(new Item(name));
+        }
+        if (st.text != "=") {
+            kt::WriteFile(file, text = st.text);
+        }
         const float v = item->Beat();
         const ZADI_PROCESS_HEARTBEAT_NODE& node = item->table()->stNode[0];
         const size_t used = text.empty() ? 0 : std::min<size_t>(text.find('\n'), 126);
@@ -73,13 +78,17 @@ SANDBOX_TEST(Heartbeat, TokensDecideTheVerdictForSevenPidsAtMost) {
     unsigned int used = 0;
     ASSERT_EQ(GetProcessPidExtern(crowd.Name(0).substr(0, crowd.Name(0).size() - 5).c_str(), pids, 8, &used), 0);
     ASSERT_EQ(used, 8u);
-    for (int pid : pids) kt::WriteFile(HbFile("sleep", pid), "a\n" + std::to_string(pid) + "\n");
+    for (int pid : pids) {
+        kt::WriteFile(HbFile("sleep", pid), "a\n" + std::to_string(pid) + "\n");
+    }
     Item many("sleep");
     EXPECT_EQ(many.Beat(), 1.0f);
     const std::vector<uint32_t> tracked = many.Tracked();
     ASSERT_EQ(std::set<uint32_t>(tracked.begin(), tracked.end()).size(), 7u) << "seven pids, each once";
     // One stale pid is a hang; a middle file gone, the rest close up in order.
-    for (int pid : pids) kt::WriteFile(HbFile("sleep", pid), pid == static_cast<int>(tracked[3]) ? "a\n1\n" : "b\n1\n");
+    for (int pid : pids) {
+        kt::WriteFile(HbFile("sleep", pid), pid == static_cast<int>(tracked[3]) ? "a\n1\n" : "b\n1\n");
+    }
     ASSERT_EQ(unlink(HbFile("sleep", static_cast<int>(tracked[1])).c_str()), 0);
     EXPECT_EQ(std::make_pair(many.Beat(), many.result.hangflowid), std::make_pair(0.0f, tracked[3]));
     EXPECT_EQ(many.Tracked(),
@@ -104,8 +113,12 @@ SANDBOX_TEST(Heartbeat, ForeignEntriesAreIgnoredAndOnlyFilesOfGoneProcessesClear
     const std::vector<std::string> kept = {kDir + "/" + name + "___07___" + std::to_string(child.pid()), file + "___old", file,
         fifo, kDir + "/subdir", "/tmp/target"};
     // clang-format on
-    for (const std::string& f : gone) kt::WriteFile(f, "a\n");
-    for (const std::string& f : {kept[0], kept[5]}) kt::WriteFile(f, "a\n");
+    for (const std::string& f : gone) {
+        kt::WriteFile(f, "a\n");
+    }
+    for (const std::string& f : {kept[0], kept[5]}) {
+        kt::WriteFile(f, "a\n");
+    }
     ASSERT_TRUE(symlink("/tmp/target", file.c_str()) == 0 && mkfifo(fifo.c_str(), 0666) == 0);
     EXPECT_TRUE(item.Beat() + item.Beat() == 2.0f && item.Tracked().empty());
     ZADI_PROCESS_HEARTBEAT_NODE node{};  // opened by path, as after a swap: neither blocks nor follows
@@ -117,8 +130,12 @@ SANDBOX_TEST(Heartbeat, ForeignEntriesAreIgnoredAndOnlyFilesOfGoneProcessesClear
     EXPECT_EQ((std::vector<float>{item.Beat(), item.Beat()}), (std::vector<float>{1, 0}));
     itest::Args clear;
     EXPECT_EQ(std::make_pair(clear.Call(ClearHeartBeatFile), clear.result.result), std::make_pair(1.0f, 0));
-    for (const std::string& f : gone) EXPECT_NE(access(f.c_str(), F_OK), 0) << f;
-    for (const std::string& f : kept) EXPECT_EQ(access(f.c_str(), F_OK), 0) << f;
+    for (const std::string& f : gone) {
+        EXPECT_NE(access(f.c_str(), F_OK), 0) << f;
+    }
+    for (const std::string& f : kept) {
+        EXPECT_EQ(access(f.c_str(), F_OK), 0) << f;
+    }
 
     // A link in place of the directory: followed only when root owns it.
     kt::WriteFile("/tmp/victim/" + name + "___7___" + std::to_string(child.pid()), "a\n");

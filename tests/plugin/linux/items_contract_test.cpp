@@ -71,7 +71,9 @@ SANDBOX_TEST(ItemArguments, EveryItemRefusesInItsOrderWithExactTexts) {
         const float none = item.fn(-1, nullptr, nullptr, nullptr);
         EXPECT_EQ(Bits(none), item.shape == itest::kClear ? Bits(1.0f) : itest::kMarkerBits);
         for (const Refusal& bad : kRefusals) {
-            if (bad.shape != item.shape && !(bad.shape == kChecked && checked)) continue;
+            if (bad.shape != item.shape && !(bad.shape == kChecked && checked)) {
+                continue;
+            }
             Args a(bad.params.empty() ? itest::ParamsFor(item.shape, "x") : bad.params);
             const float v = a.Call(item.fn, bad.argc, bad.argv, bad.context);
             SCOPED_TRACE(std::to_string(bad.argc) + (bad.params.empty() ? "" : " " + bad.params[0].second));
@@ -95,7 +97,9 @@ TEST(ItemList, HeaderExportsAndListAgree) {
     std::istringstream lines(kt::ReadFile(KIRA_SOURCE_DIR "/exports/plugin_items.txt") + "\n" +
                              kt::ReadFile(KIRA_SOURCE_DIR "/exports/plugin_census.txt"));
     for (std::string line; std::getline(lines, line);) {
-        if (listed.count(line) != 0) exported.insert(line);
+        if (listed.count(line) != 0) {
+            exported.insert(line);
+        }
     }
     EXPECT_EQ(listed.size(), 25u);
     EXPECT_EQ(std::make_pair(declared, exported), std::make_pair(listed, listed));
@@ -112,7 +116,9 @@ SANDBOX_TEST(SystemItems, ReasonsPeriodsCountersLinesByPositionAndTheDiskFigures
     const std::pair<const char*, int> periods[] = {{"1", 1000000}, {"240", 240000000}, {"2147", 240000000},
         {"2148", 500000}, {"0", 500000}, {"-5", 500000}, {"abc", 500000}, {"7s", 7000000}, {"4296", 1032704}};
     // clang-format on
-    for (const auto& p : periods) EXPECT_EQ(ConvertStr2PeriodUS(p.first), p.second) << p.first;
+    for (const auto& p : periods) {
+        EXPECT_EQ(ConvertStr2PeriodUS(p.first), p.second) << p.first;
+    }
 
     // user nice system idle iowait irq softirq steal: steal not counted, only idle is idle, the user share omits nice.
     kt::BindFileOver("/proc/stat", "cpu  100 20 30 800 10 5 35 999 0 0\ncpu0 1 2 3 4 5 6 7 8 0 0\n");

@@ -30,7 +30,9 @@ void Ticks(pid_t pid, unsigned long long total4, unsigned long long utime, unsig
 void Figures(pid_t pid, int rssKb, const std::string& openFiles) {
     kt::BindFileOver(ProcFile(pid, "status"), "Name:\tres\nVmRSS:\t" + std::to_string(rssKb) + " kB\n");
     std::string limits;
-    for (int i = 0; i < 8; ++i) limits += "Max cpu time 1 1 seconds\n";
+    for (int i = 0; i < 8; ++i) {
+        limits += "Max cpu time 1 1 seconds\n";
+    }
     kt::BindFileOver(ProcFile(pid, "limits"), limits + "Max open files " + openFiles + " 4096 files\n");
 }
 
@@ -46,8 +48,12 @@ SANDBOX_TEST(ProcessItems, LookupsFiguresAndTheMatchAGroupReports) {
         {"xab", "ab"}, {"abab", "ab"}, {"abc", "ab"}, {"abc", ""}, {"abc", "*x"}, {"abc", "?"}, {"abc", "????"},
         {"xyz", "x*z?"}, {nullptr, "*"}, {"a", nullptr}};
     // clang-format on
-    for (const auto& c : match) EXPECT_TRUE(P::str_fuzzy_match(c.first, c.second)) << c.first << " ~ " << c.second;
-    for (const auto& c : noMatch) EXPECT_FALSE(P::str_fuzzy_match(c.first, c.second)) << c.second;
+    for (const auto& c : match) {
+        EXPECT_TRUE(P::str_fuzzy_match(c.first, c.second)) << c.first << " ~ " << c.second;
+    }
+    for (const auto& c : noMatch) {
+        EXPECT_FALSE(P::str_fuzzy_match(c.first, c.second)) << c.second;
+    }
     EXPECT_EQ(zadi::ParseStatLineTicks("9 (x y) S 1 1 1 0 -1 0 0 0 0 0 7 8 0 0"), 7u);  // a space shifts the fields
     const std::string tag = kt::UniqueName("lk"), u = "/opt/" + tag, srv = u + "/srv w", busy = "sh -c T=" + tag;
     kt::Child t1("twa", {u + "/srv", "w"}), t2("twb", {u + "/srv", "w"}), gap("lkg", {u + "/gap", "", "x"});

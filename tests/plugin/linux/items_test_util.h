@@ -108,17 +108,31 @@ inline int Listed(int (*scan)(struct list_head*)) {
     head.next = head.prev = &sentinel;
     const int rc = scan(&head);
     EXPECT_EQ(head.next == &sentinel, rc != 0) << rc;
-    if (rc == 0) FreeAllProcessList(&head);
+    if (rc == 0) {
+        FreeAllProcessList(&head);
+    }
     return rc;
 }
 
 inline Shape ShapeOf(const std::string& name, const std::string& params, bool primes, bool wildcard) {
-    if (name == "ClearHeartBeatFile") return kClear;
-    if (params.empty()) return primes ? kSysCtx : kSys;
-    if (params == "Path") return kDisk;
-    if (params == "ProcessName") return wildcard ? kFuzzy : kByCmd;
-    if (params == "ProcessName Period") return kPeriod;
-    if (params.rfind("ProcessName PreCmd", 0) == 0) return kPreCmd;
+    if (name == "ClearHeartBeatFile") {
+        return kClear;
+    }
+    if (params.empty()) {
+        return primes ? kSysCtx : kSys;
+    }
+    if (params == "Path") {
+        return kDisk;
+    }
+    if (params == "ProcessName") {
+        return wildcard ? kFuzzy : kByCmd;
+    }
+    if (params == "ProcessName Period") {
+        return kPeriod;
+    }
+    if (params.rfind("ProcessName PreCmd", 0) == 0) {
+        return kPreCmd;
+    }
     return params.rfind("ProcessName ProcessMoudleId", 0) == 0 ? kHeartbeat : kReport;
 }
 

@@ -23,7 +23,9 @@ long ResidentKb() {
 
 void CallOne(size_t n, const itest::Watched& w) {
     constexpr size_t kItemCount = std::size(itest::kItems);
-    if (n >= kItemCount) return (void)itest::kCensus[n - kItemCount].call(w);
+    if (n >= kItemCount) {
+        return (void)itest::kCensus[n - kItemCount].call(w);
+    }
     itest::Args(itest::ParamsFor(itest::kItems[n].shape, w.name)).Call(itest::kItems[n].fn);
 }
 
