@@ -67,22 +67,32 @@ stage_tsan() {
     -DKIRA_SANITIZE=thread -DKIRA_BUILD_BENCH=OFF &&
     TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 run_ctest build-tsan -L 'os_log_tests|os_base_tests|os_sysinfo_tests' -E Slow
 }
+# One target: its committed seeds (copied, so the repository stays clean)
+# and its dictionary, when it has one; the exit status lands in $t.rc.
+fuzz_one() {
+  local t=$1 name corpus dict=()
+  name=$(basename "$t")
+  corpus="build-fuzz/corpus/$name"
+  mkdir -p "$corpus"
+  [ -d "fuzz/corpus/$name" ] && cp -n fuzz/corpus/"$name"/* "$corpus"/
+  [ -f "fuzz/$name.dict" ] && dict=(-dict="fuzz/$name.dict")
+  "$t" -max_total_time="$fuzz_seconds" -rss_limit_mb=2048 "${dict[@]}" "$corpus" >"$t.log" 2>&1
+  echo $? >"$t.rc"
+}
 stage_fuzz() {
   CC=clang-14 CXX=clang++-14 configure_build build-fuzz -- -DCMAKE_BUILD_TYPE=RelWithDebInfo -DKIRA_BUILD_FUZZ=ON || return 1
   local rc=0 t n=0
+  # Each target fuzzes on one core for its whole time; $jobs run side by side.
+  for t in build-fuzz/fuzz/*_fuzz; do
+    [ -x "$t" ] || continue
+    while [ "$(jobs -rp | wc -l)" -ge "$jobs" ]; do wait -n; done
+    fuzz_one "$t" &
+  done
+  wait
   for t in build-fuzz/fuzz/*_fuzz; do
     [ -x "$t" ] || continue
     n=$((n + 1))
-    # Each target starts from its committed seeds (copied, so the repository
-    # stays clean) and its dictionary, when it has one.
-    local name corpus dict=()
-    name=$(basename "$t")
-    corpus="build-fuzz/corpus/$name"
-    mkdir -p "$corpus"
-    [ -d "fuzz/corpus/$name" ] && cp -n fuzz/corpus/"$name"/* "$corpus"/
-    [ -f "fuzz/$name.dict" ] && dict=(-dict="fuzz/$name.dict")
-    if "$t" -max_total_time="$fuzz_seconds" -rss_limit_mb=2048 "${dict[@]}" "$corpus" \
-         >"$t.log" 2>&1; then
+    if [ "$(cat "$t.rc" 2>/dev/null)" = 0 ]; then
       echo "fuzz $(basename "$t"): $(grep -E '^Done|stat::number_of_executed_units' "$t.log" | tail -n 1)"
       total_pass=$((total_pass + 1))
     else
