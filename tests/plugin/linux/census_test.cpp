@@ -89,7 +89,9 @@ SANDBOX_TEST(Census, SharesOfProcessesSeenInBothScansAndTheKernelNameCheck) {
     for (int i = 0; i < 500 && state(child.pid()) != "Z"; ++i) {
         usleep(10000);
     }
-    EXPECT_EQ(state(child.pid()) + state(bystander.pid()), "ZS") << "kill -9 of that pid alone";
+    // The bystander sleeps, or runs for a moment (a busy machine schedules it).
+    const std::string killed = state(child.pid()), other = state(bystander.pid());
+    EXPECT_TRUE(killed == "Z" && (other == "S" || other == "R")) << killed << other << ": kill -9 of that pid alone";
     EXPECT_TRUE(zadi::ZADI_ExecuteCmd("exit 3") == 3 << 8 && !zadi::IsUserProcess("/proc/999999999/cmdline"));
     EXPECT_EQ(kt::SyslogCount("Open failed(/proc/999999999/cmdline), errno(2, No such file or directory)."), 1);
 }
