@@ -257,16 +257,15 @@ float FuzzyCpuCfgPeriodItem(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, F
 }
 
 // Exact single-pid items whose context is just the pid.
-template <typename Measure>
 float ExactPidItem(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI_RESULT_S* result, const char* fault,
-                   Measure measure) {
+                   float (ZADI_Linux_Plugin::*measure)(const char*, int&)) {
     ZADI_Linux_Plugin plugin;
     if (!plugin.input_para_check(argc, argv, context, result)) {
         return FaultMarker();
     }
     const ParamValue name(argv[0].value);
     pid_t pid = LoadContext<pid_t>(context);
-    const float value = measure(plugin, name.c_str(), pid);
+    const float value = (plugin.*measure)(name.c_str(), pid);
     StoreContext(context, pid);
     return FinishMaybeFault(result, value, fault);
 }
@@ -285,16 +284,15 @@ float ExternResourceItem(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI_R
 }
 
 // Wildcard group over memory or handles.
-template <typename Measure>
 float FuzzyResourceItem(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI_RESULT_S* result, const char* fault,
-                        Measure measure) {
+                        float (ZADI_Linux_Plugin::*measure)(const char*)) {
     ZADI_Linux_Plugin plugin;
     if (!plugin.input_para_check(argc, argv, context, result)) {
         return FaultMarker();
     }
     const ParamValue name(argv[0].value);
     plugin.max_usage_pid = 0;
-    const float value = measure(plugin, name.c_str());
+    const float value = (plugin.*measure)(name.c_str());
     return FinishWithPid(result, value, fault, plugin.max_usage_pid);
 }
 
@@ -349,9 +347,7 @@ float GetProcessCoreCPUExtern(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context,
 }
 
 float GetProcessMemory(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI_RESULT_S* result) {
-    return ExactPidItem(argc, argv, context, result, kMemFault, [](ZADI_Linux_Plugin& p, const char* name, int& pid) {
-        return p.get_process_memory(name, pid);
-    });
+    return ExactPidItem(argc, argv, context, result, kMemFault, &ZADI_Linux_Plugin::get_process_memory);
 }
 
 float GetProcessMemoryExtern(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI_RESULT_S* result) {
@@ -359,9 +355,7 @@ float GetProcessMemoryExtern(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, 
 }
 
 float GetProcessHandle(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI_RESULT_S* result) {
-    return ExactPidItem(
-        argc, argv, context, result, kHandleFault,
-        [](ZADI_Linux_Plugin& p, const char* name, int& pid) { return p.get_process_handle(name, pid); });
+    return ExactPidItem(argc, argv, context, result, kHandleFault, &ZADI_Linux_Plugin::get_process_handle);
 }
 
 float GetProcessHandleExtern(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI_RESULT_S* result) {
@@ -370,9 +364,7 @@ float GetProcessHandleExtern(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, 
 
 // Existence never fails once the arguments are accepted: 1.0 or 0.0.
 float IsExistProcess(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI_RESULT_S* result) {
-    return ExactPidItem(argc, argv, context, result, nullptr, [](ZADI_Linux_Plugin& p, const char* name, int& pid) {
-        return p.get_process_exist(name, pid);
-    });
+    return ExactPidItem(argc, argv, context, result, nullptr, &ZADI_Linux_Plugin::get_process_exist);
 }
 
 float IsExistProcessExtern(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI_RESULT_S* result) {
@@ -417,12 +409,10 @@ float GetProcessCoreCPUFuzzyMatchCfgPeriod(int argc, FI_PARAM_S* argv, FI_CONTEX
 }
 
 float GetProcessMemoryFuzzyMatch(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI_RESULT_S* result) {
-    return FuzzyResourceItem(argc, argv, context, result, kArrayMemFault,
-                             [](ZADI_Linux_Plugin& p, const char* name) { return p.get_process_memory(name); });
+    return FuzzyResourceItem(argc, argv, context, result, kArrayMemFault, &ZADI_Linux_Plugin::get_process_memory);
 }
 
 // The handle group keeps the single-process text, without "Array".
 float GetProcessHandleFuzzyMatch(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI_RESULT_S* result) {
-    return FuzzyResourceItem(argc, argv, context, result, kHandleFault,
-                             [](ZADI_Linux_Plugin& p, const char* name) { return p.get_process_handle(name); });
+    return FuzzyResourceItem(argc, argv, context, result, kHandleFault, &ZADI_Linux_Plugin::get_process_handle);
 }
